@@ -1,0 +1,245 @@
+#include "common/Date.h"
+
+#include <cmath>
+#include <cstdio>
+
+namespace tw {
+namespace {
+
+// Days from 1970-01-01 to a civil date, valid for any Gregorian year.
+constexpr int64_t DaysFromCivil(int64_t y, int64_t m, int64_t d) {
+  y -= m <= 2 ? 1 : 0;
+  const int64_t era = (y >= 0 ? y : y - 399) / 400;
+  const int64_t yearOfEra = y - era * 400;
+  const int64_t dayOfYear = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+  const int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+  return era * 146097 + dayOfEra - 719468;
+}
+
+void CivilFromDays(int64_t z, int& year, int& month, int& day) {
+  z += 719468;
+  const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+  const int64_t dayOfEra = z - era * 146097;
+  const int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+  const int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+  const int64_t mp = (5 * dayOfYear + 2) / 153;
+  day = static_cast<int>(dayOfYear - (153 * mp + 2) / 5 + 1);
+  month = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
+  year = static_cast<int>(yearOfEra + era * 400 + (month <= 2 ? 1 : 0));
+}
+
+// Serial 0 in days since 1970; a constant, so dates are right even in other files' static initialisers.
+constexpr int64_t kEpochOffset = DaysFromCivil(1899, 12, 30);
+
+// Day number and second of the day, rounded to the nearest second.
+void SplitSerial(Date value, int64_t& dayNumber, int64_t& secondOfDay) {
+  const double whole = std::trunc(value);
+  const double fraction = std::fabs(value - whole);
+  dayNumber = static_cast<int64_t>(whole);
+  secondOfDay = std::llround(fraction * kSecondsPerDay);
+  if (secondOfDay >= 86400) {
+    secondOfDay -= 86400;
+    dayNumber += 1;
+  }
+}
+
+std::string Format(const char* pattern, int a, int b, int c, int d = 0, int e = 0, int f = 0) {
+  char buffer[64];
+  std::snprintf(buffer, sizeof buffer, pattern, a, b, c, d, e, f);
+  return buffer;
+}
+
+bool ReadNumber(std::string_view text, size_t& pos, size_t digits, int& out) {
+  if (pos + digits > text.size()) return false;
+  int value = 0;
+  for (size_t i = 0; i < digits; ++i) {
+    const char c = text[pos + i];
+    if (c < '0' || c > '9') return false;
+    value = value * 10 + (c - '0');
+  }
+  pos += digits;
+  out = value;
+  return true;
+}
+
+bool Expect(std::string_view text, size_t& pos, char c) {
+  if (pos >= text.size() || text[pos] != c) return false;
+  ++pos;
+  return true;
+}
+
+int DaysInMonth(int year, int month) {
+  static const int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  return month == 2 && leap ? 29 : kDays[month - 1];
+}
+
+}  // namespace
+
+Date DateSerial(int year, int month, int day) {
+  // Normalise an overflowing month first; an overflowing day is plain day arithmetic.
+  int64_t months = static_cast<int64_t>(year) * 12 + (month - 1);
+  const int64_t y = months >= 0 ? months / 12 : (months - 11) / 12;
+  const int64_t m = months - y * 12 + 1;
+  return static_cast<Date>(DaysFromCivil(y, m, 1) - kEpochOffset + (day - 1));
+}
+
+Date TimeSerial(int hour, int minute, int second) {
+  return (hour * 3600.0 + minute * 60.0 + second) / kSecondsPerDay;
+}
+
+Date MakeDate(const DateParts& p) {
+  return DateSerial(p.year, p.month, p.day) + TimeSerial(p.hour, p.minute, p.second);
+}
+
+DateParts SplitDate(Date value) {
+  int64_t dayNumber = 0;
+  int64_t secondOfDay = 0;
+  SplitSerial(value, dayNumber, secondOfDay);
+  DateParts parts;
+  CivilFromDays(dayNumber + kEpochOffset, parts.year, parts.month, parts.day);
+  parts.hour = static_cast<int>(secondOfDay / 3600);
+  parts.minute = static_cast<int>(secondOfDay / 60 % 60);
+  parts.second = static_cast<int>(secondOfDay % 60);
+  return parts;
+}
+
+int Weekday(Date value) {
+  int64_t dayNumber = 0;
+  int64_t secondOfDay = 0;
+  SplitSerial(value, dayNumber, secondOfDay);
+  // Serial 0, 1899-12-30, was a Saturday.
+  const int64_t mod = ((dayNumber % 7) + 7) % 7;
+  return static_cast<int>((mod + 6) % 7 + 1);
+}
+
+Date DateOnly(Date value) { return std::trunc(value); }
+
+Date TimeOfDay(Date value) { return std::fabs(value - std::trunc(value)); }
+
+int64_t MinutesBetween(Date from, Date to) {
+  auto minuteIndex = [](Date v) {
+    int64_t dayNumber = 0;
+    int64_t secondOfDay = 0;
+    SplitSerial(v, dayNumber, secondOfDay);
+    return dayNumber * 1440 + secondOfDay / 60;
+  };
+  return minuteIndex(to) - minuteIndex(from);
+}
+
+int64_t SecondsBetween(Date from, Date to) {
+  auto secondIndex = [](Date v) {
+    int64_t dayNumber = 0;
+    int64_t secondOfDay = 0;
+    SplitSerial(v, dayNumber, secondOfDay);
+    return dayNumber * 86400 + secondOfDay;
+  };
+  return secondIndex(to) - secondIndex(from);
+}
+
+Date DateFromUnix(std::time_t seconds, long nanoseconds) {
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  const DateParts parts{local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                        local.tm_hour,        local.tm_min,     local.tm_sec};
+  return MakeDate(parts) + nanoseconds / 1e9 / kSecondsPerDay;
+}
+
+std::time_t UnixFromDate(Date value) {
+  const DateParts p = SplitDate(value);
+  std::tm local{};
+  local.tm_year = p.year - 1900;
+  local.tm_mon = p.month - 1;
+  local.tm_mday = p.day;
+  local.tm_hour = p.hour;
+  local.tm_min = p.minute;
+  local.tm_sec = p.second;
+  local.tm_isdst = -1;
+  return std::mktime(&local);
+}
+
+std::string FormatStamp(Date value) {
+  const DateParts p = SplitDate(value);
+  return Format("%04d%02d%02d%02d%02d%02d", p.year, p.month, p.day, p.hour, p.minute, p.second);
+}
+
+std::string ShortDate(Date value) {
+  const DateParts p = SplitDate(value);
+  return Format("%02d/%02d/%04d", p.day, p.month, p.year);
+}
+
+std::string ShortTime(Date value) {
+  const DateParts p = SplitDate(value);
+  return Format("%02d:%02d", p.hour, p.minute, 0);
+}
+
+std::string LongTime(Date value) {
+  const DateParts p = SplitDate(value);
+  return Format("%02d:%02d:%02d", p.hour, p.minute, p.second);
+}
+
+std::string DefaultDateText(Date value) {
+  int64_t dayNumber = 0;
+  int64_t secondOfDay = 0;
+  SplitSerial(value, dayNumber, secondOfDay);
+  if (dayNumber == 0) return LongTime(value);
+  if (secondOfDay == 0) return ShortDate(value);
+  return ShortDate(value) + " " + LongTime(value);
+}
+
+std::string IsoText(Date value) {
+  const DateParts p = SplitDate(value);
+  return Format("%04d-%02d-%02d %02d:%02d:%02d", p.year, p.month, p.day, p.hour, p.minute, p.second);
+}
+
+std::string Rfc3339Text(Date value) {
+  const double whole = std::floor(value * kSecondsPerDay);
+  const long micros = std::lround((value * kSecondsPerDay - whole) * 1e6) % 1000000;
+  const DateParts p = SplitDate(whole / kSecondsPerDay);
+  std::tm local{};
+  local.tm_year = p.year - 1900;
+  local.tm_mon = p.month - 1;
+  local.tm_mday = p.day;
+  local.tm_hour = p.hour;
+  local.tm_min = p.minute;
+  local.tm_sec = p.second;
+  local.tm_isdst = -1;
+  std::mktime(&local);
+  const long offset = local.tm_gmtoff / 60;
+  char buffer[64];
+  std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02dT%02d:%02d:%02d.%06ld%c%02ld:%02ld", p.year, p.month,
+                p.day, p.hour, p.minute, p.second, micros, offset < 0 ? '-' : '+', std::labs(offset) / 60,
+                std::labs(offset) % 60);
+  return buffer;
+}
+
+std::optional<Date> ParseTimeOfDay(std::string_view text) {
+  size_t pos = 0;
+  int hour = 0, minute = 0, second = 0;
+  if (!ReadNumber(text, pos, 2, hour) || !Expect(text, pos, ':') || !ReadNumber(text, pos, 2, minute)) {
+    return std::nullopt;
+  }
+  if (pos < text.size() && (!Expect(text, pos, ':') || !ReadNumber(text, pos, 2, second))) {
+    return std::nullopt;
+  }
+  if (pos != text.size() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
+  return TimeSerial(hour, minute, second);
+}
+
+std::optional<Date> ParseIsoDate(std::string_view text) {
+  size_t pos = 0;
+  int year = 0, month = 0, day = 0;
+  if (!ReadNumber(text, pos, 4, year) || !Expect(text, pos, '-') || !ReadNumber(text, pos, 2, month) ||
+      !Expect(text, pos, '-') || !ReadNumber(text, pos, 2, day)) {
+    return std::nullopt;
+  }
+  if (month < 1 || month > 12 || day < 1 || day > DaysInMonth(year, month)) return std::nullopt;
+  Date result = DateSerial(year, month, day);
+  if (pos == text.size()) return result;
+  if (!Expect(text, pos, ' ')) return std::nullopt;
+  const auto time = ParseTimeOfDay(text.substr(pos));
+  if (!time) return std::nullopt;
+  return result + *time;
+}
+
+}  // namespace tw

@@ -1,0 +1,154 @@
+#include "logging/clsLogs.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "common/Error.h"
+#include "common/NumberText.h"
+#include "common/Strings.h"
+#include "logging/LogLine.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A file holds this many entries; the next entry starts a new file.
+constexpr size_t kEntriesPerFile = 100;
+// One more than a full file, so that an overfull file (two writers at once) still reads as full.
+constexpr size_t kLineBuffer = 101;
+
+std::function<double()> DefaultRandom() {
+  auto generator = std::make_shared<std::mt19937_64>(std::random_device{}());
+  return [generator] { return std::uniform_real_distribution<double>(0.0, 1.0)(*generator); };
+}
+
+void CreateFolderIfMissing(const std::string& folder) {
+  std::error_code error;
+  if (!fs::exists(folder, error)) fs::create_directory(folder, error);
+}
+
+void DeleteFilesIn(const std::string& folder) {
+  std::error_code error;
+  for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+    std::error_code ignored;
+    if (it->is_regular_file(ignored)) fs::remove(it->path(), ignored);
+  }
+}
+
+void WriteText(const std::string& path, const std::string& text, std::ios::openmode mode) {
+  std::ofstream out(path, std::ios::binary | mode);
+  out << text;
+  out.close();
+  if (!out) throw TWError(errnum::PathFileAccess, "Path/File access error: " + path, "TWService");
+}
+
+}  // namespace
+
+clsLogs::clsLogs(const std::string& applicationFolder, TWSettings& settings, const Clock& clock, EventPump& pump,
+                 std::function<double()> random)
+    : logDirectory_(applicationFolder + "/Logs"),
+      attachmentDirectory_(logDirectory_ + "/Attachments"),
+      settings_(settings),
+      clock_(clock),
+      pump_(pump),
+      random_(random ? std::move(random) : DefaultRandom()) {
+  CreateFolderIfMissing(logDirectory_);
+  CreateFolderIfMissing(attachmentDirectory_);
+}
+
+void clsLogs::LogDirectory(const std::string& folder) {
+  logDirectory_ = folder;
+  attachmentDirectory_ = folder + "/Attachments";
+}
+
+std::string clsLogs::LogFilePath(int32_t number) const {
+  char name[32];
+  std::snprintf(name, sizeof name, "TWLog.%04d", number);
+  return logDirectory_ + "/" + name;
+}
+
+int32_t clsLogs::HighestLogNumber() const {
+  int32_t highest = 0;
+  std::error_code error;
+  for (fs::directory_iterator it(logDirectory_, error), end; !error && it != end; it.increment(error)) {
+    const std::string name = it->path().filename().string();
+    if (!StartsWithIgnoreCase(name, "TWLog.")) continue;
+    const auto number = ParseNumber(std::string_view(name).substr(6));
+    // A number too large for the count (TWLog.99999999999) is skipped like any other stray file.
+    if (!number || *number < 0 || *number > 2147483647.0) continue;
+    highest = std::max(highest, ToInt32(*number));
+  }
+  return highest;
+}
+
+void clsLogs::LoadLogFile(int32_t number) { lines_ = ReadTextLines(LogFilePath(number), kLineBuffer); }
+
+void clsLogs::AddLog(clsLogEntry& entry) {
+  int32_t number = HighestLogNumber();
+  LoadLogFile(number);
+  if (lines_.size() >= kEntriesPerFile) ++number;
+
+  const FormattedLogLine formatted = FormatLogLine(entry, random_());
+  WriteText(LogFilePath(number), formatted.line + "\r\n", std::ios::app);
+
+  const std::string attachmentPath = attachmentDirectory_ + "/" + formatted.attachmentName;
+  if (entry.AttachmentType == 2) {
+    std::error_code error;
+    fs::copy_file(entry.Attachment, attachmentPath, fs::copy_options::overwrite_existing, error);
+    if (error) {
+      // The failure text then goes into the file with the ".png" name, while the line keeps
+      // type 2: readers find a ".png" path whose content says what went wrong.
+      entry.AttachmentType = 1;
+      entry.Attachment = "A screenshot was captured but could not be saved - " + error.message();
+    }
+  }
+  if (entry.AttachmentType == 1) WriteText(attachmentPath, entry.Attachment, std::ios::trunc);
+
+  // Lets a console see that the log changed without reading the folder.
+  settings_.General().Console().LogLastChanged(clock_.Now());
+}
+
+bool clsLogs::AddLogSimple(int32_t logType, const std::string& title, const std::string& message,
+                           int32_t attachmentType, const std::string& attachment) {
+  try {
+    if (logType == 3 && !settings_.General().Options().DetailedLogging()) return false;
+    pump_.Pump();
+    clsLogEntry entry{clock_.Now(), logType, title, message, attachment, attachmentType};
+    AddLog(entry);
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+void clsLogs::GetLastLogs(int32_t count, std::vector<clsLogEntry>& entries) {
+  int32_t file = HighestLogNumber();
+  LoadLogFile(file);
+  int64_t line = static_cast<int64_t>(lines_.size()) - 1;
+  if (line < 0) return;
+  for (int32_t k = 0; k < count; ++k) {
+    if (static_cast<size_t>(k) >= entries.size()) {
+      throw TWError(errnum::SubscriptOutOfRange, "Subscript out of range", "TWService");
+    }
+    entries[k] = clsLogEntry{};
+    ParseLogLine(lines_[static_cast<size_t>(line)], attachmentDirectory_, entries[k]);
+    --line;
+    // Step back to the next earlier file that holds lines; a gap in the numbering or an empty
+    // file is passed over.
+    while (line < 0) {
+      if (--file < 0) return;
+      LoadLogFile(file);
+      line = static_cast<int64_t>(lines_.size()) - 1;
+    }
+  }
+}
+
+void clsLogs::Clear() {
+  DeleteFilesIn(attachmentDirectory_);
+  DeleteFilesIn(logDirectory_);
+}
+
+}  // namespace tw

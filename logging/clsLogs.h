@@ -1,0 +1,62 @@
+#pragma once
+// The application log: the service's journal of what it did and what went wrong. Entries go into
+// numbered files "TWLog.0000", "TWLog.0001", ... in the log folder, at most 100 to a file, with
+// text and screenshot attachments in its "Attachments" folder. The service only appends; the
+// console reads the same files back with GetLastLogs. The numbering is found anew from the folder
+// on every append, so entries written by another program are taken into account.
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "common/Clock.h"
+#include "common/EventPump.h"
+#include "logging/clsLogEntry.h"
+#include "settings/TWSettings.h"
+
+namespace tw {
+
+class clsLogs {
+ public:
+  // The log folder is <applicationFolder>/Logs; it and its attachment folder are created when
+  // missing (one level each; a folder that cannot be created makes every later append fail).
+  // `random` gives values in [0, 1) for the time-stamp jitter.
+  clsLogs(const std::string& applicationFolder, TWSettings& settings, const Clock& clock, EventPump& pump,
+          std::function<double()> random = {});
+
+  // Fills entries[0 .. count-1] with the newest entries, newest first. The caller sizes the
+  // vector; elements past the last entry found are left as they were. Raises Subscript out of
+  // range (9) when the vector is too short for an entry that exists.
+  void GetLastLogs(int32_t count, std::vector<clsLogEntry>& entries);
+
+  // Adds one entry stamped now. Returns false when it was filtered out (a detail entry while
+  // detailed logging is off) or could not be written; never raises.
+  bool AddLogSimple(int32_t logType, const std::string& title, const std::string& message, int32_t attachmentType,
+                    const std::string& attachment);
+
+  const std::string& LogDirectory() const { return logDirectory_; }
+  // Moves the log to another folder (and its attachments beneath it); creates no folder.
+  void LogDirectory(const std::string& folder);
+  const std::string& AttachmentDirectory() const { return attachmentDirectory_; }
+
+  // Deletes every file in the attachment folder, then every file in the log folder; folders stay
+  // and failures are ignored.
+  void Clear();
+
+ private:
+  std::string LogFilePath(int32_t number) const;
+  int32_t HighestLogNumber() const;
+  void LoadLogFile(int32_t number);
+  void AddLog(clsLogEntry& entry);
+
+  std::string logDirectory_;
+  std::string attachmentDirectory_;
+  TWSettings& settings_;
+  const Clock& clock_;
+  EventPump& pump_;
+  std::function<double()> random_;
+  // The lines of the file loaded last; 101 at most, as a full file holds 100.
+  std::vector<std::string> lines_;
+};
+
+}  // namespace tw

@@ -1,0 +1,18 @@
+#pragma once
+// The process's surroundings: environment variables, its own location, its identity.
+#include <optional>
+#include <string>
+
+namespace tw::platform {
+
+std::optional<std::string> GetEnv(const char* name);
+// The folder holding the running executable.
+std::string ExecutableFolder();
+// The application folder: TARNWICK_HOME when set, otherwise the executable's folder. Every
+// program of the product finds its settings, logs and helpers from here.
+std::string ApplicationFolder();
+// TARNWICK_SETTINGS when set, otherwise <application folder>/settings.db.
+std::string DefaultSettingsPath();
+int ProcessId();
+
+}  // namespace tw::platform

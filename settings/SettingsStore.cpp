@@ -1,0 +1,545 @@
+#include "settings/SettingsStore.h"
+
+#include <cmath>
+#include <filesystem>
+#include <system_error>
+
+#include "common/Error.h"
+#include "common/NumberText.h"
+#include "common/Strings.h"
+#include "platform/Files.h"
+#include "settings/Database.h"
+
+namespace tw {
+namespace {
+
+const char* kSource = "TWSettings";
+// "TWKS": marks a file as a settings file of this product.
+constexpr int64_t kApplicationId = 0x54574B53;
+
+const char* const kSchemaV1 = R"sql(
+CREATE TABLE settings (
+  key   TEXT PRIMARY KEY,
+  value
+) WITHOUT ROWID;
+
+CREATE TABLE jobs (
+  id                          INTEGER PRIMARY KEY,
+  position                    INTEGER NOT NULL,
+  name                        TEXT NOT NULL UNIQUE COLLATE NOCASE,
+  description                 TEXT NOT NULL DEFAULT '',
+  backup_log_id               TEXT NOT NULL UNIQUE,
+  scheme_prog_id              TEXT NOT NULL DEFAULT 'TWSchemes.Daily',
+  suspended                   INTEGER NOT NULL DEFAULT 0,
+  scheduled_time              REAL NOT NULL DEFAULT 0.875,
+  schedule_last_fired         REAL NOT NULL DEFAULT 0,
+  next_run_time               REAL NOT NULL DEFAULT 0,
+  run_status                  INTEGER NOT NULL DEFAULT 0,
+  tape_label                  TEXT NOT NULL DEFAULT '',
+  backup_method               INTEGER NOT NULL DEFAULT 0,
+  backup_mode                 INTEGER NOT NULL DEFAULT 0,
+  eject                       INTEGER NOT NULL DEFAULT 0,
+  backup_timeout              INTEGER NOT NULL DEFAULT 240,
+  destination                 TEXT NOT NULL DEFAULT '',
+  print_report                INTEGER NOT NULL DEFAULT 0,
+  send_report_email           INTEGER NOT NULL DEFAULT 1,
+  media_reminder_by_email     INTEGER NOT NULL DEFAULT 0,
+  media_reminder_by_broadcast INTEGER NOT NULL DEFAULT 0,
+  reminder_time               REAL NOT NULL DEFAULT 0.666666666666667,
+  reminder_last_fired         REAL NOT NULL DEFAULT 0,
+  maintenance_email_enabled   INTEGER NOT NULL DEFAULT 0,
+  maintenance_subject         TEXT NOT NULL DEFAULT '',
+  maintenance_body            TEXT NOT NULL DEFAULT '',
+  maintenance_occurrence      TEXT NOT NULL DEFAULT '',
+  maintenance_last_fired      REAL NOT NULL DEFAULT 0
+);
+CREATE INDEX jobs_by_position ON jobs (position);
+
+CREATE TABLE job_sources (
+  job_id   INTEGER NOT NULL REFERENCES jobs (id) ON DELETE CASCADE,
+  position INTEGER NOT NULL,
+  path     TEXT NOT NULL,
+  PRIMARY KEY (job_id, position)
+) WITHOUT ROWID;
+
+CREATE TABLE console_answers (
+  id   INTEGER PRIMARY KEY AUTOINCREMENT,
+  line TEXT NOT NULL
+);
+)sql";
+
+// Migration N brings a file from schema N-1 to N.
+const std::vector<const char*>& Migrations() {
+  static const std::vector<const char*> migrations = {kSchemaV1};
+  return migrations;
+}
+
+struct JobColumn {
+  const char* column;
+  ValueKind kind;
+  std::string select;
+  std::string update;
+};
+
+JobColumn Column(const char* name, ValueKind kind) {
+  return {name, kind, std::string("SELECT ") + name + " FROM jobs WHERE id = ?1",
+          std::string("UPDATE jobs SET ") + name + " = ?2 WHERE id = ?1"};
+}
+
+const JobColumn& ColumnOf(JobField field) {
+  using K = ValueKind;
+  static const std::vector<JobColumn> columns = {
+      Column("name", K::Text),
+      Column("description", K::Text),
+      Column("backup_log_id", K::Text),
+      Column("scheme_prog_id", K::Text),
+      Column("suspended", K::Boolean),
+      Column("scheduled_time", K::Date),
+      Column("schedule_last_fired", K::Date),
+      Column("next_run_time", K::Date),
+      Column("run_status", K::Integer),
+      Column("tape_label", K::Text),
+      Column("backup_method", K::Integer),
+      Column("backup_mode", K::Integer),
+      Column("eject", K::Boolean),
+      Column("backup_timeout", K::Integer),
+      Column("destination", K::Text),
+      Column("print_report", K::Boolean),
+      Column("send_report_email", K::Boolean),
+      Column("media_reminder_by_email", K::Boolean),
+      Column("media_reminder_by_broadcast", K::Boolean),
+      Column("reminder_time", K::Date),
+      Column("reminder_last_fired", K::Date),
+      Column("maintenance_email_enabled", K::Boolean),
+      Column("maintenance_subject", K::Text),
+      Column("maintenance_body", K::Text),
+      Column("maintenance_occurrence", K::Text),
+      Column("maintenance_last_fired", K::Date),
+  };
+  return columns.at(static_cast<size_t>(field));
+}
+
+[[noreturn]] void Malformed(const std::string& what, const std::string& value, const char* expected) {
+  throw TWError(errnum::TypeMismatch, "Setting " + what + " holds \"" + value + "\", which is not " + expected,
+                kSource);
+}
+
+// Reads column 0 of the current row as the given kind, tolerating what a hand edit may leave
+// (a number stored as text, a Boolean as a word) and refusing what cannot be meant.
+bool AsBool(const Query& q, const std::string& what) {
+  switch (q.ColumnKind(0)) {
+    case Query::Kind::Integer: return q.Int(0) != 0;
+    case Query::Kind::Real: return q.Real(0) != 0;
+    case Query::Kind::Text: {
+      const std::string text = q.Text(0);
+      if (auto word = ParseBooleanWord(text)) return *word;
+      try {
+        return TextToBool(text);
+      } catch (const TWError&) {
+        Malformed(what, text, "true or false");
+      }
+    }
+    default: Malformed(what, q.Text(0), "true or false");
+  }
+}
+
+int64_t AsInteger(const Query& q, const std::string& what) {
+  switch (q.ColumnKind(0)) {
+    case Query::Kind::Integer: return q.Int(0);
+    case Query::Kind::Real:
+    case Query::Kind::Text: {
+      const std::string text = q.Text(0);
+      const auto number = ParseNumber(text);
+      if (!number || *number < -9.2e18 || *number > 9.2e18) Malformed(what, text, "a whole number");
+      return static_cast<int64_t>(std::llround(*number));
+    }
+    default: Malformed(what, q.Text(0), "a whole number");
+  }
+}
+
+double AsReal(const Query& q, const std::string& what) {
+  switch (q.ColumnKind(0)) {
+    case Query::Kind::Integer:
+    case Query::Kind::Real: return q.Real(0);
+    case Query::Kind::Text: {
+      const std::string text = q.Text(0);
+      if (const auto number = ParseNumber(text)) return *number;
+      Malformed(what, text, "a date number");
+    }
+    default: Malformed(what, q.Text(0), "a date number");
+  }
+}
+
+int32_t CheckedInt32(int64_t value, const std::string& what) {
+  if (value < INT32_MIN || value > INT32_MAX) Malformed(what, std::to_string(value), "a 32-bit number");
+  return static_cast<int32_t>(value);
+}
+
+const SettingKey& KeyOfKind(std::string_view key, ValueKind kind) {
+  const SettingKey& found = SettingKeyOf(key);
+  if (found.kind != kind && !(kind == ValueKind::Text && found.kind == ValueKind::Choice)) {
+    throw TWError(errnum::TypeMismatch, "Setting " + std::string(key) + " is not of the kind asked for", kSource);
+  }
+  return found;
+}
+
+std::string JobWhat(int64_t id, JobField field) {
+  return std::string(ColumnOf(field).column) + " of job #" + std::to_string(id);
+}
+
+[[noreturn]] void JobGone(int64_t id) {
+  throw TWError(errnum::SubscriptOutOfRange, "The backup job #" + std::to_string(id) + " no longer exists",
+                kSource);
+}
+
+}  // namespace
+
+SettingsStore::SettingsStore(std::string path) : path_(std::move(path)) {}
+
+SettingsStore::~SettingsStore() = default;
+
+bool SettingsStore::Exists() const {
+  std::error_code error;
+  return std::filesystem::exists(path_, error);
+}
+
+Database* SettingsStore::Open(bool forWrite) {
+  if (database_) return database_.get();
+  if (!Exists()) {
+    if (!forWrite) return nullptr;
+    if (const int error = platform::CreatePrivateFile(path_)) {
+      throw TWError(errnum::PathFileAccess,
+                    "Cannot create settings file " + path_ + ": " + std::generic_category().message(error), kSource);
+    }
+  }
+  auto database = std::make_unique<Database>(path_);
+  PrepareConnection(*database);
+  database_ = std::move(database);
+  return database_.get();
+}
+
+void SettingsStore::PrepareConnection(Database& database) {
+  // The console and the helper programs write while the service reads: wait for them a while
+  // rather than fail at once.
+  database.Execute("PRAGMA busy_timeout = 5000; PRAGMA foreign_keys = ON; PRAGMA synchronous = NORMAL", "read");
+  int64_t applicationId = 0;
+  int64_t version = 0;
+  {
+    auto q = database.Prepare("PRAGMA application_id");
+    if (q.Step()) applicationId = q.Int(0);
+  }
+  {
+    auto q = database.Prepare("PRAGMA user_version");
+    if (q.Step()) version = q.Int(0);
+  }
+  if (applicationId != 0 && applicationId != kApplicationId) {
+    throw TWError(errnum::PathFileAccess, "Settings file " + path_ + " is not a Tarnwick settings file", kSource);
+  }
+  if (version > kSchemaVersion) {
+    throw TWError(errnum::PathFileAccess,
+                  "Settings file " + path_ + " has schema version " + std::to_string(version) +
+                      ", newer than this program knows (" + std::to_string(kSchemaVersion) + "); update Tarnwick",
+                  kSource);
+  }
+  if (version < kSchemaVersion) Migrate(database, static_cast<int>(version));
+}
+
+void SettingsStore::Migrate(Database& database, int fromVersion) {
+  // WAL lets the console read while the service writes, and the reverse.
+  database.Execute("PRAGMA journal_mode = WAL");
+  Transaction transaction(database);
+  for (int version = fromVersion + 1; version <= kSchemaVersion; ++version) {
+    database.Execute(Migrations().at(static_cast<size_t>(version - 1)));
+  }
+  database.Execute("PRAGMA application_id = " + std::to_string(kApplicationId) +
+                   "; PRAGMA user_version = " + std::to_string(kSchemaVersion));
+  transaction.Commit();
+}
+
+void SettingsStore::InTransaction(const std::function<void()>& work) {
+  // A transaction inside another one joins it: the outer one decides.
+  if (transactionDepth_ > 0) {
+    work();
+    return;
+  }
+  Database& database = *Open(true);
+  Transaction transaction(database);
+  ++transactionDepth_;
+  try {
+    work();
+  } catch (...) {
+    --transactionDepth_;
+    throw;
+  }
+  --transactionDepth_;
+  transaction.Commit();
+}
+
+// ---- keyed settings -------------------------------------------------------------------------
+
+std::string SettingsStore::ReadText(std::string_view key) {
+  const SettingKey& setting = KeyOfKind(key, ValueKind::Text);
+  if (Database* database = Open(false)) {
+    auto q = database->Prepare("SELECT value FROM settings WHERE key = ?1");
+    q.BindText(1, key);
+    if (q.Step() && q.ColumnKind(0) != Query::Kind::Null) {
+      std::string value = q.Text(0);
+      if (setting.kind == ValueKind::Choice) {
+        if (ValidateSettingText(setting, value)) Malformed(std::string(key), value, "one of its choices");
+        return ToLower(TrimWhitespace(value));
+      }
+      return value;
+    }
+  }
+  return std::string(setting.defaultValue);
+}
+
+bool SettingsStore::ReadBool(std::string_view key) {
+  const SettingKey& setting = KeyOfKind(key, ValueKind::Boolean);
+  if (Database* database = Open(false)) {
+    auto q = database->Prepare("SELECT value FROM settings WHERE key = ?1");
+    q.BindText(1, key);
+    if (q.Step() && q.ColumnKind(0) != Query::Kind::Null) return AsBool(q, std::string(key));
+  }
+  return *ParseBooleanWord(setting.defaultValue);
+}
+
+int32_t SettingsStore::ReadInt(std::string_view key) {
+  const SettingKey& setting = KeyOfKind(key, ValueKind::Integer);
+  if (Database* database = Open(false)) {
+    auto q = database->Prepare("SELECT value FROM settings WHERE key = ?1");
+    q.BindText(1, key);
+    if (q.Step() && q.ColumnKind(0) != Query::Kind::Null) {
+      return CheckedInt32(AsInteger(q, std::string(key)), std::string(key));
+    }
+  }
+  return TextToInt32(setting.defaultValue);
+}
+
+Date SettingsStore::ReadDate(std::string_view key) {
+  const SettingKey& setting = KeyOfKind(key, ValueKind::Date);
+  if (Database* database = Open(false)) {
+    auto q = database->Prepare("SELECT value FROM settings WHERE key = ?1");
+    q.BindText(1, key);
+    if (q.Step() && q.ColumnKind(0) != Query::Kind::Null) return AsReal(q, std::string(key));
+  }
+  return LeadingNumber(setting.defaultValue);
+}
+
+namespace {
+const char* kUpsert =
+    "INSERT INTO settings (key, value) VALUES (?1, ?2) ON CONFLICT (key) DO UPDATE SET value = excluded.value";
+}
+
+void SettingsStore::WriteText(std::string_view key, std::string_view value) {
+  KeyOfKind(key, ValueKind::Text);
+  Open(true)->Prepare(kUpsert).BindText(1, key).BindText(2, value).Run();
+}
+
+void SettingsStore::WriteBool(std::string_view key, bool value) {
+  KeyOfKind(key, ValueKind::Boolean);
+  Open(true)->Prepare(kUpsert).BindText(1, key).BindInt(2, value ? 1 : 0).Run();
+}
+
+void SettingsStore::WriteInt(std::string_view key, int32_t value) {
+  KeyOfKind(key, ValueKind::Integer);
+  Open(true)->Prepare(kUpsert).BindText(1, key).BindInt(2, value).Run();
+}
+
+void SettingsStore::WriteDate(std::string_view key, Date value) {
+  KeyOfKind(key, ValueKind::Date);
+  Open(true)->Prepare(kUpsert).BindText(1, key).BindReal(2, value).Run();
+}
+
+std::string SettingsStore::ReadAsText(std::string_view key) {
+  switch (SettingKeyOf(key).kind) {
+    case ValueKind::Text:
+    case ValueKind::Choice: return ReadText(key);
+    case ValueKind::Boolean: return ReadBool(key) ? "true" : "false";
+    case ValueKind::Integer: return std::to_string(ReadInt(key));
+    case ValueKind::Date: return NumberToText(ReadDate(key));
+  }
+  return {};
+}
+
+void SettingsStore::WriteFromText(std::string_view key, std::string_view text) {
+  const SettingKey& setting = SettingKeyOf(key);
+  if (auto problem = ValidateSettingText(setting, text)) {
+    throw TWError(errnum::TypeMismatch, *problem, kSource);
+  }
+  switch (setting.kind) {
+    case ValueKind::Text: WriteText(key, text); break;
+    case ValueKind::Choice: WriteText(key, ToLower(TrimWhitespace(text))); break;
+    case ValueKind::Boolean: WriteBool(key, *ParseBooleanWord(text)); break;
+    case ValueKind::Integer: WriteInt(key, TextToInt32(text)); break;
+    case ValueKind::Date: WriteDate(key, *ParseNumber(text)); break;
+  }
+}
+
+// ---- jobs -----------------------------------------------------------------------------------
+
+int32_t SettingsStore::JobCount() {
+  Database* database = Open(false);
+  if (database == nullptr) return 0;
+  auto q = database->Prepare("SELECT COUNT(*) FROM jobs");
+  q.Step();
+  return static_cast<int32_t>(q.Int(0));
+}
+
+std::optional<int64_t> SettingsStore::JobIdAt(int32_t index) {
+  Database* database = Open(false);
+  if (database == nullptr) return std::nullopt;
+  auto q = database->Prepare("SELECT id FROM jobs WHERE position = ?1");
+  q.BindInt(1, index);
+  if (!q.Step()) return std::nullopt;
+  return q.Int(0);
+}
+
+std::optional<int64_t> SettingsStore::FindJobId(std::string_view name) {
+  Database* database = Open(false);
+  if (database == nullptr) return std::nullopt;
+  auto q = database->Prepare("SELECT id FROM jobs WHERE name = ?1");
+  q.BindText(1, name);
+  if (!q.Step()) return std::nullopt;
+  return q.Int(0);
+}
+
+std::vector<int64_t> SettingsStore::JobIds() {
+  std::vector<int64_t> ids;
+  Database* database = Open(false);
+  if (database == nullptr) return ids;
+  auto q = database->Prepare("SELECT id FROM jobs ORDER BY position");
+  while (q.Step()) ids.push_back(q.Int(0));
+  return ids;
+}
+
+bool SettingsStore::BackupLogIdTaken(std::string_view backupLogId, int64_t exceptJob) {
+  Database* database = Open(false);
+  if (database == nullptr) return false;
+  auto q = database->Prepare("SELECT 1 FROM jobs WHERE backup_log_id = ?1 AND id <> ?2");
+  q.BindText(1, backupLogId).BindInt(2, exceptJob);
+  return q.Step();
+}
+
+int64_t SettingsStore::InsertJob(std::string_view name, std::string_view backupLogId) {
+  Database& database = *Open(true);
+  database.Prepare("INSERT INTO jobs (position, name, backup_log_id) VALUES ((SELECT COUNT(*) FROM jobs), ?1, ?2)")
+      .BindText(1, name)
+      .BindText(2, backupLogId)
+      .Run();
+  return database.LastInsertId();
+}
+
+void SettingsStore::DeleteJob(int64_t id) {
+  InTransaction([&] {
+    Database& database = *Open(true);
+    int64_t position = 0;
+    {
+      auto q = database.Prepare("SELECT position FROM jobs WHERE id = ?1");
+      q.BindInt(1, id);
+      if (!q.Step()) JobGone(id);
+      position = q.Int(0);
+    }
+    database.Prepare("DELETE FROM jobs WHERE id = ?1").BindInt(1, id).Run();
+    // Keep positions dense, so that index i is always the i-th job.
+    database.Prepare("UPDATE jobs SET position = position - 1 WHERE position > ?1").BindInt(1, position).Run();
+  });
+}
+
+std::string SettingsStore::JobText(int64_t id, JobField field) {
+  Database* database = Open(false);
+  if (database == nullptr) JobGone(id);
+  auto q = database->Prepare(ColumnOf(field).select);
+  q.BindInt(1, id);
+  if (!q.Step()) JobGone(id);
+  return q.Text(0);
+}
+
+bool SettingsStore::JobBool(int64_t id, JobField field) {
+  Database* database = Open(false);
+  if (database == nullptr) JobGone(id);
+  auto q = database->Prepare(ColumnOf(field).select);
+  q.BindInt(1, id);
+  if (!q.Step()) JobGone(id);
+  return AsBool(q, JobWhat(id, field));
+}
+
+int64_t SettingsStore::JobInt(int64_t id, JobField field) {
+  Database* database = Open(false);
+  if (database == nullptr) JobGone(id);
+  auto q = database->Prepare(ColumnOf(field).select);
+  q.BindInt(1, id);
+  if (!q.Step()) JobGone(id);
+  return AsInteger(q, JobWhat(id, field));
+}
+
+Date SettingsStore::JobDate(int64_t id, JobField field) {
+  Database* database = Open(false);
+  if (database == nullptr) JobGone(id);
+  auto q = database->Prepare(ColumnOf(field).select);
+  q.BindInt(1, id);
+  if (!q.Step()) JobGone(id);
+  return AsReal(q, JobWhat(id, field));
+}
+
+void SettingsStore::SetJobText(int64_t id, JobField field, std::string_view value) {
+  Database& database = *Open(true);
+  database.Prepare(ColumnOf(field).update).BindInt(1, id).BindText(2, value).Run();
+  if (database.Changes() == 0) JobGone(id);
+}
+
+void SettingsStore::SetJobBool(int64_t id, JobField field, bool value) { SetJobInt(id, field, value ? 1 : 0); }
+
+void SettingsStore::SetJobInt(int64_t id, JobField field, int64_t value) {
+  Database& database = *Open(true);
+  database.Prepare(ColumnOf(field).update).BindInt(1, id).BindInt(2, value).Run();
+  if (database.Changes() == 0) JobGone(id);
+}
+
+void SettingsStore::SetJobDate(int64_t id, JobField field, Date value) {
+  Database& database = *Open(true);
+  database.Prepare(ColumnOf(field).update).BindInt(1, id).BindReal(2, value).Run();
+  if (database.Changes() == 0) JobGone(id);
+}
+
+std::vector<std::string> SettingsStore::JobSources(int64_t id) {
+  std::vector<std::string> paths;
+  Database* database = Open(false);
+  if (database == nullptr) return paths;
+  auto q = database->Prepare("SELECT path FROM job_sources WHERE job_id = ?1 ORDER BY position");
+  q.BindInt(1, id);
+  while (q.Step()) paths.push_back(q.Text(0));
+  return paths;
+}
+
+void SettingsStore::SetJobSources(int64_t id, const std::vector<std::string>& paths) {
+  InTransaction([&] {
+    Database& database = *Open(true);
+    database.Prepare("DELETE FROM job_sources WHERE job_id = ?1").BindInt(1, id).Run();
+    for (size_t i = 0; i < paths.size(); ++i) {
+      database.Prepare("INSERT INTO job_sources (job_id, position, path) VALUES (?1, ?2, ?3)")
+          .BindInt(1, id)
+          .BindInt(2, static_cast<int64_t>(i))
+          .BindText(3, paths[i])
+          .Run();
+    }
+  });
+}
+
+// ---- console answers ------------------------------------------------------------------------
+
+void SettingsStore::AppendAnswer(std::string_view line) {
+  Open(true)->Prepare("INSERT INTO console_answers (line) VALUES (?1)").BindText(1, line).Run();
+}
+
+std::vector<std::pair<int64_t, std::string>> SettingsStore::AnswersAfter(int64_t lastSeen) {
+  std::vector<std::pair<int64_t, std::string>> lines;
+  Database* database = Open(false);
+  if (database == nullptr) return lines;
+  auto q = database->Prepare("SELECT id, line FROM console_answers WHERE id > ?1 ORDER BY id");
+  q.BindInt(1, lastSeen);
+  while (q.Step()) lines.emplace_back(q.Int(0), q.Text(1));
+  return lines;
+}
+
+}  // namespace tw

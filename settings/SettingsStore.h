@@ -1,0 +1,97 @@
+#pragma once
+// The settings file behind the object model. It is opened on first use and created (mode 0600,
+// since it holds the backup account's password) on the first write; reading a file that does
+// not exist yet gives the defaults. Every read and write goes to the database when it is asked
+// for: the console and the helper programs change the same file while the service runs.
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "common/Date.h"
+#include "settings/SettingKeys.h"
+
+namespace tw {
+
+class Database;
+
+// The members of a backup job that live in its row of the store.
+enum class JobField {
+  Name, Description, BackupLogId, SchemeProgId, Suspended, ScheduledTime, ScheduleLastFired, NextRunTime,
+  RunStatus, TapeLabel, BackupMethod, BackupMode, Eject, BackupTimeout, Destination,
+  PrintReport, SendReportEmail, MediaReminderByEmail, MediaReminderByBroadcast, ReminderTime,
+  ReminderLastFired, MaintenanceEmailEnabled, MaintenanceSubject, MaintenanceBody, MaintenanceOccurrence,
+  MaintenanceLastFired,
+};
+
+class SettingsStore {
+ public:
+  // The schema this program writes; older files are migrated when first opened.
+  static constexpr int kSchemaVersion = 1;
+
+  explicit SettingsStore(std::string path);
+  ~SettingsStore();
+  SettingsStore(const SettingsStore&) = delete;
+  SettingsStore& operator=(const SettingsStore&) = delete;
+
+  const std::string& Path() const { return path_; }
+  bool Exists() const;
+
+  // Keyed settings (SettingKeys.h); a key with no stored value reads as its default. A stored
+  // value that does not fit the key's kind raises TWError naming the key and the value.
+  std::string ReadText(std::string_view key);
+  bool ReadBool(std::string_view key);
+  int32_t ReadInt(std::string_view key);
+  Date ReadDate(std::string_view key);
+  void WriteText(std::string_view key, std::string_view value);
+  void WriteBool(std::string_view key, bool value);
+  void WriteInt(std::string_view key, int32_t value);
+  void WriteDate(std::string_view key, Date value);
+  // The console's text form of a value ("true", "25", "starttls") and its way back; the text
+  // must have passed ValidateSettingText.
+  std::string ReadAsText(std::string_view key);
+  void WriteFromText(std::string_view key, std::string_view text);
+
+  // Jobs, kept in the order in which they were added; index 0 is the oldest.
+  int32_t JobCount();
+  std::optional<int64_t> JobIdAt(int32_t index);
+  std::optional<int64_t> FindJobId(std::string_view name);  // names compare without regard to case
+  std::vector<int64_t> JobIds();
+  bool BackupLogIdTaken(std::string_view backupLogId, int64_t exceptJob);
+  int64_t InsertJob(std::string_view name, std::string_view backupLogId);
+  void DeleteJob(int64_t id);
+
+  std::string JobText(int64_t id, JobField field);
+  bool JobBool(int64_t id, JobField field);
+  int64_t JobInt(int64_t id, JobField field);
+  Date JobDate(int64_t id, JobField field);
+  void SetJobText(int64_t id, JobField field, std::string_view value);
+  void SetJobBool(int64_t id, JobField field, bool value);
+  void SetJobInt(int64_t id, JobField field, int64_t value);
+  void SetJobDate(int64_t id, JobField field, Date value);
+  std::vector<std::string> JobSources(int64_t id);
+  void SetJobSources(int64_t id, const std::vector<std::string>& paths);
+
+  // The console's answer channel: lines appended by the service, read by the console.
+  void AppendAnswer(std::string_view line);
+  std::vector<std::pair<int64_t, std::string>> AnswersAfter(int64_t lastSeen);
+
+  // Runs `work` in one write transaction: all of it lands, or none of it.
+  void InTransaction(const std::function<void()>& work);
+
+ private:
+  // The open connection; nullptr when the file does not exist and `forWrite` is false.
+  Database* Open(bool forWrite);
+  void PrepareConnection(Database& database);
+  void Migrate(Database& database, int fromVersion);
+
+  std::string path_;
+  std::unique_ptr<Database> database_;
+  int transactionDepth_ = 0;
+};
+
+}  // namespace tw

@@ -1,0 +1,226 @@
+#include "console/Twctl.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "common/EventPump.h"
+#include "logging/clsLogs.h"
+#include "settings/TWSettings.h"
+#include "tests/support/TestSupport.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Result {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+class TwctlTest : public ::testing::Test {
+ protected:
+  Result Run(std::vector<std::string> args) {
+    std::ostringstream out, err;
+    ConsoleEnvironment environment;
+    environment.settingsPath = SettingsPath();
+    environment.applicationFolder = dir_.Path();
+    environment.clock = &clock_;
+    environment.readSecret = [this](const std::string&) { return secret_; };
+    const int status = RunTwctl(args, out, err, environment);
+    return {status, out.str(), err.str()};
+  }
+  std::string SettingsPath() const { return dir_ / "settings.db"; }
+
+  test::TempDir dir_;
+  ManualClock clock_{45321.875};
+  std::optional<std::string> secret_;
+};
+
+TEST_F(TwctlTest, AJobIsAddedChangedListedShownAndRemoved) {
+  auto r = Run({"job", "add", "Nightly", "--description", "Servers", "--time", "22:15", "--source", "/srv",
+                "--source", "/etc", "--destination", "/var/backups/tw", "--timeout", "90"});
+  ASSERT_EQ(0, r.status) << r.err;
+  EXPECT_EQ("Added backup job Nightly, daily at 22:15:00.\n", r.out);
+  EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write, fs::status(SettingsPath()).permissions() & fs::perms::all);
+
+  r = Run({"job", "add", "Weekly Archive", "--time", "06:00:30", "--suspended"});
+  ASSERT_EQ(0, r.status) << r.err;
+  r = Run({"job", "list"});
+  EXPECT_EQ("NAME            TIME      SCHEME           TIMEOUT  STATE      DESCRIPTION\n"
+            "Nightly         22:15:00  TWSchemes.Daily  90 min   active     Servers\n"
+            "Weekly Archive  06:00:30  TWSchemes.Daily  240 min  suspended  \n",
+            r.out);
+
+  r = Run({"job", "set", "nightly", "--time", "23:00", "--scheme", "TWSchemes.Weekdays", "--source", "/home",
+           "--backup-log-id", "night"});
+  ASSERT_EQ(0, r.status) << r.err;
+  r = Run({"job", "show", "Nightly", "--json"});
+  ASSERT_EQ(0, r.status);
+  const auto json = nlohmann::json::parse(r.out);
+  EXPECT_EQ("Nightly", json["name"]);
+  EXPECT_EQ("Servers", json["description"]);
+  EXPECT_EQ("23:00:00", json["time"]);
+  EXPECT_EQ("TWSchemes.Weekdays", json["scheme"]);
+  EXPECT_EQ(90, json["timeout_minutes"]);
+  EXPECT_EQ(std::vector<std::string>{"/home"}, json["sources"].get<std::vector<std::string>>());
+  EXPECT_EQ("/var/backups/tw", json["destination"]);
+  EXPECT_EQ("night", json["backup_log_id"]);
+  EXPECT_EQ(false, json["suspended"]);
+  EXPECT_TRUE(json["schedule_last_fired"].is_null());
+
+  r = Run({"job", "show", "Weekly Archive"});
+  EXPECT_NE(std::string::npos, r.out.find("Suspended:                yes\n"));
+  EXPECT_NE(std::string::npos, r.out.find("Backup log id:            Weekly_Archive\n"));
+  EXPECT_NE(std::string::npos, r.out.find("Destination:              /var/backups/tarnwick\n"));
+  EXPECT_NE(std::string::npos, r.out.find("Run status:               0 (no run recorded)\n"));
+
+  r = Run({"job", "set", "Weekly Archive", "--no-suspended"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_FALSE(TWSettings(SettingsPath()).General().JobByName("Weekly Archive").Suspended());
+
+  r = Run({"job", "remove", "NIGHTLY"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ("Removed backup job Nightly.\n", r.out);
+  r = Run({"job", "list", "--json"});
+  const auto list = nlohmann::json::parse(r.out);
+  ASSERT_EQ(1u, list.size());
+  EXPECT_EQ("Weekly Archive", list[0]["name"]);
+}
+
+TEST_F(TwctlTest, BadUsageIsRejectedWithOneLineAndNothingWritten) {
+  struct Case {
+    std::vector<std::string> args;
+    int status;
+    std::string err;
+  };
+  const std::vector<Case> cases = {
+      {{"job", "add", "A", "--time", "25:00"}, 2,
+       "twctl: invalid time \"25:00\" for --time (expected HH:MM or HH:MM:SS)\n"},
+      {{"job", "add", "A", "--timeout", "-5"}, 2,
+       "twctl: invalid number \"-5\" for --timeout (expected whole minutes from 0 to 525600)\n"},
+      {{"job", "add", "A", "--timeout", "1.5"}, 2,
+       "twctl: invalid number \"1.5\" for --timeout (expected whole minutes from 0 to 525600)\n"},
+      {{"job", "add", "A", "--backup-log-id", "a/b"}, 2,
+       "twctl: invalid identifier \"a/b\" for --backup-log-id (letters, digits, '.', '_' and '-', at most 64)\n"},
+      {{"job", "add", " "}, 2, "twctl: a job name must not be empty\n"},
+      {{"job", "show", "Nope"}, 1, "twctl: unknown job \"Nope\" ('twctl job list' shows the jobs)\n"},
+      {{"job", "set", "Nope", "--time", "10:00"}, 1, "twctl: unknown job \"Nope\" ('twctl job list' shows the jobs)\n"},
+      {{"config", "get", "mail.nothing"}, 2,
+       "twctl: unknown setting \"mail.nothing\" ('twctl config list' shows them all)\n"},
+      {{"config", "set", "mail.port", "seventy"}, 2,
+       "twctl: invalid number \"seventy\" for mail.port (expected a whole number from 1 to 65535)\n"},
+      {{"config", "set", "mail.security", "ssl"}, 2,
+       "twctl: invalid value \"ssl\" for mail.security (expected one of: none, starttls, tls)\n"},
+      {{"config", "set", "options.detailed_logging", "perhaps"}, 2,
+       "twctl: invalid value \"perhaps\" for options.detailed_logging (expected true or false)\n"},
+      {{"config", "set", "options.service_installed", "true"}, 2,
+       "twctl: options.service_installed is kept by the service itself and cannot be set here\n"},
+      {{"config", "set", "console.run_job_request", "1"}, 2,
+       "twctl: unknown setting \"console.run_job_request\" ('twctl config list' shows them all)\n"},
+      {{"job", "list", "--frobnicate"}, 2, "twctl: The following argument was not expected: --frobnicate\n"
+                                           "Run 'twctl --help' for usage.\n"},
+      {{}, 2, "twctl: A subcommand is required\nRun 'twctl --help' for usage.\n"},
+  };
+  for (const auto& c : cases) {
+    const Result r = Run(c.args);
+    EXPECT_EQ(c.status, r.status) << c.err;
+    EXPECT_EQ(c.err, r.err);
+    EXPECT_EQ("", r.out);
+  }
+  EXPECT_FALSE(fs::exists(SettingsPath())) << "a rejected command writes nothing";
+
+  ASSERT_EQ(0, Run({"job", "add", "A", "--time", "01:00"}).status);
+  const Result duplicate = Run({"job", "add", "a"});
+  EXPECT_EQ(1, duplicate.status);
+  EXPECT_EQ("twctl: a job named \"a\" already exists\n", duplicate.err);
+  EXPECT_EQ(2, Run({"job", "set", "A", "--time", "01:00", "--timeout", "x"}).status);
+  EXPECT_EQ(2, Run({"job", "set", "A"}).status);
+  EXPECT_EQ("01:00:00", nlohmann::json::parse(Run({"job", "show", "A", "--json"}).out)["time"]);
+}
+
+TEST_F(TwctlTest, SettingsAreSetAndReadBackAndPasswordsNeverPrinted) {
+  EXPECT_EQ("localhost\n", Run({"config", "get", "mail.server"}).out);
+  EXPECT_EQ(0, Run({"config", "set", "mail.server", "smtp.example.org"}).status);
+  EXPECT_EQ(0, Run({"config", "set", "mail.email_enabled", "yes"}).status);
+  EXPECT_EQ(0, Run({"config", "set", "mail.security", "STARTTLS"}).status);
+  EXPECT_EQ("smtp.example.org\n", Run({"config", "get", "mail.server"}).out);
+  EXPECT_EQ("true\n", Run({"config", "get", "mail.email_enabled"}).out);
+  EXPECT_EQ("starttls\n", Run({"config", "get", "mail.security"}).out);
+
+  EXPECT_EQ("(not set)\n", Run({"config", "get", "mail.password"}).out);
+  EXPECT_EQ(0, Run({"config", "set", "mail.password", "hunter2"}).status);
+  secret_ = "s3cret pass";
+  EXPECT_EQ(0, Run({"config", "set", "identity.password", "-"}).status);
+  EXPECT_EQ("s3cret pass", TWSettings(SettingsPath()).General().Identity().IdentityValue2());
+  EXPECT_EQ("(set)\n", Run({"config", "get", "mail.password"}).out);
+  const Result list = Run({"config", "list"});
+  const Result json = Run({"config", "list", "--json"});
+  for (const auto& text : {list.out, json.out}) {
+    EXPECT_EQ(std::string::npos, text.find("hunter2"));
+    EXPECT_EQ(std::string::npos, text.find("s3cret"));
+    EXPECT_EQ(std::string::npos, text.find("console."));
+  }
+  EXPECT_NE(std::string::npos, list.out.find("mail.server                           smtp.example.org\n"));
+  const auto parsed = nlohmann::json::parse(json.out);
+  EXPECT_EQ(true, parsed["mail.email_enabled"]);
+  EXPECT_EQ(25, parsed["mail.port"]);
+  EXPECT_EQ("(set)", parsed["mail.password"]);
+
+  secret_.reset();
+  const Result none = Run({"config", "set", "mail.password", "-"});
+  EXPECT_EQ(1, none.status);
+  EXPECT_EQ("twctl: no value was given on standard input for mail.password\n", none.err);
+}
+
+TEST_F(TwctlTest, LogsShowsTheNewestEntriesWithTheirAttachments) {
+  EXPECT_EQ("The application log in " + (dir_ / "Logs") + " is empty.\n", Run({"logs"}).out);
+  {
+    TWSettings settings(SettingsPath());
+    BlockingPump pump;
+    clsLogs logs(dir_.Path(), settings, clock_, pump, [] { return 0.0; });
+    logs.AddLogSimple(0, "Tarnwick service starting", "The Tarnwick service has been instructed to start", 0, "");
+    clock_.AdvanceSeconds(61);
+    logs.AddLogSimple(2, "Error #00106 - Error launching backup", "first line\r\nsecond line", 1, "DesktopRights said 1326");
+  }
+  const Result r = Run({"logs", "-n", "1"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ("2024-01-30 21:01:01  error    Error #00106 - Error launching backup\n"
+            "    first line\n"
+            "    second line\n"
+            "  Attachment:\n"
+            "    DesktopRights said 1326\n",
+            r.out);
+  const auto json = nlohmann::json::parse(Run({"logs", "--json"}).out);
+  ASSERT_EQ(2u, json.size());
+  EXPECT_EQ("Tarnwick service starting", json[1]["title"]);
+  EXPECT_EQ("info", json[1]["type_name"]);
+  EXPECT_EQ("DesktopRights said 1326", json[0]["attachment"]);
+  EXPECT_EQ(2, Run({"logs", "-n", "0"}).status);
+}
+
+TEST_F(TwctlTest, AnUnreadableSettingsFileIsOneClearLine) {
+  test::WriteFile(SettingsPath(), std::string(2048, '#'));
+  const Result r = Run({"job", "list"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("twctl: Cannot read settings file " + SettingsPath() + ": file is not a database\n", r.err);
+  const Result other = Run({"--settings", dir_ / "elsewhere.db", "job", "list"});
+  EXPECT_EQ(0, other.status) << "--settings points elsewhere";
+}
+
+TEST_F(TwctlTest, HelpIsAvailableEverywhere) {
+  for (const auto& args : std::vector<std::vector<std::string>>{
+           {"--help"}, {"job", "--help"}, {"job", "add", "--help"}, {"config", "set", "-h"}, {"logs", "--help"}}) {
+    const Result r = Run(args);
+    EXPECT_EQ(0, r.status);
+    EXPECT_NE(std::string::npos, r.out.find("Usage: twctl")) << r.out;
+  }
+  EXPECT_NE(std::string::npos, Run({"job", "add", "--help"}).out.find("--backup-log-id"));
+}
+
+}  // namespace
+}  // namespace tw

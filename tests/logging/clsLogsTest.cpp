@@ -1,0 +1,159 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "common/Error.h"
+#include "common/NumberText.h"
+#include "tests/logging/LogTestFixture.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+
+class ClsLogsTest : public test::LogTestFixture {};
+
+TEST_F(ClsLogsTest, FirstEntryGoesIntoTWLog0000ByteForByte) {
+  EXPECT_TRUE(fs::is_directory(dir_ / "Logs/Attachments"));
+  EXPECT_TRUE(logs_.AddLogSimple(0, "Tarnwick service starting", "The Tarnwick service has been instructed to start",
+                                 0, "ignored"));
+  EXPECT_EQ("45321.875\tTarnwick service starting\t0\tThe Tarnwick service has been instructed to start\t0\r\n",
+            LogFile("TWLog.0000"));
+  EXPECT_DOUBLE_EQ(45321.875, settings_.General().Console().LogLastChanged());
+  EXPECT_EQ(std::vector<std::string>{"pump"}, pump_.calls) << "an append lets pending events run once";
+
+  // The jitter puts up to half a second on the stamp, which also names the attachment.
+  random_ = 0.5;
+  clock_.AdvanceSeconds(60);
+  logs_.AddLogSimple(1, "T", "M", 1, "note");
+  const std::string stamp = NumberToText(clock_.Now() + 0.5 / 86400 / 2);
+  EXPECT_NE(stamp, NumberToText(clock_.Now()));
+  EXPECT_NE(std::string::npos, LogFile("TWLog.0000").find("\r\n" + stamp + "\tT\t1\tM\t1\r\n"));
+  EXPECT_EQ("note", test::ReadFile(dir_ / ("Logs/Attachments/" + stamp + ".txt")));
+}
+
+TEST_F(ClsLogsTest, FieldsAreEscapedAndReadBack) {
+  logs_.AddLogSimple(2, "Copy of C:\\Temp\tfailed", "line one\r\nline two\ttabbed\\n", 0, "");
+  EXPECT_EQ("45321.875\tCopy of C:\\\\Temp\\tfailed\t2\tline one\\nline two\\ttabbed\\\\n\t0\r\n", LogFile("TWLog.0000"));
+  auto entries = Last(1);
+  ASSERT_EQ(1u, entries.size());
+  EXPECT_EQ("Copy of C:\\Temp\tfailed", entries[0].Title);
+  EXPECT_EQ("line one\r\nline two\ttabbed\\n", entries[0].Message);
+  EXPECT_EQ(2, entries[0].LogType);
+  EXPECT_DOUBLE_EQ(45321.875, entries[0].Timestamp);
+
+  // A code-1 character reads back as a backslash; a lone line feed splits the record.
+  logs_.AddLogSimple(0, "one\x01two", "first\nsecond", 0, "");
+  entries = Last(2);
+  ASSERT_EQ(2u, entries.size());
+  // The tail "second\t0" reads as an entry of its own: no time stamp, title "0".
+  EXPECT_EQ(0, entries[0].Timestamp);
+  EXPECT_EQ("0", entries[0].Title);
+  EXPECT_EQ("one\\two", entries[1].Title);
+  EXPECT_EQ("first", entries[1].Message);
+}
+
+TEST_F(ClsLogsTest, AFullFileIsNeverAppendedToAndEntriesComeNewestFirstAcrossFiles) {
+  for (int i = 1; i <= 101; ++i) {
+    ASSERT_TRUE(logs_.AddLogSimple(0, std::to_string(i), "", 0, ""));
+  }
+  auto countLines = [](const std::string& text) { return std::count(text.begin(), text.end(), '\n'); };
+  EXPECT_EQ(100, countLines(LogFile("TWLog.0000")));
+  EXPECT_EQ(1, countLines(LogFile("TWLog.0001")));
+
+  auto entries = Last(3);
+  ASSERT_EQ(3u, entries.size());
+  EXPECT_EQ("101", entries[0].Title);
+  EXPECT_EQ("100", entries[1].Title);
+  EXPECT_EQ("99", entries[2].Title);
+
+  // Asking for more than there is fills what exists and leaves the rest as it was.
+  clsLogEntry marker;
+  marker.Title = "untouched";
+  std::vector<clsLogEntry> all(150, marker);
+  logs_.GetLastLogs(150, all);
+  EXPECT_EQ("1", all[100].Title);
+  EXPECT_EQ("untouched", all[101].Title);
+  std::vector<clsLogEntry> tooShort(2);
+  EXPECT_THROW(logs_.GetLastLogs(3, tooShort), TWError);
+}
+
+TEST_F(ClsLogsTest, NumberingComesFromTheFolderIgnoringStrayNames) {
+  test::WriteFile(dir_ / "Logs/TWLog.abc", "junk\r\n");
+  test::WriteFile(dir_ / "Logs/TWLog.0003.bak", "junk\r\n");
+  test::WriteFile(dir_ / "Logs/TWLog.99999999999", "junk\r\n");
+  test::WriteFile(dir_ / "Logs/twlog.0007", "45321.5\tolder\t0\t\t0\r\n");
+  logs_.AddLogSimple(0, "newest", "", 0, "");
+  // twlog.0007 counts as number 7, so the entry goes into file 7.
+  EXPECT_EQ("45321.875\tnewest\t0\t\t0\r\n", LogFile("TWLog.0007"));
+  EXPECT_EQ("junk\r\n", LogFile("TWLog.abc"));
+  EXPECT_FALSE(fs::exists(dir_ / "Logs/TWLog.0000"));
+
+  // Reading steps back over the gap to earlier files.
+  test::WriteFile(dir_ / "Logs/TWLog.0002", "45321.25\tearlier\t0\t\t0\r\n");
+  auto entries = Last(5);
+  ASSERT_EQ(2u, entries.size());
+  EXPECT_EQ("newest", entries[0].Title);
+  EXPECT_EQ("earlier", entries[1].Title);
+}
+
+TEST_F(ClsLogsTest, TextAttachmentsAreInlineBelow4096BytesAndAPathFromThenOn) {
+  logs_.AddLogSimple(0, "small", "", 1, std::string(4095, 'a'));
+  clock_.AdvanceSeconds(1);
+  logs_.AddLogSimple(0, "large", "", 1, std::string(4096, 'b'));
+  clock_.AdvanceSeconds(1);
+  logs_.AddLogSimple(0, "gone", "", 1, "soon deleted");
+  fs::remove(dir_ / ("Logs/Attachments/" + NumberToText(clock_.Now()) + ".txt"));
+
+  auto entries = Last(3);
+  ASSERT_EQ(3u, entries.size());
+  EXPECT_EQ(3, entries[0].AttachmentType);
+  EXPECT_EQ("The attachment file has been deleted!", entries[0].Attachment);
+  EXPECT_EQ(3, entries[1].AttachmentType);
+  EXPECT_EQ(dir_ / ("Logs/Attachments/" + NumberToText(45321.875 + 1.0 / 86400) + ".txt"), entries[1].Attachment);
+  EXPECT_EQ(1, entries[2].AttachmentType);
+  EXPECT_EQ(std::string(4095, 'a'), entries[2].Attachment);
+}
+
+TEST_F(ClsLogsTest, ScreenshotsAreCopiedAndAFailedCopyLeavesItsReason) {
+  test::WriteFile(dir_ / "shot.png", "PNG bytes");
+  logs_.AddLogSimple(1, "Previous backup process killed", "see picture", 2, dir_ / "shot.png");
+  EXPECT_EQ("PNG bytes", test::ReadFile(dir_ / "Logs/Attachments/45321.875.png"));
+
+  clock_.AdvanceSeconds(1);
+  const std::string stamp = NumberToText(clock_.Now());
+  logs_.AddLogSimple(1, "Backup process timed out", "no picture", 2, "");
+  // The line keeps type 2; the ".png" file holds the reason instead of a picture.
+  EXPECT_NE(std::string::npos, LogFile("TWLog.0000").find(stamp + "\tBackup process timed out\t1\tno picture\t2\r\n"));
+  EXPECT_EQ("A screenshot was captured but could not be saved - No such file or directory",
+            test::ReadFile(dir_ / ("Logs/Attachments/" + stamp + ".png")));
+  auto entries = Last(2);
+  EXPECT_EQ(2, entries[0].AttachmentType);
+  EXPECT_EQ(dir_ / ("Logs/Attachments/" + stamp + ".png"), entries[0].Attachment);
+  EXPECT_EQ(dir_ / "Logs/Attachments/45321.875.png", entries[1].Attachment);
+}
+
+TEST_F(ClsLogsTest, DetailEntriesNeedDetailedLoggingAndFailuresReturnFalse) {
+  EXPECT_FALSE(logs_.AddLogSimple(3, "DesktopRights", "detail", 0, ""));
+  EXPECT_FALSE(fs::exists(dir_ / "Logs/TWLog.0000"));
+  settings_.General().Options().DetailedLogging(true);
+  EXPECT_TRUE(logs_.AddLogSimple(3, "DesktopRights", "detail", 0, ""));
+  EXPECT_EQ("45321.875\tDesktopRights\t3\tdetail\t0\r\n", LogFile("TWLog.0000"));
+
+  logs_.LogDirectory(dir_ / "no/such/folder");
+  EXPECT_EQ(dir_ / "no/such/folder/Attachments", logs_.AttachmentDirectory());
+  EXPECT_FALSE(logs_.AddLogSimple(0, "lost", "", 0, ""));
+}
+
+TEST_F(ClsLogsTest, ClearDeletesFilesButKeepsFolders) {
+  logs_.AddLogSimple(0, "a", "", 1, "text");
+  fs::create_directory(dir_ / "Logs/keep");
+  logs_.Clear();
+  EXPECT_TRUE(fs::is_empty(dir_ / "Logs/Attachments"));
+  EXPECT_TRUE(fs::is_directory(dir_ / "Logs/keep"));
+  EXPECT_FALSE(fs::exists(dir_ / "Logs/TWLog.0000"));
+  EXPECT_TRUE(Last(5).empty());
+}
+
+}  // namespace
+}  // namespace tw

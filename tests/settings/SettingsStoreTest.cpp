@@ -1,0 +1,171 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "common/Error.h"
+#include "settings/Database.h"
+#include "settings/SettingsStore.h"
+#include "settings/TWSettings.h"
+#include "tests/support/TestSupport.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+
+class SettingsStoreTest : public ::testing::Test {
+ protected:
+  std::string Path() const { return dir_ / "settings.db"; }
+  // A second connection, as the console or a helper program has.
+  void RawSql(const std::string& sql) {
+    Database database(Path());
+    database.Execute(sql);
+  }
+  TWError ErrorOf(const std::function<void()>& work) {
+    try {
+      work();
+    } catch (const TWError& e) {
+      return e;
+    }
+    ADD_FAILURE() << "no error raised";
+    return TWError(0, "");
+  }
+
+  test::TempDir dir_;
+};
+
+TEST_F(SettingsStoreTest, ReadsGiveDefaultsAndTheFirstWriteCreatesAPrivateFile) {
+  TWSettings settings(Path());
+  EXPECT_EQ(0, settings.General().JobCount());
+  EXPECT_EQ("localhost", settings.General().MailSettings().Server());
+  EXPECT_EQ(25, settings.General().MailSettings().Port());
+  EXPECT_TRUE(settings.General().Options().EventLogEnabled());
+  EXPECT_FALSE(fs::exists(Path())) << "reading must not create the file";
+
+  settings.General().Options().DetailedLogging(true);
+  ASSERT_TRUE(fs::exists(Path()));
+  EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write, fs::status(Path()).permissions() & fs::perms::all);
+  Database database(Path());
+  auto version = database.Prepare("PRAGMA user_version");
+  ASSERT_TRUE(version.Step());
+  EXPECT_EQ(SettingsStore::kSchemaVersion, version.Int(0));
+  auto journal = database.Prepare("PRAGMA journal_mode");
+  ASSERT_TRUE(journal.Step());
+  EXPECT_EQ("wal", journal.Text(0));
+}
+
+TEST_F(SettingsStoreTest, EveryReadSeesWhatAnotherProgramWroteJustBefore) {
+  TWSettings service(Path());
+  TWSettings console(Path());
+  auto mail = service.General().MailSettings();
+  console.Store().WriteFromText("mail.server", "smtp.example.org");
+  EXPECT_EQ("smtp.example.org", mail.Server());
+  console.Store().WriteFromText("mail.security", " STARTTLS ");
+  EXPECT_EQ("starttls", mail.Security());
+  console.Store().WriteFromText("mail.email_enabled", "yes");
+  EXPECT_TRUE(mail.EmailEnabled());
+  console.Store().WriteFromText("mail.port", "587");
+  EXPECT_EQ(587, mail.Port());
+  EXPECT_EQ("true", console.Store().ReadAsText("mail.email_enabled"));
+
+  service.General().Console().LogLastChanged(45321.875);
+  EXPECT_DOUBLE_EQ(45321.875, console.General().Console().LogLastChanged());
+}
+
+TEST_F(SettingsStoreTest, AHandEditedValueOfTheWrongKindIsAClearError) {
+  TWSettings settings(Path());
+  settings.General().Options().DetailedLogging(true);
+  RawSql("UPDATE settings SET value = 'maybe' WHERE key = 'options.detailed_logging'");
+  const TWError error = ErrorOf([&] { settings.General().Options().DetailedLogging(); });
+  EXPECT_EQ(errnum::TypeMismatch, error.Number);
+  EXPECT_EQ("Setting options.detailed_logging holds \"maybe\", which is not true or false", error.Description);
+  EXPECT_EQ("TWSettings", error.Source);
+
+  // Forms a person would write by hand are understood.
+  RawSql("UPDATE settings SET value = 'On' WHERE key = 'options.detailed_logging'");
+  EXPECT_TRUE(settings.General().Options().DetailedLogging());
+  RawSql("INSERT INTO settings VALUES ('mail.port', ' 2525 ')");
+  EXPECT_EQ(2525, settings.General().MailSettings().Port());
+  RawSql("INSERT INTO settings VALUES ('mail.security', 'ssl')");
+  EXPECT_NE(std::string::npos, ErrorOf([&] { settings.General().MailSettings().Security(); }).Description.find("\"ssl\""));
+
+  clsJob job = settings.General().AddJob("Nightly", "Nightly");
+  RawSql("UPDATE jobs SET scheduled_time = 'nine' WHERE name = 'Nightly'");
+  EXPECT_EQ("Setting scheduled_time of job #" + std::to_string(job.Id()) + " holds \"nine\", which is not a date number",
+            ErrorOf([&] { job.ScheduledTime(); }).Description);
+  RawSql("UPDATE jobs SET run_status = 40000 WHERE name = 'Nightly'");
+  EXPECT_EQ(errnum::Overflow, ErrorOf([&] { job.RunStatus(); }).Number);
+}
+
+TEST_F(SettingsStoreTest, AFileThatIsNotOursIsRefusedWithItsReason) {
+  test::WriteFile(Path(), std::string(4096, 'x'));
+  TWSettings garbage(Path());
+  EXPECT_EQ("Cannot read settings file " + Path() + ": file is not a database",
+            ErrorOf([&] { garbage.General().JobCount(); }).Description);
+
+  fs::remove(Path());
+  {
+    TWSettings settings(Path());
+    settings.General().Options().DetailedLogging(true);
+  }
+  RawSql("PRAGMA user_version = 99");
+  TWSettings newer(Path());
+  EXPECT_EQ("Settings file " + Path() + " has schema version 99, newer than this program knows (1); update Tarnwick",
+            ErrorOf([&] { newer.General().JobCount(); }).Description);
+
+  const std::string other = dir_ / "other.db";
+  test::WriteFile(other, "");
+  {
+    Database database(other);
+    database.Execute("PRAGMA application_id = 12345; CREATE TABLE t (x)");
+  }
+  TWSettings foreign(other);
+  EXPECT_EQ("Settings file " + other + " is not a Tarnwick settings file",
+            ErrorOf([&] { foreign.General().JobCount(); }).Description);
+
+  TWSettings nowhere(dir_ / "missing/settings.db");
+  EXPECT_EQ("Cannot create settings file " + (dir_ / "missing/settings.db") + ": No such file or directory",
+            ErrorOf([&] { nowhere.General().Options().DetailedLogging(true); }).Description);
+}
+
+TEST_F(SettingsStoreTest, AnEmptyFileIsMigratedToTheCurrentSchema) {
+  test::WriteFile(Path(), "");
+  TWSettings settings(Path());
+  settings.General().AddJob("A", "A");
+  EXPECT_EQ(1, settings.General().JobCount());
+}
+
+TEST_F(SettingsStoreTest, ATransactionLandsWhollyOrNotAtAll) {
+  TWSettings settings(Path());
+  auto general = settings.General();
+  EXPECT_THROW(settings.Store().InTransaction([&] {
+    clsJob job = general.AddJob("Half", "Half");
+    job.Sources({"/etc"});
+    throw TWError(1, "stop");
+  }),
+               TWError);
+  EXPECT_EQ(0, general.JobCount());
+  settings.Store().InTransaction([&] {
+    clsJob job = general.AddJob("Whole", "Whole");
+    job.Sources({"/etc", "/srv"});  // a transaction of its own inside, joining the outer one
+  });
+  EXPECT_EQ((std::vector<std::string>{"/etc", "/srv"}), general.JobByName("Whole").Sources());
+}
+
+TEST_F(SettingsStoreTest, ConsoleAnswersArriveInOrder) {
+  TWSettings settings(Path());
+  auto console = settings.General().Console();
+  EXPECT_TRUE(console.AnswersAfter(0).empty());
+  console.AppendTestLine("Performing test backup...");
+  console.AppendTestLine("Backup launched...");
+  console.AppendTestLine("RESULT: Backup process completed normally");
+  const auto all = console.AnswersAfter(0);
+  ASSERT_EQ(3u, all.size());
+  EXPECT_EQ("Performing test backup...", all[0].second);
+  const auto rest = console.AnswersAfter(all[1].first);
+  ASSERT_EQ(1u, rest.size());
+  EXPECT_EQ("RESULT: Backup process completed normally", rest[0].second);
+}
+
+}  // namespace
+}  // namespace tw
