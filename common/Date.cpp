@@ -68,6 +68,19 @@ bool Expect(std::string_view text, size_t& pos, char c) {
   return true;
 }
 
+// Calendar fields for mktime, which decides itself whether daylight-saving time applies.
+std::tm LocalTm(const DateParts& p) {
+  std::tm local{};
+  local.tm_year = p.year - 1900;
+  local.tm_mon = p.month - 1;
+  local.tm_mday = p.day;
+  local.tm_hour = p.hour;
+  local.tm_min = p.minute;
+  local.tm_sec = p.second;
+  local.tm_isdst = -1;
+  return local;
+}
+
 int DaysInMonth(int year, int month) {
   static const int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
   const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
@@ -146,15 +159,7 @@ Date DateFromUnix(std::time_t seconds, long nanoseconds) {
 }
 
 std::time_t UnixFromDate(Date value) {
-  const DateParts p = SplitDate(value);
-  std::tm local{};
-  local.tm_year = p.year - 1900;
-  local.tm_mon = p.month - 1;
-  local.tm_mday = p.day;
-  local.tm_hour = p.hour;
-  local.tm_min = p.minute;
-  local.tm_sec = p.second;
-  local.tm_isdst = -1;
+  std::tm local = LocalTm(SplitDate(value));
   return std::mktime(&local);
 }
 
@@ -196,15 +201,8 @@ std::string Rfc3339Text(Date value) {
   const double whole = std::floor(value * kSecondsPerDay);
   const long micros = std::lround((value * kSecondsPerDay - whole) * 1e6) % 1000000;
   const DateParts p = SplitDate(whole / kSecondsPerDay);
-  std::tm local{};
-  local.tm_year = p.year - 1900;
-  local.tm_mon = p.month - 1;
-  local.tm_mday = p.day;
-  local.tm_hour = p.hour;
-  local.tm_min = p.minute;
-  local.tm_sec = p.second;
-  local.tm_isdst = -1;
-  std::mktime(&local);
+  std::tm local = LocalTm(p);
+  std::mktime(&local);  // fills in the offset from UTC in force at that moment
   const long offset = local.tm_gmtoff / 60;
   char buffer[64];
   std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02dT%02d:%02d:%02d.%06ld%c%02ld:%02ld", p.year, p.month,

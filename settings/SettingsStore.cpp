@@ -192,6 +192,27 @@ std::string JobWhat(int64_t id, JobField field) {
                 kSource);
 }
 
+// The stored value of a keyed setting, as `read` takes it from the row; nothing when the file or
+// the value is not there yet.
+template <typename T, typename Read>
+std::optional<T> ReadKeyColumn(Database* database, std::string_view key, Read read) {
+  if (database == nullptr) return std::nullopt;
+  auto q = database->Prepare("SELECT value FROM settings WHERE key = ?1");
+  q.BindText(1, key);
+  if (!q.Step() || q.ColumnKind(0) == Query::Kind::Null) return std::nullopt;
+  return read(q);
+}
+
+// One column of a job's row, as `read` takes it; a job that is gone raises.
+template <typename Read>
+auto ReadJobColumn(Database* database, int64_t id, JobField field, Read read) {
+  if (database == nullptr) JobGone(id);
+  auto q = database->Prepare(ColumnOf(field).select);
+  q.BindInt(1, id);
+  if (!q.Step()) JobGone(id);
+  return read(q);
+}
+
 }  // namespace
 
 SettingsStore::SettingsStore(std::string path) : path_(std::move(path)) {}
@@ -279,51 +300,33 @@ void SettingsStore::InTransaction(const std::function<void()>& work) {
 
 std::string SettingsStore::ReadText(std::string_view key) {
   const SettingKey& setting = KeyOfKind(key, ValueKind::Text);
-  if (Database* database = Open(false)) {
-    auto q = database->Prepare("SELECT value FROM settings WHERE key = ?1");
-    q.BindText(1, key);
-    if (q.Step() && q.ColumnKind(0) != Query::Kind::Null) {
-      std::string value = q.Text(0);
-      if (setting.kind == ValueKind::Choice) {
-        if (ValidateSettingText(setting, value)) Malformed(std::string(key), value, "one of its choices");
-        return ToLower(TrimWhitespace(value));
-      }
-      return value;
-    }
-  }
-  return std::string(setting.defaultValue);
+  const auto stored = ReadKeyColumn<std::string>(Open(false), key, [&](const Query& q) {
+    std::string value = q.Text(0);
+    if (setting.kind != ValueKind::Choice) return value;
+    if (ValidateSettingText(setting, value)) Malformed(std::string(key), value, "one of its choices");
+    return ToLower(TrimWhitespace(value));
+  });
+  return stored ? *stored : std::string(setting.defaultValue);
 }
 
 bool SettingsStore::ReadBool(std::string_view key) {
   const SettingKey& setting = KeyOfKind(key, ValueKind::Boolean);
-  if (Database* database = Open(false)) {
-    auto q = database->Prepare("SELECT value FROM settings WHERE key = ?1");
-    q.BindText(1, key);
-    if (q.Step() && q.ColumnKind(0) != Query::Kind::Null) return AsBool(q, std::string(key));
-  }
-  return *ParseBooleanWord(setting.defaultValue);
+  const auto stored = ReadKeyColumn<bool>(Open(false), key, [&](const Query& q) { return AsBool(q, std::string(key)); });
+  return stored ? *stored : *ParseBooleanWord(setting.defaultValue);
 }
 
 int32_t SettingsStore::ReadInt(std::string_view key) {
   const SettingKey& setting = KeyOfKind(key, ValueKind::Integer);
-  if (Database* database = Open(false)) {
-    auto q = database->Prepare("SELECT value FROM settings WHERE key = ?1");
-    q.BindText(1, key);
-    if (q.Step() && q.ColumnKind(0) != Query::Kind::Null) {
-      return CheckedInt32(AsInteger(q, std::string(key)), std::string(key));
-    }
-  }
-  return TextToInt32(setting.defaultValue);
+  const auto stored = ReadKeyColumn<int32_t>(Open(false), key, [&](const Query& q) {
+    return CheckedInt32(AsInteger(q, std::string(key)), std::string(key));
+  });
+  return stored ? *stored : TextToInt32(setting.defaultValue);
 }
 
 Date SettingsStore::ReadDate(std::string_view key) {
   const SettingKey& setting = KeyOfKind(key, ValueKind::Date);
-  if (Database* database = Open(false)) {
-    auto q = database->Prepare("SELECT value FROM settings WHERE key = ?1");
-    q.BindText(1, key);
-    if (q.Step() && q.ColumnKind(0) != Query::Kind::Null) return AsReal(q, std::string(key));
-  }
-  return LeadingNumber(setting.defaultValue);
+  const auto stored = ReadKeyColumn<Date>(Open(false), key, [&](const Query& q) { return AsReal(q, std::string(key)); });
+  return stored ? *stored : LeadingNumber(setting.defaultValue);
 }
 
 namespace {
@@ -447,39 +450,19 @@ void SettingsStore::DeleteJob(int64_t id) {
 }
 
 std::string SettingsStore::JobText(int64_t id, JobField field) {
-  Database* database = Open(false);
-  if (database == nullptr) JobGone(id);
-  auto q = database->Prepare(ColumnOf(field).select);
-  q.BindInt(1, id);
-  if (!q.Step()) JobGone(id);
-  return q.Text(0);
+  return ReadJobColumn(Open(false), id, field, [&](const Query& q) { return q.Text(0); });
 }
 
 bool SettingsStore::JobBool(int64_t id, JobField field) {
-  Database* database = Open(false);
-  if (database == nullptr) JobGone(id);
-  auto q = database->Prepare(ColumnOf(field).select);
-  q.BindInt(1, id);
-  if (!q.Step()) JobGone(id);
-  return AsBool(q, JobWhat(id, field));
+  return ReadJobColumn(Open(false), id, field, [&](const Query& q) { return AsBool(q, JobWhat(id, field)); });
 }
 
 int64_t SettingsStore::JobInt(int64_t id, JobField field) {
-  Database* database = Open(false);
-  if (database == nullptr) JobGone(id);
-  auto q = database->Prepare(ColumnOf(field).select);
-  q.BindInt(1, id);
-  if (!q.Step()) JobGone(id);
-  return AsInteger(q, JobWhat(id, field));
+  return ReadJobColumn(Open(false), id, field, [&](const Query& q) { return AsInteger(q, JobWhat(id, field)); });
 }
 
 Date SettingsStore::JobDate(int64_t id, JobField field) {
-  Database* database = Open(false);
-  if (database == nullptr) JobGone(id);
-  auto q = database->Prepare(ColumnOf(field).select);
-  q.BindInt(1, id);
-  if (!q.Step()) JobGone(id);
-  return AsReal(q, JobWhat(id, field));
+  return ReadJobColumn(Open(false), id, field, [&](const Query& q) { return AsReal(q, JobWhat(id, field)); });
 }
 
 void SettingsStore::SetJobText(int64_t id, JobField field, std::string_view value) {
