@@ -78,4 +78,4 @@ BENCHMARK(BM_GetLastLogs100)->ArgName("files")->Arg(10000)->Unit(benchmark::kMic
 
 }  // namespace
 
-BENCHMARK_MAIN();
+

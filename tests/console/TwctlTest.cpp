@@ -53,7 +53,7 @@ TEST_F(TwctlTest, AJobIsAddedChangedListedShownAndRemoved) {
   r = Run({"job", "list"});
   EXPECT_EQ("NAME            TIME      SCHEME           TIMEOUT  STATE      DESCRIPTION\n"
             "Nightly         22:15:00  TWSchemes.Daily  90 min   active     Servers\n"
-            "Weekly Archive  06:00:30  TWSchemes.Daily  240 min  suspended  \n",
+            "Weekly Archive  06:00:30  TWSchemes.Daily  240 min  suspended\n",
             r.out);
 
   r = Run({"job", "set", "nightly", "--time", "23:00", "--scheme", "TWSchemes.Weekdays", "--source", "/home",
@@ -210,6 +210,84 @@ TEST_F(TwctlTest, AnUnreadableSettingsFileIsOneClearLine) {
   EXPECT_EQ("twctl: Cannot read settings file " + SettingsPath() + ": file is not a database\n", r.err);
   const Result other = Run({"--settings", dir_ / "elsewhere.db", "job", "list"});
   EXPECT_EQ(0, other.status) << "--settings points elsewhere";
+}
+
+TEST_F(TwctlTest, OccurrencesAreDescribedCheckedAndSearched) {
+  const std::string lastFriday = "2|0.875|-1,0,0,0,0,0|0,0,0,0,0,-1,0|0|0";
+  EXPECT_EQ("Last Fri 21:00\n", Run({"occurrence", "describe", lastFriday}).out);
+  EXPECT_EQ("Last Fri\n", Run({"occurrence", "describe", lastFriday, "--type", "0"}).out);
+  Result r = Run({"occurrence", "check", lastFriday, "2026-11-27 21:00"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ("match\n", r.out);
+  r = Run({"occurrence", "check", lastFriday, "2026-11-20 21:00"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("no match\n", r.out);
+  r = Run({"occurrence", "next", lastFriday, "--from", "2026-11-23 00:00", "-n", "3"});
+  EXPECT_EQ("2026-11-27 21:00  Fri\n2026-12-25 21:00  Fri\n2027-01-29 21:00  Fri\n", r.out);
+  // Without --from the search starts now: 30 January 2024, 21:00.
+  EXPECT_EQ("[\n  \"2024-01-30 21:00\"\n]\n", Run({"occurrence", "next", "1|0.875|0,0,-1,0,0,0,0", "-n", "1", "--json"}).out);
+  EXPECT_EQ("No matching minute in the next 400 years.\n",
+            Run({"occurrence", "next", "2|0.875|0,0,0,0,0,0|0,-1,0,0,0,0,0|0|0"}).out);
+
+  r = Run({"occurrence", "describe", "1|0.875"});
+  EXPECT_EQ(2, r.status);
+  EXPECT_EQ("twctl: malformed occurrence string \"1|0.875\"\n", r.err);
+  r = Run({"occurrence", "check", lastFriday, "27/11/2026"});
+  EXPECT_EQ(2, r.status);
+  EXPECT_EQ("twctl: invalid time \"27/11/2026\" (expected \"YYYY-MM-DD HH:MM\")\n", r.err);
+}
+
+TEST_F(TwctlTest, NotificationsAndSchemesAreSetReadablyAndPreviewed) {
+  ASSERT_EQ(0, Run({"job", "add", "Office", "--scheme", "twschemes.gfs", "--time", "02:00"}).status);
+  Result r = Run({"job", "set", "Office", "--maintenance-monthly", "last:fri@21:00", "--maintenance-subject",
+                  "Clean the drive"});
+  EXPECT_EQ("Changed backup job Office.\nNote: the maintenance e-mail of Office is off; --maintenance switches it on.\n",
+            r.out);
+  r = Run({"job", "set", "Office", "--maintenance", "--reminder-time", "16:30", "--reminder-email",
+           "--reminder-broadcast", "--print-report", "--no-email-report", "--label", "Disk A", "--method",
+           "incremental", "--mode", "append", "--eject"});
+  ASSERT_EQ(0, r.status) << r.err;
+  EXPECT_EQ("Changed backup job Office.\n", r.out);
+  const auto json = nlohmann::json::parse(Run({"job", "show", "Office", "--json"}).out);
+  EXPECT_EQ("TWSchemes.GFS", json["scheme"]) << "stored as the registry spells it";
+  EXPECT_EQ("Disk A", json["label"]);
+  EXPECT_EQ("incremental", json["method"]);
+  EXPECT_EQ("append", json["mode"]);
+  EXPECT_EQ(true, json["eject"]);
+  const auto& n = json["notification"];
+  EXPECT_EQ("2|0.875|-1,0,0,0,0,0|0,0,0,0,0,-1,0|0|0", n["maintenance_occurrence"]);
+  EXPECT_EQ("Last Fri 21:00", n["maintenance_schedule"]);
+  EXPECT_EQ(true, n["maintenance_email_enabled"]);
+  EXPECT_EQ("Clean the drive", n["maintenance_subject"]);
+  EXPECT_EQ("16:30:00", n["reminder_time"]);
+  EXPECT_EQ(true, n["media_reminder_by_email"]);
+  EXPECT_EQ(true, n["media_reminder_by_broadcast"]);
+  EXPECT_EQ(true, n["print_report"]);
+  EXPECT_EQ(false, n["send_report_email"]);
+
+  EXPECT_EQ(2, Run({"job", "set", "Office", "--scheme", "TWSchemes.Hourly"}).status);
+  EXPECT_EQ(2, Run({"job", "set", "Office", "--method", "differential"}).status);
+  r = Run({"job", "set", "Office", "--maintenance-weekly", "funday@10:00"});
+  EXPECT_EQ("twctl: unknown day \"funday\" (expected sun, mon, tue, wed, thu, fri, sat) for --maintenance-weekly\n",
+            r.err);
+  r = Run({"job", "set", "Office", "--maintenance-occurrence", "1|0.5"});
+  EXPECT_EQ("twctl: malformed occurrence string \"1|0.5\" for --maintenance-occurrence\n", r.err);
+
+  // The clock stands at Tuesday 30 January 2024, 21:00; a 02:00 run belongs to the day before it starts.
+  r = Run({"job", "preview", "Office", "--days", "4"});
+  EXPECT_EQ("STARTS                RUN DATE    RUNS  LABEL      METHOD       MODE\n"
+            "Wed 2024-01-31 02:00  2024-01-30  yes   Daily-Tue  incremental  overwrite\n"
+            "Thu 2024-02-01 02:00  2024-01-31  yes   Daily-Wed  incremental  overwrite\n"
+            "Fri 2024-02-02 02:00  2024-02-01  yes   Daily-Thu  incremental  overwrite\n"
+            "Sat 2024-02-03 02:00  2024-02-02  yes   Weekly-1   full         overwrite\n",
+            r.out);
+  const auto preview = nlohmann::json::parse(Run({"job", "preview", "Office", "--days", "6", "--json"}).out);
+  EXPECT_EQ(false, preview[4]["runs"]) << "Saturday's run date";
+  EXPECT_EQ("2024-02-03", preview[4]["run_date"]);
+
+  r = Run({"schemes"});
+  EXPECT_EQ(0u, r.out.find("TWSchemes.Daily     every day"));
+  EXPECT_NE(std::string::npos, r.out.find("TWSchemes.GFS "));
 }
 
 TEST_F(TwctlTest, HelpIsAvailableEverywhere) {

@@ -1,0 +1,140 @@
+#include "console/ConfigCommands.h"
+
+#include <cmath>
+#include <iomanip>
+
+#include "common/EventPump.h"
+#include "common/Strings.h"
+#include "console/ConsoleCommon.h"
+#include "logging/clsLogs.h"
+#include "settings/SettingKeys.h"
+
+namespace tw::console {
+namespace {
+
+std::string ShownValue(SettingsStore& store, const SettingKey& key) {
+  const std::string value = store.ReadAsText(key.key);
+  if (key.secret) return value.empty() ? "(not set)" : "(set)";
+  return value;
+}
+
+const SettingKey& RequireKey(const std::string& key) {
+  const SettingKey* found = FindSettingKey(key);
+  if (found == nullptr || !found->listed) {
+    throw UsageError("unknown setting " + Quoted(key) + " ('twctl config list' shows them all)");
+  }
+  return *found;
+}
+
+std::string TypeName(int32_t logType) {
+  switch (logType) {
+    case 0: return "info";
+    case 1: return "warning";
+    case 2: return "error";
+    case 3: return "detail";
+    default: return "type " + std::to_string(logType);
+  }
+}
+
+void PrintIndented(std::ostream& out, const std::string& text) {
+  for (const auto& line : Split(ReplaceAll(text, "\r\n", "\n"), '\n')) out << "    " << line << "\n";
+}
+
+}  // namespace
+
+int ConfigList(TWSettings& settings, bool json, std::ostream& out) {
+  SettingsStore& store = settings.Store();
+  if (json) {
+    Json object = Json::object();
+    for (const auto& key : AllSettingKeys()) {
+      if (!key.listed) continue;
+      const std::string name(key.key);
+      if (key.secret) {
+        object[name] = ShownValue(store, key);
+      } else if (key.kind == ValueKind::Boolean) {
+        object[name] = store.ReadBool(key.key);
+      } else if (key.kind == ValueKind::Integer) {
+        object[name] = store.ReadInt(key.key);
+      } else {
+        object[name] = ShownValue(store, key);
+      }
+    }
+    out << object.dump(2) << "\n";
+    return 0;
+  }
+  std::vector<std::vector<std::string>> rows;
+  for (const auto& key : AllSettingKeys()) {
+    if (key.listed) rows.push_back({std::string(key.key), ShownValue(store, key)});
+  }
+  PrintTable(out, rows);
+  return 0;
+}
+
+int ConfigGet(TWSettings& settings, const std::string& key, std::ostream& out) {
+  out << ShownValue(settings.Store(), RequireKey(key)) << "\n";
+  return 0;
+}
+
+int ConfigSet(TWSettings& settings, const std::string& keyName, std::string value,
+              const ConsoleEnvironment& environment) {
+  const SettingKey& key = RequireKey(keyName);
+  if (!key.editable) throw UsageError(keyName + " is kept by the service itself and cannot be set here");
+  if (value == "-") {
+    // Read from standard input, without echo on a terminal, so a password stays out of the
+    // shell's history and the process list.
+    auto typed = environment.readSecret ? environment.readSecret("Value for " + keyName + ": ") : std::nullopt;
+    if (!typed) throw Failure("no value was given on standard input for " + keyName);
+    value = *typed;
+  }
+  if (auto problem = ValidateSettingText(key, value)) throw UsageError(*problem);
+  settings.Store().WriteFromText(key.key, value);
+  return 0;
+}
+
+int Logs(TWSettings& settings, const ConsoleEnvironment& environment, int32_t count, bool json, std::ostream& out) {
+  SystemClock systemClock;
+  BlockingPump pump;
+  clsLogs logs(environment.applicationFolder, settings, environment.clock ? *environment.clock : systemClock, pump);
+  // NaN marks elements that no entry filled.
+  clsLogEntry unfilled;
+  unfilled.Timestamp = std::nan("");
+  std::vector<clsLogEntry> entries(static_cast<size_t>(count), unfilled);
+  logs.GetLastLogs(count, entries);
+  std::erase_if(entries, [](const clsLogEntry& e) { return std::isnan(e.Timestamp); });
+
+  if (json) {
+    Json list = Json::array();
+    for (const auto& e : entries) {
+      list.push_back({{"time", IsoText(e.Timestamp)},
+                      {"timestamp", e.Timestamp},
+                      {"type", e.LogType},
+                      {"type_name", TypeName(e.LogType)},
+                      {"title", e.Title},
+                      {"message", e.Message},
+                      {"attachment_type", e.AttachmentType},
+                      {"attachment", e.Attachment}});
+    }
+    out << list.dump(2) << "\n";
+    return 0;
+  }
+  if (entries.empty()) {
+    out << "The application log in " << logs.LogDirectory() << " is empty.\n";
+    return 0;
+  }
+  for (size_t i = 0; i < entries.size(); ++i) {
+    const auto& e = entries[i];
+    if (i > 0) out << "\n";
+    out << IsoText(e.Timestamp) << "  " << std::left << std::setw(7) << TypeName(e.LogType) << "  " << e.Title
+        << "\n";
+    if (!e.Message.empty()) PrintIndented(out, e.Message);
+    if (e.AttachmentType == 1) {
+      out << "  Attachment:\n";
+      PrintIndented(out, e.Attachment);
+    } else if (e.AttachmentType == 2 || e.AttachmentType == 3) {
+      out << "  Attachment: " << e.Attachment << "\n";
+    }
+  }
+  return 0;
+}
+
+}  // namespace tw::console

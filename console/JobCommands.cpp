@@ -1,0 +1,456 @@
+#include "console/JobCommands.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <iomanip>
+
+#include "common/Error.h"
+#include "common/NumberText.h"
+#include "common/Strings.h"
+#include "scheduling/DueChecks.h"
+#include "scheduling/Occurrence.h"
+#include "scheduling/OccurrenceBuilder.h"
+#include "scheduling/Schemes.h"
+#include "settings/StatusText.h"
+
+namespace tw::console {
+namespace {
+
+// Time-outs longer than a year are taken for a typing error.
+constexpr int32_t kMaxTimeoutMinutes = 525600;
+
+// What a job command changes, checked before anything is written.
+struct JobChanges {
+  std::optional<std::string> description, scheme, destination, backupLogId, label;
+  std::optional<Date> time, reminderTime;
+  std::optional<int32_t> timeout, method, mode;
+  std::optional<std::vector<std::string>> sources;
+  std::optional<bool> suspended, eject, emailReport, printReport, reminderEmail, reminderBroadcast, maintenance;
+  std::optional<std::string> maintenanceSubject, maintenanceBody, maintenanceOccurrence;
+
+  bool Any() const {
+    return description || scheme || destination || backupLogId || label || time || reminderTime || timeout ||
+           method || mode || sources || suspended || eject || emailReport || printReport || reminderEmail ||
+           reminderBroadcast || maintenance || maintenanceSubject || maintenanceBody || maintenanceOccurrence;
+  }
+};
+
+bool IsIdentifierChar(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
+         c == '-';
+}
+
+std::string AbsolutePath(const std::string& path, const char* option) {
+  if (path.empty()) throw UsageError(std::string("empty path for ") + option);
+  return std::filesystem::absolute(path).lexically_normal().string();
+}
+
+void CheckName(const std::string& name) {
+  if (TrimWhitespace(name).empty()) throw UsageError("a job name must not be empty");
+  for (char c : name) {
+    if (c == '\t' || c == '\r' || c == '\n') throw UsageError("a job name must be one line without tabs");
+  }
+}
+
+Date CheckedTime(const std::string& text, const char* option) {
+  const auto time = ParseTimeOfDay(text);
+  if (!time) throw UsageError("invalid time " + Quoted(text) + " for " + option + " (expected HH:MM or HH:MM:SS)");
+  return *time;
+}
+
+int32_t CheckedChoice(const std::string& text, const char* option, const char* first, const char* second) {
+  const std::string word = ToLower(TrimWhitespace(text));
+  if (word == first) return 0;
+  if (word == second) return 1;
+  throw UsageError("invalid value " + Quoted(text) + " for " + option + " (expected " + first + " or " + second + ")");
+}
+
+// The one maintenance schedule option given, as an occurrence string.
+std::optional<std::string> MaintenanceSchedule(const JobOptions& o) {
+  struct Form {
+    CLI::Option* option;
+    const std::string& text;
+    std::string (*build)(std::string_view);
+  };
+  const Form forms[] = {
+      {o.weeklyOpt, o.maintenanceWeekly, WeeklyOccurrence},
+      {o.monthlyOpt, o.maintenanceMonthly, MonthlyOccurrence},
+      {o.firstWeekdayOpt, o.maintenanceFirstWeekday, FirstWeekdayOccurrence},
+      {o.lastWeekdayOpt, o.maintenanceLastWeekday, LastWeekdayOccurrence},
+      {o.datesOpt, o.maintenanceDates, SpecificOccurrence},
+  };
+  for (const auto& form : forms) {
+    if (!form.option->count()) continue;
+    try {
+      return form.build(form.text);
+    } catch (const std::invalid_argument& e) {
+      throw UsageError(std::string(e.what()) + " for " + form.option->get_name());
+    }
+  }
+  if (o.occurrenceOpt->count()) {
+    const std::string problem = OccurrenceProblem(o.maintenanceOccurrence);
+    if (!problem.empty()) throw UsageError(problem + " for --maintenance-occurrence");
+    return o.maintenanceOccurrence;
+  }
+  return std::nullopt;
+}
+
+JobChanges CheckJobOptions(const JobOptions& o) {
+  JobChanges c;
+  if (o.descriptionOpt->count()) c.description = o.description;
+  if (o.timeOpt->count()) c.time = CheckedTime(o.time, "--time");
+  if (o.schemeOpt->count()) {
+    const std::string id = SchemeRegistry::BuiltIn().CanonicalId(o.scheme);
+    if (id.empty()) throw UsageError("unknown scheme " + Quoted(o.scheme) + " for --scheme ('twctl schemes' lists them)");
+    c.scheme = id;
+  }
+  if (o.timeoutOpt->count()) {
+    const auto number = ParseNumber(o.timeout);
+    if (!number || *number != std::floor(*number) || *number < 0 || *number > kMaxTimeoutMinutes) {
+      throw UsageError("invalid number " + Quoted(o.timeout) + " for --timeout (expected whole minutes from 0 to " +
+                       std::to_string(kMaxTimeoutMinutes) + ")");
+    }
+    c.timeout = static_cast<int32_t>(*number);
+  }
+  if (o.sourcesOpt->count()) {
+    std::vector<std::string> sources;
+    for (const auto& source : o.sources) sources.push_back(AbsolutePath(source, "--source"));
+    c.sources = sources;
+  }
+  if (o.destinationOpt->count()) c.destination = AbsolutePath(o.destination, "--destination");
+  if (o.backupLogIdOpt->count()) {
+    const bool valid = !o.backupLogId.empty() && o.backupLogId.size() <= 64 &&
+                       std::all_of(o.backupLogId.begin(), o.backupLogId.end(), IsIdentifierChar);
+    if (!valid) {
+      throw UsageError("invalid identifier " + Quoted(o.backupLogId) +
+                       " for --backup-log-id (letters, digits, '.', '_' and '-', at most 64)");
+    }
+    c.backupLogId = o.backupLogId;
+  }
+  c.suspended = o.suspended.Value();
+  if (o.labelOpt->count()) c.label = o.label;
+  if (o.methodOpt->count()) c.method = CheckedChoice(o.method, "--method", "full", "incremental");
+  if (o.modeOpt->count()) c.mode = CheckedChoice(o.mode, "--mode", "overwrite", "append");
+  c.eject = o.eject.Value();
+  c.emailReport = o.emailReport.Value();
+  c.printReport = o.printReport.Value();
+  if (o.reminderTimeOpt->count()) c.reminderTime = CheckedTime(o.reminderTime, "--reminder-time");
+  c.reminderEmail = o.reminderEmail.Value();
+  c.reminderBroadcast = o.reminderBroadcast.Value();
+  c.maintenance = o.maintenance.Value();
+  if (o.maintenanceSubjectOpt->count()) c.maintenanceSubject = o.maintenanceSubject;
+  if (o.maintenanceBodyOpt->count()) c.maintenanceBody = o.maintenanceBody;
+  c.maintenanceOccurrence = MaintenanceSchedule(o);
+  return c;
+}
+
+// A marker-file identifier made from the job's name, free among the other jobs.
+std::string DefaultBackupLogId(SettingsStore& store, const std::string& name) {
+  std::string base;
+  for (char c : name) base += IsIdentifierChar(c) ? c : '_';
+  if (base.size() > 56) base.resize(56);
+  std::string candidate = base;
+  for (int n = 2; store.BackupLogIdTaken(candidate, 0); ++n) candidate = base + "-" + std::to_string(n);
+  return candidate;
+}
+
+void ApplyJobChanges(clsJob& job, const JobChanges& c) {
+  if (c.description) job.Description(*c.description);
+  if (c.time) job.ScheduledTime(*c.time);
+  if (c.scheme) job.SchemeProgId(*c.scheme);
+  if (c.timeout) job.BackupTimeout(*c.timeout);
+  if (c.sources) job.Sources(*c.sources);
+  if (c.destination) job.Destination().Path(*c.destination);
+  if (c.backupLogId) job.BackupLogId(*c.backupLogId);
+  if (c.suspended) job.Suspended(*c.suspended);
+  if (c.label) job.TapeLabel(*c.label);
+  if (c.method) job.BackupMethod(*c.method);
+  if (c.mode) job.BackupMode(*c.mode);
+  if (c.eject) job.Eject(*c.eject);
+  auto n = job.JobNotification();
+  if (c.emailReport) n.SendReportEmail(*c.emailReport);
+  if (c.printReport) n.PrintReport(*c.printReport);
+  if (c.reminderTime) n.ReminderTime(*c.reminderTime);
+  if (c.reminderEmail) n.MediaReminderByEmail(*c.reminderEmail);
+  if (c.reminderBroadcast) n.MediaReminderByBroadcast(*c.reminderBroadcast);
+  if (c.maintenance) n.MaintenanceEmailEnabled(*c.maintenance);
+  if (c.maintenanceSubject) n.MaintenanceSubject(*c.maintenanceSubject);
+  if (c.maintenanceBody) n.MaintenanceBody(*c.maintenanceBody);
+  if (c.maintenanceOccurrence) n.MaintenanceOccurrence(*c.maintenanceOccurrence);
+}
+
+// A hint when a maintenance e-mail was described but is switched off.
+void HintMaintenance(clsJob& job, const JobChanges& c, std::ostream& out) {
+  const bool described = c.maintenanceOccurrence || c.maintenanceSubject || c.maintenanceBody;
+  if (described && !job.JobNotification().MaintenanceEmailEnabled()) {
+    out << "Note: the maintenance e-mail of " << job.Name() << " is off; --maintenance switches it on.\n";
+  }
+}
+
+clsJob RequireJob(TWSettings& settings, const std::string& name) {
+  auto job = settings.General().FindJob(name);
+  if (!job) throw Failure("unknown job " + Quoted(name) + " ('twctl job list' shows the jobs)");
+  return *job;
+}
+
+// The executor leaves 1 or 2 after a run and -2 during one; 0 means no run has set it yet.
+std::string RunStatusText(int16_t status) {
+  if (status == 0) return "0 (no run recorded)";
+  return std::to_string(status) + " (" + clsStatusText().StatusText(status) + ")";
+}
+
+std::string ScheduleText(const std::string& occurrenceString) {
+  if (occurrenceString.empty()) return "(none)";
+  auto occurrence = clsOccurrenceFactory::CreateOccurrence(occurrenceString);
+  if (!occurrence) return "malformed: " + Quoted(occurrenceString);
+  occurrence->OccurrenceType(2);
+  return occurrence->TextSummary();
+}
+
+Json JobJson(clsJob& job) {
+  auto n = job.JobNotification();
+  Json notification = {
+      {"send_report_email", n.SendReportEmail()},
+      {"print_report", n.PrintReport()},
+      {"media_reminder_by_email", n.MediaReminderByEmail()},
+      {"media_reminder_by_broadcast", n.MediaReminderByBroadcast()},
+      {"reminder_time", LongTime(n.ReminderTime())},
+      {"reminder_last_fired", WhenJson(n.ReminderLastFired())},
+      {"maintenance_email_enabled", n.MaintenanceEmailEnabled()},
+      {"maintenance_occurrence", n.MaintenanceOccurrence()},
+      {"maintenance_schedule", ScheduleText(n.MaintenanceOccurrence())},
+      {"maintenance_subject", n.MaintenanceSubject()},
+      {"maintenance_body", n.MaintenanceBody()},
+      {"maintenance_last_fired", WhenJson(n.MaintenanceLastFired())},
+  };
+  return Json{
+      {"name", job.Name()},
+      {"description", job.Description()},
+      {"time", LongTime(job.ScheduledTime())},
+      {"scheme", job.SchemeProgId()},
+      {"timeout_minutes", job.BackupTimeout()},
+      {"suspended", job.Suspended()},
+      {"sources", job.Sources()},
+      {"destination", job.Destination().Path()},
+      {"backup_log_id", job.BackupLogId()},
+      {"label", job.TapeLabel()},
+      {"method", MethodName(job.BackupMethod())},
+      {"mode", ModeName(job.BackupMode())},
+      {"eject", job.Eject()},
+      {"run_status", job.RunStatus()},
+      {"run_status_text", RunStatusText(job.RunStatus())},
+      {"schedule_last_fired", WhenJson(job.ScheduleLastFired())},
+      {"notification", notification},
+  };
+}
+
+void PrintJob(std::ostream& out, clsJob& job) {
+  auto n = job.JobNotification();
+  auto line = [&](const std::string& label, const std::string& value) {
+    out << std::left << std::setw(26) << (label.empty() ? "" : label + ":") << value << "\n";
+  };
+  line("Name", job.Name());
+  line("Description", job.Description());
+  line("Scheduled time", LongTime(job.ScheduledTime()));
+  line("Scheme", job.SchemeProgId());
+  line("Time-out", std::to_string(job.BackupTimeout()) + " minutes");
+  line("Suspended", YesNo(job.Suspended()));
+  const auto sources = job.Sources();
+  if (sources.empty()) line("Sources", "(none)");
+  for (size_t i = 0; i < sources.size(); ++i) line(i == 0 ? "Sources" : "", sources[i]);
+  line("Destination", job.Destination().Path());
+  line("Backup log id", job.BackupLogId());
+  line("Media", "label " + Quoted(job.TapeLabel()) + ", " + MethodName(job.BackupMethod()) + ", " +
+                    ModeName(job.BackupMode()) + ", eject " + YesNo(job.Eject()));
+  line("Run status", RunStatusText(job.RunStatus()));
+  line("Last scheduled run", WhenText(job.ScheduleLastFired()));
+  line("Report by e-mail", YesNo(n.SendReportEmail()));
+  line("Print report", YesNo(n.PrintReport()));
+  line("Media reminder", std::string("e-mail ") + YesNo(n.MediaReminderByEmail()) + ", broadcast " +
+                             YesNo(n.MediaReminderByBroadcast()) + ", at " + LongTime(n.ReminderTime()));
+  line("Last reminder", WhenText(n.ReminderLastFired()));
+  line("Maintenance e-mail", YesNo(n.MaintenanceEmailEnabled()));
+  line("Maintenance schedule", ScheduleText(n.MaintenanceOccurrence()));
+  line("Maintenance subject", n.MaintenanceSubject());
+  line("Last maintenance e-mail", WhenText(n.MaintenanceLastFired()));
+}
+
+}  // namespace
+
+void RegisterJobOptions(CLI::App* command, JobOptions& o) {
+  o.descriptionOpt = command->add_option("--description", o.description, "free text shown in reports");
+  o.timeOpt = command->add_option("--time", o.time, "daily start time, HH:MM or HH:MM:SS (default 21:00)");
+  o.schemeOpt = command->add_option("--scheme", o.scheme, "media scheme ('twctl schemes'; default TWSchemes.Daily)");
+  o.timeoutOpt = command->add_option("--timeout", o.timeout,
+                                     "minutes a run may take before it counts as hung (default from "
+                                     "general.default_timeout)");
+  o.sourcesOpt = command->add_option("--source", o.sources, "file or folder to back up; repeat for more")
+                     ->allow_extra_args(false);
+  o.destinationOpt = command->add_option("--destination", o.destination,
+                                         "folder for the archives, or a tape device (default from "
+                                         "general.default_destination)");
+  o.backupLogIdOpt = command->add_option("--backup-log-id", o.backupLogId,
+                                         "identifier in the run's marker file name (default from the name)");
+  o.suspended.Register(command, "suspended", "suspend the job: no scheduled run, reminder or maintenance e-mail",
+                       "resume a suspended job");
+  o.labelOpt = command->add_option("--label", o.label, "media label, for the Daily and Weekdays schemes");
+  o.methodOpt = command->add_option("--method", o.method, "full or incremental, for the Daily and Weekdays schemes");
+  o.modeOpt = command->add_option("--mode", o.mode, "overwrite or append, for the Daily and Weekdays schemes");
+  o.eject.Register(command, "eject", "eject the tape after the run", "leave the tape in the drive");
+  o.emailReport.Register(command, "email-report", "e-mail the report of each run", "no report e-mail");
+  o.printReport.Register(command, "print-report", "print the report of each run (options.print_setting)",
+                         "no print-out");
+  o.reminderTimeOpt = command->add_option("--reminder-time", o.reminderTime, "time of the media reminder, HH:MM");
+  o.reminderEmail.Register(command, "reminder-email", "send the media reminder by e-mail", "no reminder e-mail");
+  o.reminderBroadcast.Register(command, "reminder-broadcast",
+                               "send the media reminder to the terminals of options.broadcast_recipients",
+                               "no reminder message");
+  o.maintenance.Register(command, "maintenance", "send the maintenance e-mail on its schedule",
+                         "no maintenance e-mail");
+  o.maintenanceSubjectOpt = command->add_option("--maintenance-subject", o.maintenanceSubject,
+                                                "subject of the maintenance e-mail");
+  o.maintenanceBodyOpt = command->add_option("--maintenance-body", o.maintenanceBody, "body of the maintenance e-mail");
+  o.weeklyOpt = command->add_option("--maintenance-weekly", o.maintenanceWeekly,
+                                    "maintenance on days of the week, such as mon,fri@21:00");
+  o.monthlyOpt = command->add_option("--maintenance-monthly", o.maintenanceMonthly,
+                                     "maintenance on weeks and days of the month, such as last:fri@21:00 or "
+                                     "1st,3rd:mon@09:00");
+  o.firstWeekdayOpt = command->add_option("--maintenance-first-weekday", o.maintenanceFirstWeekday,
+                                          "maintenance on the first Monday-to-Friday day of each month at HH:MM");
+  o.lastWeekdayOpt = command->add_option("--maintenance-last-weekday", o.maintenanceLastWeekday,
+                                         "maintenance on the last Monday-to-Friday day of each month at HH:MM");
+  o.datesOpt = command->add_option("--maintenance-dates", o.maintenanceDates,
+                                   "maintenance on given dates: YYYY-MM-DD HH:MM, separated by commas");
+  o.occurrenceOpt = command->add_option("--maintenance-occurrence", o.maintenanceOccurrence,
+                                        "maintenance schedule as a raw occurrence string");
+  const std::vector<CLI::Option*> schedules = {o.weeklyOpt, o.monthlyOpt, o.firstWeekdayOpt, o.lastWeekdayOpt,
+                                               o.datesOpt, o.occurrenceOpt};
+  for (auto* a : schedules) {
+    for (auto* b : schedules) {
+      if (a != b) a->excludes(b);
+    }
+  }
+}
+
+int JobAdd(TWSettings& settings, const std::string& name, const JobOptions& options, std::ostream& out) {
+  CheckName(name);
+  JobChanges changes = CheckJobOptions(options);
+  auto general = settings.General();
+  if (general.FindJob(name)) throw Failure("a job named " + Quoted(name) + " already exists");
+  if (changes.backupLogId && settings.Store().BackupLogIdTaken(*changes.backupLogId, 0)) {
+    throw Failure("another job already uses the backup log id " + Quoted(*changes.backupLogId));
+  }
+  settings.Store().InTransaction([&] {
+    if (!changes.timeout) changes.timeout = general.DefaultTimeout();
+    if (!changes.destination) changes.destination = general.DefaultDestination();
+    const std::string logId = changes.backupLogId.value_or(DefaultBackupLogId(settings.Store(), name));
+    clsJob job = general.AddJob(name, logId);
+    changes.backupLogId.reset();
+    ApplyJobChanges(job, changes);
+  });
+  clsJob job = RequireJob(settings, name);
+  out << "Added backup job " << name << ", daily at " << LongTime(job.ScheduledTime()) << ".\n";
+  HintMaintenance(job, changes, out);
+  return 0;
+}
+
+int JobSet(TWSettings& settings, const std::string& name, const JobOptions& options, std::ostream& out) {
+  const JobChanges changes = CheckJobOptions(options);
+  if (!changes.Any()) throw UsageError("nothing to change: give at least one option ('twctl job set --help')");
+  clsJob job = RequireJob(settings, name);
+  if (changes.backupLogId && settings.Store().BackupLogIdTaken(*changes.backupLogId, job.Id())) {
+    throw Failure("another job already uses the backup log id " + Quoted(*changes.backupLogId));
+  }
+  settings.Store().InTransaction([&] { ApplyJobChanges(job, changes); });
+  out << "Changed backup job " << job.Name() << ".\n";
+  HintMaintenance(job, changes, out);
+  return 0;
+}
+
+int JobList(TWSettings& settings, bool json, std::ostream& out) {
+  auto jobs = settings.General().Jobs();
+  if (json) {
+    Json list = Json::array();
+    for (auto& job : jobs) list.push_back(JobJson(job));
+    out << list.dump(2) << "\n";
+    return 0;
+  }
+  if (jobs.empty()) {
+    out << "No backup jobs are configured. Add one with 'twctl job add NAME --source PATH'.\n";
+    return 0;
+  }
+  std::vector<std::vector<std::string>> rows = {{"NAME", "TIME", "SCHEME", "TIMEOUT", "STATE", "DESCRIPTION"}};
+  for (auto& job : jobs) {
+    rows.push_back({job.Name(), LongTime(job.ScheduledTime()), job.SchemeProgId(),
+                    std::to_string(job.BackupTimeout()) + " min", job.Suspended() ? "suspended" : "active",
+                    job.Description()});
+  }
+  PrintTable(out, rows);
+  return 0;
+}
+
+int JobShow(TWSettings& settings, const std::string& name, bool json, std::ostream& out) {
+  clsJob job = RequireJob(settings, name);
+  if (json) {
+    out << JobJson(job).dump(2) << "\n";
+  } else {
+    PrintJob(out, job);
+  }
+  return 0;
+}
+
+int JobRemove(TWSettings& settings, const std::string& name, std::ostream& out) {
+  clsJob job = RequireJob(settings, name);
+  const std::string shown = job.Name();
+  settings.General().RemoveJob(job);
+  out << "Removed backup job " << shown << ".\n";
+  return 0;
+}
+
+int JobPreview(TWSettings& settings, const std::string& name, int days, bool json, const Clock& clock,
+               std::ostream& out) {
+  clsJob job = RequireJob(settings, name);
+  std::unique_ptr<IScheme> scheme;
+  try {
+    scheme = SchemeRegistry::BuiltIn().Create(job.SchemeProgId());
+  } catch (const TWError& e) {
+    throw Failure(e.Description + " in job " + job.Name() + " ('twctl schemes' lists the known ones)");
+  }
+  scheme->AttachJob(job);
+  const Date scheduledTime = TimeOfDay(job.ScheduledTime());
+  const Date now = clock.Now();
+  Date firstRun = DateOnly(now) + scheduledTime;
+  if (firstRun < now) firstRun += 1;
+  const bool suspended = job.Suspended();
+
+  Json list = Json::array();
+  std::vector<std::vector<std::string>> rows = {{"STARTS", "RUN DATE", "RUNS", "LABEL", "METHOD", "MODE"}};
+  static const char* const kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+  for (int i = 0; i < days; ++i) {
+    const Date starts = firstRun + i;
+    const Date runDate = clsDueChecks::RunDateFor(scheduledTime, starts);
+    const bool runs = !suspended && scheme->ScheduledRun(runDate) != 0;
+    const std::string label = scheme->MediaLabel(runDate);
+    const std::string method = MethodName(scheme->BackupMethod(runDate));
+    const std::string mode = ModeName(scheme->BackupMode(runDate));
+    const std::string startsText = std::string(kDays[Weekday(starts) - 1]) + " " + IsoText(starts).substr(0, 16);
+    const std::string runDateText = IsoText(runDate).substr(0, 10);
+    list.push_back({{"starts", IsoText(starts).substr(0, 16)},
+                    {"run_date", runDateText},
+                    {"runs", runs},
+                    {"label", label},
+                    {"method", method},
+                    {"mode", mode}});
+    rows.push_back({startsText, runDateText, runs ? "yes" : (suspended ? "no (suspended)" : "no"), label, method,
+                    mode});
+  }
+  if (json) {
+    out << list.dump(2) << "\n";
+  } else {
+    PrintTable(out, rows);
+  }
+  return 0;
+}
+
+}  // namespace tw::console

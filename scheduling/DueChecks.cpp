@@ -1,0 +1,154 @@
+#include "scheduling/DueChecks.h"
+
+#include <cstdlib>
+
+#include "common/Error.h"
+#include "scheduling/Occurrence.h"
+
+namespace tw {
+namespace {
+
+// A time of day at or before 06:00 belongs to the night before.
+constexpr double kSmallHoursEnd = 0.25;
+
+// The poll loop asks several times a minute: a check fires in the 59 seconds after its time, not
+// at the second itself, and not again while its last firing is within a minute of this one.
+constexpr int64_t kWindowSeconds = 60;
+
+int64_t SecondOfDay(Date value) {
+  const DateParts parts = SplitDate(value);
+  return parts.hour * 3600 + parts.minute * 60 + parts.second;
+}
+
+bool InWindowAfter(Date timeOfDay, Date now) {
+  const int64_t elapsed = SecondOfDay(now) - SecondOfDay(timeOfDay);
+  return elapsed >= 1 && elapsed < kWindowSeconds;
+}
+
+bool FiredWithinAMinute(Date lastFired, Date candidate) {
+  return std::llabs(SecondsBetween(lastFired, candidate)) <= kWindowSeconds;
+}
+
+Date TodayAt(Date now, Date timeOfDay) {
+  const DateParts t = SplitDate(timeOfDay);
+  return DateOnly(now) + TimeSerial(t.hour, t.minute, t.second);
+}
+
+}  // namespace
+
+Date clsDueChecks::RunDateFor(Date scheduledTime, Date now) {
+  return TimeOfDay(scheduledTime) <= kSmallHoursEnd ? now - 1 : now;
+}
+
+bool clsDueChecks::IsMaintenanceDue(clsJob job) {
+  try {
+    if (job.Suspended()) return false;
+    auto notification = job.JobNotification();
+    if (!notification.MaintenanceEmailEnabled()) return false;
+    const auto occurrence = clsOccurrenceFactory::CreateOccurrence(notification.MaintenanceOccurrence());
+    if (!occurrence) {
+      logging_.Logs().AddLogSimple(1, "Maintenance scheduling not set up correctly",
+                                   "Please check the maintenance scheduling setup for the backup job: " + job.Name(),
+                                   0, "");
+      return false;
+    }
+    const Date now = clock_.Now();
+    if (!occurrence->MatchDayAndTime(now)) return false;
+    const DateParts parts = SplitDate(now);
+    const Date minute = DateOnly(now) + TimeSerial(parts.hour, parts.minute, 0);
+    if (std::llabs(SecondsBetween(notification.MaintenanceLastFired(), minute)) > kWindowSeconds) {
+      notification.MaintenanceLastFired(minute);
+      return true;
+    }
+    return false;
+  } catch (...) {
+    logging_.ReportInternalError("20002", CurrentError("TWService"));
+    return false;
+  }
+}
+
+bool clsDueChecks::IsReminderDue(clsJob job) {
+  try {
+    if (job.Suspended()) return false;
+    auto notification = job.JobNotification();
+    if (!notification.MediaReminderByBroadcast() && !notification.MediaReminderByEmail()) return false;
+    const Date reminderTime = notification.ReminderTime();
+    const Date now = clock_.Now();
+    if (!InWindowAfter(reminderTime, now)) return false;
+    const Date candidate = TodayAt(now, reminderTime);
+    if (FiredWithinAMinute(notification.ReminderLastFired(), candidate)) return false;
+    const bool due = InvokeSchemeReminder(job, now);
+    // Recorded whatever the scheme answered: the minute has been decided.
+    notification.ReminderLastFired(candidate);
+    return due;
+  } catch (...) {
+    logging_.ReportInternalError("20002", CurrentError("TWService"));
+    return false;
+  }
+}
+
+bool clsDueChecks::IsScheduledTimeDue(clsJob job) {
+  try {
+    if (job.Suspended()) return false;
+    const Date scheduledTime = job.ScheduledTime();
+    const Date now = clock_.Now();
+    if (!InWindowAfter(scheduledTime, now)) return false;
+    const Date candidate = TodayAt(now, scheduledTime);
+    if (FiredWithinAMinute(job.ScheduleLastFired(), candidate)) return false;
+    const bool due = InvokeSchemeScheduled(job, RunDateFor(scheduledTime, now));
+    job.ScheduleLastFired(candidate);
+    return due;
+  } catch (...) {
+    logging_.ReportInternalError("20001", CurrentError("TWService"));
+    return false;
+  }
+}
+
+bool clsDueChecks::InvokeSchemeReminder(clsJob job, Date when) {
+  try {
+    auto scheme = schemes_.Create(job.SchemeProgId());
+    scheme->AttachJob(job);
+    return scheme->ReminderNeeded(when);
+  } catch (...) {
+    logging_.ReportInternalError("20018", CurrentError("TWService"));
+    return false;
+  }
+}
+
+bool clsDueChecks::InvokeSchemeScheduled(clsJob job, Date when) {
+  try {
+    auto scheme = schemes_.Create(job.SchemeProgId());
+    scheme->AttachJob(job);
+    return scheme->ScheduledRun(when) != 0;
+  } catch (...) {
+    logging_.ReportInternalError("20013", CurrentError("TWService"));
+    return false;
+  }
+}
+
+MediaValues clsDueChecks::GetSchemeMediaValues(clsJob job, Date when) {
+  try {
+    auto scheme = schemes_.Create(job.SchemeProgId());
+    scheme->AttachJob(job);
+    MediaValues values;
+    values.Label = scheme->MediaLabel(when);
+    values.Method = scheme->BackupMethod(when);
+    values.Mode = scheme->BackupMode(when);
+    values.Eject = scheme->Eject(when);
+    return values;
+  } catch (...) {
+    logging_.ReportInternalError("20016", CurrentError("TWService"));
+    return MediaValues{"Unknown", 0, 0, true};
+  }
+}
+
+std::string clsDueChecks::GetSchemeLabel(clsJob job, Date when) {
+  try {
+    return GetSchemeMediaValues(job, when).Label;
+  } catch (...) {
+    logging_.ReportInternalError("20014", CurrentError("TWService"));
+    return "Unknown";
+  }
+}
+
+}  // namespace tw
