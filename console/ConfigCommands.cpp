@@ -1,11 +1,11 @@
 #include "console/ConfigCommands.h"
 
 #include <cmath>
-#include <iomanip>
 
 #include "common/EventPump.h"
 #include "common/Strings.h"
 #include "console/ConsoleCommon.h"
+#include "logging/LogDisplay.h"
 #include "logging/clsLogs.h"
 #include "settings/SettingKeys.h"
 
@@ -24,20 +24,6 @@ const SettingKey& RequireKey(const std::string& key) {
     throw UsageError("unknown setting " + Quoted(key) + " ('twctl config list' shows them all)");
   }
   return *found;
-}
-
-std::string TypeName(int32_t logType) {
-  switch (logType) {
-    case 0: return "info";
-    case 1: return "warning";
-    case 2: return "error";
-    case 3: return "detail";
-    default: return "type " + std::to_string(logType);
-  }
-}
-
-void PrintIndented(std::ostream& out, const std::string& text) {
-  for (const auto& line : Split(ReplaceAll(text, "\r\n", "\n"), '\n')) out << "    " << line << "\n";
 }
 
 }  // namespace
@@ -108,7 +94,7 @@ int Logs(TWSettings& settings, const ConsoleEnvironment& environment, int32_t co
       list.push_back({{"time", IsoText(e.Timestamp)},
                       {"timestamp", e.Timestamp},
                       {"type", e.LogType},
-                      {"type_name", TypeName(e.LogType)},
+                      {"type_name", LogTypeName(e.LogType)},
                       {"title", e.Title},
                       {"message", e.Message},
                       {"attachment_type", e.AttachmentType},
@@ -121,19 +107,7 @@ int Logs(TWSettings& settings, const ConsoleEnvironment& environment, int32_t co
     out << "The application log in " << logs.LogDirectory() << " is empty.\n";
     return 0;
   }
-  for (size_t i = 0; i < entries.size(); ++i) {
-    const auto& e = entries[i];
-    if (i > 0) out << "\n";
-    out << IsoText(e.Timestamp) << "  " << std::left << std::setw(7) << TypeName(e.LogType) << "  " << e.Title
-        << "\n";
-    if (!e.Message.empty()) PrintIndented(out, e.Message);
-    if (e.AttachmentType == 1) {
-      out << "  Attachment:\n";
-      PrintIndented(out, e.Attachment);
-    } else if (e.AttachmentType == 2 || e.AttachmentType == 3) {
-      out << "  Attachment: " << e.Attachment << "\n";
-    }
-  }
+  for (size_t i = 0; i < entries.size(); ++i) out << (i > 0 ? "\n" : "") << FormatLogEntry(entries[i]);
   return 0;
 }
 

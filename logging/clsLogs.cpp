@@ -117,8 +117,15 @@ bool clsLogs::AddLogSimple(int32_t logType, const std::string& title, const std:
     if (logType == 3 && !settings_.General().Options().DetailedLogging()) return false;
     pump_.Pump();
     clsLogEntry entry{clock_.Now(), logType, title, message, attachment, attachmentType};
-    AddLog(entry);
-    return true;
+    bool written = false;
+    try {
+      AddLog(entry);
+      written = true;
+    } catch (...) {
+      // reported by the result
+    }
+    if (echo_) echo_(entry);
+    return written;
   } catch (...) {
     return false;
   }

@@ -43,6 +43,9 @@ class clsLogs {
   // and failures are ignored.
   void Clear();
 
+  // Shows every entry as it is added, written or not (the service's -debug mode).
+  void SetEcho(std::function<void(const clsLogEntry&)> echo) { echo_ = std::move(echo); }
+
  private:
   std::string LogFilePath(int32_t number) const;
   int32_t HighestLogNumber() const;
@@ -55,6 +58,7 @@ class clsLogs {
   const Clock& clock_;
   EventPump& pump_;
   std::function<double()> random_;
+  std::function<void(const clsLogEntry&)> echo_;
   // The lines of the file loaded last; 101 at most, as a full file holds 100.
   std::vector<std::string> lines_;
 };

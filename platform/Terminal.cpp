@@ -15,10 +15,11 @@ class EchoOff {
     if (::tcgetattr(STDIN_FILENO, &saved_) != 0) return;
     termios quiet = saved_;
     quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    active_ = ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet) == 0;
+    // TCSANOW, not TCSAFLUSH: what was typed ahead of the prompt must not be thrown away.
+    active_ = ::tcsetattr(STDIN_FILENO, TCSANOW, &quiet) == 0;
   }
   ~EchoOff() {
-    if (active_) ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved_);
+    if (active_) ::tcsetattr(STDIN_FILENO, TCSADRAIN, &saved_);
   }
   EchoOff(const EchoOff&) = delete;
   EchoOff& operator=(const EchoOff&) = delete;
@@ -34,12 +35,13 @@ bool StdinIsTerminal() { return ::isatty(STDIN_FILENO) == 1; }
 
 std::optional<std::string> ReadHiddenLine(const std::string& prompt) {
   const bool terminal = StdinIsTerminal();
-  if (terminal) std::cerr << prompt << std::flush;
   std::string line;
   bool ok = false;
   {
+    // Echo goes off before the prompt shows, so nothing typed after it is ever echoed.
     std::optional<EchoOff> quiet;
     if (terminal) quiet.emplace();
+    if (terminal) std::cerr << prompt << std::flush;
     ok = static_cast<bool>(std::getline(std::cin, line));
   }
   if (terminal) std::cerr << "\n";

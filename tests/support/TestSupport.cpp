@@ -1,6 +1,11 @@
 #include "tests/support/TestSupport.h"
 
+#include <fcntl.h>
 #include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -12,6 +17,9 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
+
+extern char** environ;
 
 namespace tw::test {
 
@@ -61,6 +69,134 @@ std::string ReadFile(const std::string& path) {
 void WriteFile(const std::string& path, const std::string& content) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << content;
+}
+
+bool WaitUntil(const std::function<bool()>& condition, int timeoutMs) {
+  for (int waited = 0; waited <= timeoutMs; waited += 10) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return condition();
+}
+
+namespace {
+
+// This process's environment with `extra` ("NAME=value") added or replacing.
+std::vector<std::string> EnvironmentWith(const std::vector<std::string>& extra) {
+  std::vector<std::string> result;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string text = *entry;
+    const std::string name = text.substr(0, text.find('=') + 1);
+    bool replaced = false;
+    for (const auto& e : extra) replaced = replaced || e.compare(0, name.size(), name) == 0;
+    if (!replaced) result.push_back(text);
+  }
+  result.insert(result.end(), extra.begin(), extra.end());
+  return result;
+}
+
+std::vector<char*> Pointers(const std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (const auto& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+std::optional<int> WaitForPid(int pid, std::optional<int>& status, int timeoutMs) {
+  if (status) return status;
+  for (int waited = 0; waited <= timeoutMs; waited += 5) {
+    int raw = 0;
+    const pid_t done = ::waitpid(pid, &raw, WNOHANG);
+    if (done == pid) {
+      status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+      return status;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& environment,
+                           const std::string& outputFile) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+  const auto env = EnvironmentWith(environment);
+  auto args = Pointers(argv);
+  auto envp = Pointers(env);
+  const int rc = ::posix_spawn(&pid_, args[0], &actions, nullptr, args.data(), envp.data());
+  posix_spawn_file_actions_destroy(&actions);
+  if (rc != 0) throw std::runtime_error("cannot start " + argv[0]);
+}
+
+ChildProcess::~ChildProcess() {
+  if (!status_ && !Wait(0)) {
+    ::kill(pid_, SIGKILL);
+    Wait(5000);
+  }
+}
+
+void ChildProcess::Signal(int signal) { ::kill(pid_, signal); }
+
+std::optional<int> ChildProcess::Wait(int timeoutMs) { return WaitForPid(pid_, status_, timeoutMs); }
+
+PtySession::PtySession(const std::vector<std::string>& argv, const std::vector<std::string>& environment) {
+  const auto env = EnvironmentWith(environment);
+  auto args = Pointers(argv);
+  auto envp = Pointers(env);
+  pid_ = ::forkpty(&master_, nullptr, nullptr, nullptr);
+  if (pid_ < 0) throw std::runtime_error("forkpty failed");
+  if (pid_ == 0) {
+    ::execve(args[0], args.data(), envp.data());
+    ::_exit(127);
+  }
+}
+
+PtySession::~PtySession() {
+  if (!status_ && !Wait(0)) {
+    ::kill(pid_, SIGKILL);
+    Wait(5000);
+  }
+  ::close(master_);
+}
+
+bool PtySession::ReadSome(int timeoutMs) {
+  pollfd ready{master_, POLLIN, 0};
+  if (::poll(&ready, 1, timeoutMs) <= 0) return false;
+  char buffer[4096];
+  const ssize_t got = ::read(master_, buffer, sizeof buffer);
+  if (got <= 0) return false;
+  output_.append(buffer, static_cast<size_t>(got));
+  return true;
+}
+
+bool PtySession::WaitFor(const std::string& text, int timeoutMs) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  while (true) {
+    const size_t found = output_.find(text, consumed_);
+    if (found != std::string::npos) {
+      consumed_ = found + text.size();
+      return true;
+    }
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+    // Out of time, or the program closed the terminal.
+    if (left <= 0 || !ReadSome(static_cast<int>(left))) return false;
+  }
+}
+
+void PtySession::Type(const std::string& text) {
+  [[maybe_unused]] const ssize_t written = ::write(master_, text.data(), text.size());
+}
+
+std::optional<int> PtySession::Wait(int timeoutMs) {
+  while (ReadSome(0)) {
+  }
+  return WaitForPid(pid_, status_, timeoutMs);
 }
 
 ScopedTimeZone::ScopedTimeZone(const char* zone) {

@@ -1,6 +1,7 @@
 #pragma once
 // Fakes and fixtures shared by the test suites: a private temporary folder, an event pump that
 // records what a wait asked of it, a syslog receiver bound by the test, and file helpers.
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,6 +49,51 @@ class DatagramReceiver {
 
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
+
+// Polls `condition` every 10 ms; false when it has not held within `timeoutMs`.
+bool WaitUntil(const std::function<bool()>& condition, int timeoutMs = 5000);
+
+// A program a test starts, with extra environment variables ("NAME=value"), and then signals and
+// waits for. Killed if it is still running when the object goes.
+class ChildProcess {
+ public:
+  ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& environment = {},
+               const std::string& outputFile = "/dev/null");
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+  int Pid() const { return pid_; }
+  void Signal(int signal);
+  // The exit status (128 + the signal for a killed one), or nothing after `timeoutMs`.
+  std::optional<int> Wait(int timeoutMs = 5000);
+
+ private:
+  int pid_ = -1;
+  std::optional<int> status_;
+};
+
+// A program on a pseudo-terminal, driven as a person at a terminal would.
+class PtySession {
+ public:
+  PtySession(const std::vector<std::string>& argv, const std::vector<std::string>& environment = {});
+  ~PtySession();
+  PtySession(const PtySession&) = delete;
+  PtySession& operator=(const PtySession&) = delete;
+  // Reads until `text` has appeared after what earlier calls consumed; false after `timeoutMs`.
+  bool WaitFor(const std::string& text, int timeoutMs = 5000);
+  void Type(const std::string& text);
+  // Everything the program wrote so far.
+  const std::string& Output() const { return output_; }
+  std::optional<int> Wait(int timeoutMs = 5000);
+
+ private:
+  bool ReadSome(int timeoutMs);
+  int pid_ = -1;
+  int master_ = -1;
+  std::string output_;
+  size_t consumed_ = 0;
+  std::optional<int> status_;
+};
 
 // Sets TZ for its lifetime and restores the previous zone.
 class ScopedTimeZone {

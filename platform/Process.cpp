@@ -1,0 +1,156 @@
+#include "platform/Process.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+
+#include "common/Strings.h"
+#include "platform/Environment.h"
+
+extern char** environ;
+
+namespace tw::platform {
+namespace {
+
+// Spawn attributes that give the child an empty signal mask and default actions for every
+// signal the service may have taken over.
+class CleanSignals {
+ public:
+  CleanSignals() {
+    posix_spawnattr_init(&attributes_);
+    sigset_t empty, all;
+    sigemptyset(&empty);
+    sigfillset(&all);
+    posix_spawnattr_setsigmask(&attributes_, &empty);
+    posix_spawnattr_setsigdefault(&attributes_, &all);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  }
+  ~CleanSignals() { posix_spawnattr_destroy(&attributes_); }
+  CleanSignals(const CleanSignals&) = delete;
+  CleanSignals& operator=(const CleanSignals&) = delete;
+  posix_spawnattr_t* get() { return &attributes_; }
+
+ private:
+  posix_spawnattr_t attributes_;
+};
+
+class FileActions {
+ public:
+  FileActions() { posix_spawn_file_actions_init(&actions_); }
+  ~FileActions() { posix_spawn_file_actions_destroy(&actions_); }
+  FileActions(const FileActions&) = delete;
+  FileActions& operator=(const FileActions&) = delete;
+  posix_spawn_file_actions_t* get() { return &actions_; }
+
+ private:
+  posix_spawn_file_actions_t actions_;
+};
+
+std::vector<char*> Arguments(const std::vector<std::string>& argv) {
+  std::vector<char*> pointers;
+  for (const auto& arg : argv) pointers.push_back(const_cast<char*>(arg.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+int ExitCodeOf(int status) {
+  if (WIFEXITED(status)) return WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) return 128 + WTERMSIG(status);
+  return -1;
+}
+
+}  // namespace
+
+CommandResult RunCommand(const std::vector<std::string>& argv) {
+  CommandResult result;
+  int pipeFds[2];
+  if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
+    result.error = std::generic_category().message(errno);
+    return result;
+  }
+  FileActions actions;
+  posix_spawn_file_actions_adddup2(actions.get(), pipeFds[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(actions.get(), pipeFds[1], STDERR_FILENO);
+  posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  CleanSignals signals;
+  auto args = Arguments(argv);
+  pid_t pid = 0;
+  const int rc = ::posix_spawnp(&pid, args[0], actions.get(), signals.get(), args.data(), environ);
+  ::close(pipeFds[1]);
+  if (rc != 0) {
+    ::close(pipeFds[0]);
+    result.error = argv[0] + ": " + std::generic_category().message(rc);
+    return result;
+  }
+  result.started = true;
+  char buffer[4096];
+  while (true) {
+    const ssize_t got = ::read(pipeFds[0], buffer, sizeof buffer);
+    if (got > 0) {
+      result.output.append(buffer, static_cast<size_t>(got));
+    } else if (got == 0 || errno != EINTR) {
+      break;
+    }
+  }
+  ::close(pipeFds[0]);
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  result.exitCode = ExitCodeOf(status);
+  return result;
+}
+
+bool StartDetached(const std::vector<std::string>& argv) {
+  // The intermediate child starts the program and exits at once, so the program is adopted by
+  // init and never becomes a zombie of ours.
+  const pid_t child = ::fork();
+  if (child < 0) return false;
+  if (child == 0) {
+    ::setsid();
+    FileActions actions;
+    posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(actions.get(), STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(actions.get(), STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    CleanSignals signals;
+    auto args = Arguments(argv);
+    pid_t grandchild = 0;
+    const int rc = ::posix_spawnp(&grandchild, args[0], actions.get(), signals.get(), args.data(), environ);
+    ::_exit(rc == 0 ? 0 : 1);
+  }
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+std::optional<std::string> FindOnPath(const std::string& program) {
+  if (program.find('/') != std::string::npos) {
+    return ::access(program.c_str(), X_OK) == 0 ? std::optional(program) : std::nullopt;
+  }
+  const std::string path = GetEnv("PATH").value_or("/usr/bin:/bin");
+  for (const auto& folder : Split(path, ':')) {
+    const std::string candidate = (folder.empty() ? "." : folder) + "/" + program;
+    struct stat info {};
+    if (::stat(candidate.c_str(), &info) == 0 && S_ISREG(info.st_mode) && ::access(candidate.c_str(), X_OK) == 0) {
+      return candidate;
+    }
+  }
+  return std::nullopt;
+}
+
+bool AccountExists(const std::string& name) {
+  passwd entry{};
+  passwd* found = nullptr;
+  std::vector<char> buffer(16384);
+  return ::getpwnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr;
+}
+
+}  // namespace tw::platform

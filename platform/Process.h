@@ -1,0 +1,30 @@
+#pragma once
+// Starting other programs. Children start with a clean signal mask and default signal actions,
+// whatever the service has blocked for its event loop.
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tw::platform {
+
+struct CommandResult {
+  bool started = false;
+  int exitCode = -1;      // the exit status, or 128 + the signal that ended it
+  std::string output;     // standard output and standard error together
+  std::string error;      // why it could not be started
+};
+
+// Runs argv[0] (looked up on PATH when it has no "/"), waits for it and collects its output.
+CommandResult RunCommand(const std::vector<std::string>& argv);
+
+// Starts argv[0] without waiting and without keeping it as a child: nothing to reap later.
+// Returns false when it could not be started.
+bool StartDetached(const std::vector<std::string>& argv);
+
+// The full path of `program` on PATH, or nothing.
+std::optional<std::string> FindOnPath(const std::string& program);
+
+// Whether a local account of that name exists (as the system's user database knows it).
+bool AccountExists(const std::string& name);
+
+}  // namespace tw::platform

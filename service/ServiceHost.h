@@ -1,0 +1,33 @@
+#pragma once
+// What every part of the running service shares, made once at start-up and kept for the life of
+// the process: the clock, the event loop, the settings store, the application log and the
+// reporting helpers.
+#include <string>
+
+#include "common/Clock.h"
+#include "common/EventPump.h"
+#include "logging/clsLogs.h"
+#include "logging/modAppLog.h"
+#include "logging/modLogging.h"
+#include "platform/EventLoop.h"
+#include "settings/TWSettings.h"
+
+namespace tw {
+
+class ServiceHost {
+ public:
+  // `pump` serves the waits of the service's synchronous steps; normally it is `loop` itself.
+  ServiceHost(const std::string& applicationFolder, const std::string& settingsPath, const Clock& clock,
+              platform::EventLoop& loop, EventPump& pump);
+
+  const std::string applicationFolder;
+  const Clock& clock;
+  platform::EventLoop& loop;
+  EventPump& pump;
+  TWSettings settings;
+  clsLogs logs;
+  modLogging logging;
+  modAppLog appLog;
+};
+
+}  // namespace tw

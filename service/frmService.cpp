@@ -1,0 +1,214 @@
+#include "service/frmService.h"
+
+#include <iostream>
+
+#include "common/Error.h"
+#include "logging/LogDisplay.h"
+
+namespace tw {
+namespace {
+
+const ServiceEventTexts kStart{"Tarnwick service starting", "The Tarnwick service has been instructed to start",
+                               "Tarnwick service unable to start"};
+const ServiceEventTexts kStop{"Tarnwick service stopping", "The Tarnwick service has been instructed to stop",
+                              "Tarnwick service unable to stop"};
+const ServiceEventTexts kPause{"Tarnwick service pausing", "The Tarnwick service has been instructed to pause",
+                               "Tarnwick service unable to pause"};
+const ServiceEventTexts kContinue{"Tarnwick service continuing",
+                                  "The Tarnwick service has been instructed to continue",
+                                  "Tarnwick service unable to continue"};
+
+// The value that accepts pause and continue besides stop.
+constexpr int32_t kAcceptPauseContinue = 2;
+
+const char* const kUsage =
+    "Usage: TWService [-install | -setup USER PASSWORD | -uninstall | -unsetup | -debug]\n"
+    "With no option it runs as the service (under systemd); -debug runs it in the foreground.";
+
+}  // namespace
+
+void RunServiceEvent(modLogging& logging, const ServiceEventTexts& texts, const std::function<void()>& switchTimer,
+                     bool& success) {
+  success = false;
+  try {
+    std::string title = texts.title;
+    std::string message = texts.message;
+    logging.BrandText(title);
+    logging.BrandText(message);
+    logging.Logs().AddLogSimple(0, title, message, 0, "");
+    switchTimer();
+    success = true;
+  } catch (...) {
+    const TWError error = CurrentError("TWService");
+    std::string title = texts.failureTitle;
+    logging.BrandText(title);
+    logging.Logs().AddLogSimple(2, title,
+                                "Details: " + std::to_string(error.Number) + " / " + error.Description + " / " +
+                                    error.Source,
+                                0, "");
+  }
+}
+
+frmService::frmService(ServiceHost& host, platform::IServiceControl& control, IInstallDialog& dialog,
+                       std::ostream& err)
+    : jobManager_(std::make_unique<clsCurrentJobManager>(host.clock)),
+      host_(host),
+      control_(control),
+      dialog_(dialog),
+      err_(err) {
+  tmrPoll_ = host_.loop.AddTimer(kPollIntervalMs, [this] { PollTick(); });
+}
+
+frmService::~frmService() { host_.loop.Remove(tmrPoll_); }
+
+int frmService::Load(const std::string& commandLine) {
+  displayName_ = control_.DisplayName();
+  if (commandLine == "-install") return InstallationDialog();
+  if (commandLine.compare(0, 6, "-setup") == 0) {
+    // The account text begins after "-setup" and one separator.
+    return Setup(commandLine.size() > 7 ? commandLine.substr(7) : std::string());
+  }
+  if (commandLine == "-uninstall") return Uninstall(false);
+  if (commandLine == "-unsetup") return Uninstall(true);
+  if (commandLine == "-debug") {
+    control_.Debug(true);
+    return RunService(true);
+  }
+  if (commandLine.empty()) return RunService(false);
+  err_ << "Tarnwick Monitor Service: Invalid command option. Do not try installing the Tarnwick Service manually, "
+          "unless instructed to do so by Tarnwick Support.\n"
+       << kUsage << "\n";
+  return 2;
+}
+
+bool frmService::Install(const std::string& user, const std::string& password) {
+  control_.Interactive(true);
+  if (!user.empty()) {
+    // A name without a domain is a local account.
+    control_.Account(user.find('\\') == std::string::npos ? ".\\" + user : user);
+    control_.Password(password);
+  } else {
+    control_.Account("");
+    control_.Password("");
+  }
+  return control_.Install();
+}
+
+void frmService::RecordInstalled(bool installed) {
+  try {
+    host_.settings.General().Options().ServiceInstalled(installed);
+  } catch (...) {
+    err_ << "TWService: the installation could not be recorded in the settings: "
+         << CurrentError("TWService").Description << "\n";
+  }
+}
+
+int frmService::Setup(const std::string& accountText) {
+  std::string user, password;
+  if (!accountText.empty()) {
+    // The password is everything after the first blank and may itself hold blanks. A text without
+    // a blank is a user name without a password.
+    const size_t blank = accountText.find(' ');
+    user = accountText.substr(0, blank);
+    password = blank == std::string::npos ? std::string() : accountText.substr(blank + 1);
+  }
+  if (Install(user, password)) {
+    RecordInstalled(true);
+    return 0;
+  }
+  // Retry once after stopping and removing whatever instance of the service is there.
+  control_.StopService();
+  host_.pump.Sleep(4000);
+  host_.pump.Pump();
+  control_.Uninstall();
+  host_.pump.Sleep(2000);
+  host_.pump.Pump();
+  if (Install(user, password)) {
+    RecordInstalled(true);
+    return 0;
+  }
+  RecordInstalled(false);
+  err_ << displayName_
+       << " failed to install. Try uninstalling and re-installing Tarnwick and make sure you're logged on as "
+          "Administrator.\n";
+  if (!control_.LastError().empty()) err_ << "Reason: " << control_.LastError() << "\n";
+  return 1;
+}
+
+int frmService::Uninstall(bool quietly) {
+  if (control_.Uninstall()) {
+    RecordInstalled(false);
+    return 0;
+  }
+  if (!quietly) {
+    err_ << displayName_ << " failed to uninstall. Please ensure the service has been stopped.\n";
+    if (!control_.LastError().empty()) err_ << "Reason: " << control_.LastError() << "\n";
+  }
+  return 1;
+}
+
+int frmService::InstallationDialog() {
+  InstallForm form;
+  bool passwordsOnly = false;
+  while (auto filled = dialog_.Show(form, passwordsOnly)) {
+    form = *filled;
+    if (form.password1 != form.password2) {
+      dialog_.Message("The passwords entered do not match.", true);
+      passwordsOnly = true;
+      continue;
+    }
+    passwordsOnly = false;
+    if (Install(form.user, form.password1)) {
+      RecordInstalled(true);
+      dialog_.Message(displayName_ + " installed successfully", false);
+      return 0;
+    }
+    RecordInstalled(false);
+    std::string text = displayName_ +
+                       " failed to install.\r\nPlease make sure the username assigned to the service is valid, and "
+                       "this user has \"Log on as a service\" rights.";
+    if (!control_.LastError().empty()) text += "\nReason: " + control_.LastError();
+    // The dialog stays for another try.
+    dialog_.Message(text, true);
+  }
+  return 1;
+}
+
+int frmService::RunService(bool debug) {
+  if (debug) {
+    host_.logs.SetEcho([this](const clsLogEntry& entry) { err_ << FormatLogEntry(entry) << std::flush; });
+  }
+  control_.ControlsAccepted(kAcceptPauseContinue);
+  control_.StartService({
+      [this](bool& success) { ServiceStart(success); },
+      [this](bool& success) { ServiceStop(success); },
+      [this](bool& success) { ServicePause(success); },
+      [this](bool& success) { ServiceContinue(success); },
+  });
+  return 0;
+}
+
+void frmService::ServiceStart(bool& success) {
+  RunServiceEvent(host_.logging, kStart, [this] { host_.loop.TimerEnabled(tmrPoll_, true); }, success);
+}
+
+void frmService::ServiceStop(bool& success) {
+  // Nothing else: running backups are neither waited for nor killed.
+  RunServiceEvent(host_.logging, kStop, [this] { host_.loop.TimerEnabled(tmrPoll_, false); }, success);
+}
+
+void frmService::ServicePause(bool& success) {
+  RunServiceEvent(host_.logging, kPause, [this] { host_.loop.TimerEnabled(tmrPoll_, false); }, success);
+}
+
+void frmService::ServiceContinue(bool& success) {
+  RunServiceEvent(host_.logging, kContinue, [this] { host_.loop.TimerEnabled(tmrPoll_, true); }, success);
+}
+
+bool frmService::PollTimerEnabled() const { return host_.loop.TimerEnabled(tmrPoll_); }
+
+void frmService::PollTick() {
+  // The poll loop's work arrives with job launch and completion handling.
+}
+
+}  // namespace tw

@@ -1,0 +1,21 @@
+#include <iostream>
+
+#include "common/Clock.h"
+#include "common/Strings.h"
+#include "platform/Environment.h"
+#include "platform/EventLoop.h"
+#include "platform/ServiceControl.h"
+#include "service/InstallDialog.h"
+#include "service/ServiceHost.h"
+#include "service/frmService.h"
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> args(argv + 1, argv + argc);
+  tw::SystemClock clock;
+  tw::platform::EventLoop loop;
+  tw::ServiceHost host(tw::platform::ApplicationFolder(), tw::platform::DefaultSettingsPath(), clock, loop, loop);
+  tw::platform::SystemdServiceControl control(loop, tw::platform::DefaultUnitSettings());
+  tw::TerminalInstallDialog dialog;
+  tw::frmService form(host, control, dialog, std::cerr);
+  return form.Load(tw::Join(args, " "));
+}

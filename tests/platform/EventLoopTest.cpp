@@ -1,0 +1,123 @@
+#include "platform/EventLoop.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "platform/Process.h"
+
+namespace tw::platform {
+namespace {
+
+TEST(EventLoopTest, TimersTickOnlyWhileSwitchedOn) {
+  EventLoop loop;
+  int ticks = 0;
+  const auto timer = loop.AddTimer(10, [&] { ++ticks; });
+  EXPECT_FALSE(loop.TimerEnabled(timer));
+  loop.Sleep(50);
+  EXPECT_EQ(0, ticks);
+  loop.TimerEnabled(timer, true);
+  loop.Sleep(105);
+  EXPECT_GE(ticks, 4);  // about ten; a loaded machine may run fewer, never more
+  EXPECT_LE(ticks, 11);
+  loop.TimerEnabled(timer, false);
+  const int stopped = ticks;
+  loop.Sleep(50);
+  EXPECT_EQ(stopped, ticks);
+  EXPECT_EQ(10, loop.TimerInterval(timer));
+}
+
+TEST(EventLoopTest, ANestedWaitNeverReentersARunningHandler) {
+  EventLoop loop;
+  int depth = 0, deepest = 0, slowRuns = 0, otherRuns = 0;
+  const auto slow = loop.AddTimer(5, [&] {
+    ++slowRuns;
+    deepest = std::max(deepest, ++depth);
+    loop.Sleep(60);  // a synchronous wait inside the handler, as the service's steps have
+    loop.Pump();
+    --depth;
+  });
+  const auto other = loop.AddTimer(5, [&] { ++otherRuns; });
+  loop.TimerEnabled(slow, true);
+  loop.TimerEnabled(other, true);
+  loop.Sleep(150);
+  EXPECT_EQ(1, deepest) << "the slow handler was entered again while it ran";
+  EXPECT_GE(otherRuns, 5) << "other handlers run during the nested wait";
+  // Expirations missed while it ran are run once, not piled up: about one run per 60 ms, where
+  // piling up would give one per 5 ms.
+  EXPECT_GE(slowRuns, 1);
+  EXPECT_LE(slowRuns, 4);
+}
+
+TEST(EventLoopTest, SignalsPostedWorkAndProcessEndsArriveOnTheLoop) {
+  EventLoop loop;
+  int usr1 = 0;
+  loop.AddSignal(SIGUSR1, [&] {
+    ++usr1;
+    loop.Quit();
+  });
+  ::kill(::getpid(), SIGUSR1);
+  loop.Run();
+  EXPECT_EQ(1, usr1);
+
+  const auto loopThread = std::this_thread::get_id();
+  std::thread::id ranOn;
+  std::thread worker([&] { loop.Post([&] {
+                       ranOn = std::this_thread::get_id();
+                       loop.Quit();
+                     }); });
+  loop.Run();
+  worker.join();
+  EXPECT_EQ(loopThread, ranOn);
+
+  // A child's end arrives through its pidfd.
+  const auto child = ::fork();
+  if (child == 0) {
+    ::usleep(30000);
+    ::_exit(0);
+  }
+  const int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
+  ASSERT_GE(pidfd, 0);
+  bool ended = false;
+  loop.WatchProcess(pidfd, [&] {
+    ended = true;
+    loop.Quit();
+  });
+  loop.Run();
+  EXPECT_TRUE(ended);
+  ::close(pidfd);
+  EXPECT_TRUE(RunCommand({"true"}).started);  // children start with the signals unblocked again
+}
+
+TEST(EventLoopTest, AHandlerThatThrowsIsReportedAndTheLoopGoesOn) {
+  EventLoop loop;
+  std::string reported;
+  loop.OnHandlerError([&](const std::string& what) { reported = what; });
+  int after = 0;
+  loop.Post([] { throw std::runtime_error("disk on fire"); });
+  loop.Post([&] { ++after; });
+  loop.Pump();
+  EXPECT_EQ("disk on fire", reported);
+  EXPECT_EQ(1, after);
+}
+
+TEST(EventLoopTest, ProcessesRunAndReportTheirOutcome) {
+  const CommandResult ok = RunCommand({"sh", "-c", "echo out; echo err >&2; exit 3"});
+  EXPECT_TRUE(ok.started);
+  EXPECT_EQ(3, ok.exitCode);
+  EXPECT_EQ("out\nerr\n", ok.output);
+  const CommandResult missing = RunCommand({"no-such-program-here"});
+  EXPECT_FALSE(missing.started);
+  EXPECT_EQ("no-such-program-here: No such file or directory", missing.error);
+  EXPECT_TRUE(FindOnPath("sh"));
+  EXPECT_FALSE(FindOnPath("no-such-program-here"));
+  EXPECT_TRUE(AccountExists("root"));
+  EXPECT_FALSE(AccountExists("no-such-user-here"));
+}
+
+}  // namespace
+}  // namespace tw::platform

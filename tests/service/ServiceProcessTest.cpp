@@ -1,0 +1,115 @@
+// The built TWService, run as a separate process in a temporary application folder.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "common/EventPump.h"
+#include "logging/clsLogs.h"
+#include "settings/TWSettings.h"
+#include "tests/support/TestSupport.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+
+class ServiceProcessTest : public ::testing::Test {
+ protected:
+  // The newest application-log titles, newest first.
+  std::vector<std::string> Titles(int count) {
+    TWSettings settings(dir_ / "settings.db");
+    SystemClock clock;
+    BlockingPump pump;
+    clsLogs logs(dir_.Path(), settings, clock, pump);
+    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
+    logs.GetLastLogs(count, entries);
+    std::vector<std::string> titles;
+    for (const auto& e : entries) {
+      if (!e.Title.empty()) titles.push_back(e.Title);
+    }
+    return titles;
+  }
+  bool NewestTitleIs(const std::string& title) {
+    return test::WaitUntil([&] {
+      const auto titles = Titles(1);
+      return !titles.empty() && titles[0] == title;
+    });
+  }
+  std::vector<std::string> Environment() { return {"TARNWICK_HOME=" + dir_.Path(), "TARNWICK_SYSLOG_SOCKET=" + (dir_ / "none")}; }
+
+  test::TempDir dir_;
+};
+
+TEST_F(ServiceProcessTest, RealSignalsStartPauseContinueAndStopTheService) {
+  test::DatagramReceiver notify(dir_ / "notify");
+  auto environment = Environment();
+  environment.push_back("NOTIFY_SOCKET=" + (dir_ / "notify"));
+  test::ChildProcess service({TW_BIN_DIR "/TWService"}, environment);
+
+  const auto ready = notify.Receive(5000);
+  ASSERT_TRUE(ready);
+  EXPECT_EQ("READY=1\nSTATUS=Running", *ready);
+  ASSERT_TRUE(NewestTitleIs("Tarnwick service starting"));
+  service.Signal(SIGUSR1);
+  ASSERT_TRUE(NewestTitleIs("Tarnwick service pausing"));
+  EXPECT_EQ("STATUS=Paused", notify.Receive().value_or(""));
+  service.Signal(SIGUSR2);
+  ASSERT_TRUE(NewestTitleIs("Tarnwick service continuing"));
+  EXPECT_EQ("STATUS=Running", notify.Receive().value_or(""));
+  service.Signal(SIGTERM);
+  EXPECT_EQ(0, service.Wait());
+  EXPECT_EQ("STOPPING=1", notify.Receive().value_or(""));
+  EXPECT_EQ((std::vector<std::string>{"Tarnwick service stopping", "Tarnwick service continuing",
+                                      "Tarnwick service pausing", "Tarnwick service starting"}),
+            Titles(10));
+}
+
+TEST_F(ServiceProcessTest, DebugModeEchoesEntriesAndStopsOnCtrlC) {
+  test::ChildProcess service({TW_BIN_DIR "/TWService", "-debug"}, Environment(), dir_ / "out");
+  ASSERT_TRUE(NewestTitleIs("Tarnwick service starting"));
+  service.Signal(SIGINT);
+  EXPECT_EQ(0, service.Wait());
+  const std::string out = test::ReadFile(dir_ / "out");
+  EXPECT_NE(std::string::npos, out.find("  info     Tarnwick service starting\n"
+                                        "    The Tarnwick service has been instructed to start\n"));
+  EXPECT_NE(std::string::npos, out.find("  info     Tarnwick service stopping\n"));
+}
+
+TEST_F(ServiceProcessTest, TheInstallationDialogRunsOnATerminal) {
+  fs::create_directory(dir_ / "units");
+  fs::create_directory(dir_ / "bin");
+  test::WriteFile(dir_ / "bin/systemctl", "#!/bin/sh\necho \"$@\" >> \"" + (dir_ / "calls") + "\"\n");
+  ::chmod((dir_ / "bin/systemctl").c_str(), 0755);
+  auto environment = Environment();
+  environment.push_back("TARNWICK_UNIT_DIR=" + (dir_ / "units"));
+  environment.push_back("PATH=" + (dir_ / "bin") + ":/usr/bin:/bin");
+
+  test::PtySession dialog({TW_BIN_DIR "/TWService", "-install"}, environment);
+  ASSERT_TRUE(dialog.WaitFor("Tarnwick Service Installation"));
+  ASSERT_TRUE(dialog.WaitFor("Enter the username and password of a user with rights to perform tape backups."));
+  ASSERT_TRUE(dialog.WaitFor("User Name: [Administrator] "));
+  dialog.Type("backup\n");
+  ASSERT_TRUE(dialog.WaitFor("Password: "));
+  dialog.Type("first-try\n");
+  ASSERT_TRUE(dialog.WaitFor("Confirm Password: "));
+  dialog.Type("First-try\n");
+  ASSERT_TRUE(dialog.WaitFor("The passwords entered do not match.")) << dialog.Output();
+  ASSERT_TRUE(dialog.WaitFor("Password: "));
+  dialog.Type("second-try\n");
+  ASSERT_TRUE(dialog.WaitFor("Confirm Password: "));
+  dialog.Type("second-try\n");
+  ASSERT_TRUE(dialog.WaitFor("Tarnwick installed successfully")) << dialog.Output();
+  EXPECT_EQ(0, dialog.Wait());
+  EXPECT_EQ(std::string::npos, dialog.Output().find("try")) << "passwords are not echoed";
+  EXPECT_EQ(std::string::npos, dialog.Output().find("User Name: [Administrator] backup\r\n\r\nTarnwick Service"))
+      << "a mismatch asks for the passwords only";
+
+  EXPECT_NE(std::string::npos, test::ReadFile(dir_ / "units/wtarnwick.service").find("\nUser=backup\n"));
+  EXPECT_EQ("daemon-reload\nenable wtarnwick.service\n", test::ReadFile(dir_ / "calls"));
+  EXPECT_TRUE(TWSettings(dir_ / "settings.db").General().Options().ServiceInstalled());
+}
+
+}  // namespace
+}  // namespace tw

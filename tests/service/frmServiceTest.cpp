@@ -1,0 +1,236 @@
+#include "service/frmService.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <sstream>
+
+#include "common/Error.h"
+#include "tests/support/TestSupport.h"
+
+namespace tw {
+namespace {
+
+// Records what the form asks of the service manager; Install answers from a script.
+class FakeServiceControl final : public platform::IServiceControl {
+ public:
+  std::string DisplayName() const override { return "Tarnwick"; }
+  void Account(const std::string& account) override { calls.push_back("Account(" + account + ")"); }
+  void Password(const std::string& password) override { calls.push_back("Password(" + password + ")"); }
+  void Interactive(bool on) override { calls.push_back("Interactive(" + std::to_string(on) + ")"); }
+  void Debug(bool on) override { calls.push_back("Debug(" + std::to_string(on) + ")"); }
+  void ControlsAccepted(int32_t controls) override { calls.push_back("ControlsAccepted(" + std::to_string(controls) + ")"); }
+  bool Install() override {
+    calls.push_back("Install");
+    const bool ok = installResults.empty() || installResults.front();
+    if (!installResults.empty()) installResults.pop_front();
+    return ok;
+  }
+  bool Uninstall() override {
+    calls.push_back("Uninstall");
+    return uninstallResult;
+  }
+  std::string LastError() const override { return lastError; }
+  void StopService() override { calls.push_back("StopService"); }
+  void StartService(Events events) override {
+    calls.push_back("StartService");
+    onStart(events);
+  }
+
+  std::vector<std::string> calls;
+  std::deque<bool> installResults;
+  bool uninstallResult = true;
+  std::string lastError;
+  std::function<void(Events&)> onStart = [](Events&) {};
+};
+
+class FakeDialog final : public IInstallDialog {
+ public:
+  std::optional<InstallForm> Show(const InstallForm& form, bool passwordsOnly) override {
+    shown.push_back(form.user + (passwordsOnly ? " (passwords)" : ""));
+    if (answers.empty()) return std::nullopt;
+    InstallForm filled = answers.front();
+    answers.pop_front();
+    if (passwordsOnly) filled.user = form.user;
+    return filled;
+  }
+  void Message(const std::string& text, bool isError) override { messages.push_back((isError ? "! " : "") + text); }
+
+  std::deque<InstallForm> answers;
+  std::vector<std::string> shown;
+  std::vector<std::string> messages;
+};
+
+class FrmServiceTest : public ::testing::Test {
+ protected:
+  bool Installed() { return host_.settings.General().Options().ServiceInstalled(); }
+  std::vector<clsLogEntry> Logs(int count) {
+    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
+    host_.logs.GetLastLogs(count, entries);
+    return entries;
+  }
+
+  test::TempDir dir_;
+  ManualClock clock_{DateSerial(2026, 11, 23) + 0.5};
+  platform::EventLoop loop_;
+  test::RecordingPump pump_;
+  ServiceHost host_{dir_.Path(), dir_ / "settings.db", clock_, loop_, pump_};
+  FakeServiceControl control_;
+  FakeDialog dialog_;
+  std::ostringstream err_;
+  frmService form_{host_, control_, dialog_, err_};
+};
+
+TEST_F(FrmServiceTest, SetupTakesTheAccountAfterOneSeparator) {
+  struct Case {
+    std::string commandLine, account, password;
+  };
+  const Case cases[] = {
+      {"-setup", "", ""},
+      {"-setup backup secret", ".\\backup", "secret"},
+      {"-setup CORP\\backup pass word", "CORP\\backup", "pass word"},
+      // Only "-setup" is compared; the account text starts at the eighth character, here the
+      // blank after the X: an empty user name, so the default account.
+      {"-setupX user pw", "", ""},
+      {"-setupXbackup pw", ".\\backup", "pw"},
+      {"-setup backup", ".\\backup", ""},
+  };
+  for (const auto& c : cases) {
+    control_.calls.clear();
+    EXPECT_EQ(0, form_.Load(c.commandLine)) << c.commandLine;
+    EXPECT_EQ((std::vector<std::string>{"Interactive(1)", "Account(" + c.account + ")", "Password(" + c.password + ")",
+                                        "Install"}),
+              control_.calls)
+        << c.commandLine;
+    EXPECT_TRUE(Installed());
+  }
+  EXPECT_EQ("", err_.str());
+  EXPECT_TRUE(pump_.calls.empty());
+}
+
+TEST_F(FrmServiceTest, AFailedSetupIsRetriedOnceAfterStoppingAndRemoving) {
+  control_.installResults = {false, true};
+  EXPECT_EQ(0, form_.Load("-setup backup pw"));
+  EXPECT_EQ((std::vector<std::string>{"Interactive(1)", "Account(.\\backup)", "Password(pw)", "Install", "StopService",
+                                      "Uninstall", "Interactive(1)", "Account(.\\backup)", "Password(pw)", "Install"}),
+            control_.calls);
+  EXPECT_EQ((std::vector<std::string>{"sleep 4000", "pump", "sleep 2000", "pump"}), pump_.calls);
+  EXPECT_TRUE(Installed());
+
+  control_.installResults = {false, false};
+  control_.lastError = "systemctl enable wtarnwick.service failed: Access denied";
+  EXPECT_EQ(1, form_.Load("-setup backup pw"));
+  EXPECT_FALSE(Installed());
+  EXPECT_EQ("Tarnwick failed to install. Try uninstalling and re-installing Tarnwick and make sure you're logged on "
+            "as Administrator.\nReason: systemctl enable wtarnwick.service failed: Access denied\n",
+            err_.str());
+}
+
+TEST_F(FrmServiceTest, UninstallReportsFailureUnlessQuiet) {
+  host_.settings.General().Options().ServiceInstalled(true);
+  EXPECT_EQ(0, form_.Load("-uninstall"));
+  EXPECT_FALSE(Installed());
+  control_.uninstallResult = false;
+  host_.settings.General().Options().ServiceInstalled(true);
+  EXPECT_EQ(1, form_.Load("-unsetup"));
+  EXPECT_EQ("", err_.str());
+  EXPECT_TRUE(Installed()) << "a failed removal leaves the flag as it was";
+  EXPECT_EQ(1, form_.Load("-uninstall"));
+  EXPECT_EQ("Tarnwick failed to uninstall. Please ensure the service has been stopped.\n", err_.str());
+}
+
+TEST_F(FrmServiceTest, OnlyTheExactSwitchesAreKnown) {
+  for (const char* line : {"-INSTALL", "-install2", "-Debug", "--help", "install"}) {
+    err_.str("");
+    EXPECT_EQ(2, form_.Load(line)) << line;
+    EXPECT_EQ(0u, err_.str().find("Tarnwick Monitor Service: Invalid command option. Do not try installing the Tarnwick "
+                                  "Service manually, unless instructed to do so by Tarnwick Support.\n"))
+        << line;
+  }
+  EXPECT_TRUE(control_.calls.empty());
+  EXPECT_TRUE(dialog_.shown.empty());
+}
+
+TEST_F(FrmServiceTest, TheServiceEventsLogAndSwitchThePollTimer) {
+  host_.settings.General().Options().CustomProductName("Acme Backup");
+  std::vector<bool> timer;
+  control_.onStart = [&](platform::IServiceControl::Events& events) {
+    bool ok = false;
+    events.start(ok);
+    EXPECT_TRUE(ok);
+    timer.push_back(form_.PollTimerEnabled());
+    events.pause(ok);
+    timer.push_back(form_.PollTimerEnabled());
+    events.resume(ok);
+    timer.push_back(form_.PollTimerEnabled());
+    events.stop(ok);
+    timer.push_back(form_.PollTimerEnabled());
+  };
+  EXPECT_EQ(0, form_.Load("-debug"));
+  EXPECT_EQ((std::vector<std::string>{"Debug(1)", "ControlsAccepted(2)", "StartService"}), control_.calls);
+  EXPECT_EQ((std::vector<bool>{true, false, true, false}), timer);
+  const auto entries = Logs(4);
+  const std::pair<const char*, const char*> expected[] = {
+      {"Acme Backup service stopping", "The Acme Backup service has been instructed to stop"},
+      {"Acme Backup service continuing", "The Acme Backup service has been instructed to continue"},
+      {"Acme Backup service pausing", "The Acme Backup service has been instructed to pause"},
+      {"Acme Backup service starting", "The Acme Backup service has been instructed to start"},
+  };
+  for (size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(0, entries[i].LogType);
+    EXPECT_EQ(expected[i].first, entries[i].Title);
+    EXPECT_EQ(expected[i].second, entries[i].Message);
+  }
+  // -debug echoes every entry.
+  EXPECT_NE(std::string::npos, err_.str().find("info     Acme Backup service starting\n"));
+
+  control_.calls.clear();
+  EXPECT_EQ(0, form_.Load(""));
+  EXPECT_EQ((std::vector<std::string>{"ControlsAccepted(2)", "StartService"}), control_.calls);
+}
+
+TEST_F(FrmServiceTest, AServiceEventThatFailsLogsItsUnableToEntry) {
+  bool success = true;
+  RunServiceEvent(host_.logging, {"Tarnwick service starting", "The Tarnwick service has been instructed to start",
+                                  "Tarnwick service unable to start"},
+                  [] { throw TWError(6, "Overflow", "TWService"); }, success);
+  EXPECT_FALSE(success);
+  const auto entries = Logs(2);
+  EXPECT_EQ(2, entries[0].LogType);
+  EXPECT_EQ("Tarnwick service unable to start", entries[0].Title);
+  EXPECT_EQ("Details: 6 / Overflow / TWService", entries[0].Message);
+}
+
+TEST_F(FrmServiceTest, TheDialogAsksAgainAfterAMismatchOrAFailure) {
+  dialog_.answers = {{"backup", "secret", "Secret"}, {"", "secret", "secret"}};
+  control_.installResults = {true};
+  EXPECT_EQ(0, form_.Load("-install"));
+  EXPECT_EQ((std::vector<std::string>{"Administrator", "backup (passwords)"}), dialog_.shown);
+  EXPECT_EQ((std::vector<std::string>{"! The passwords entered do not match.", "Tarnwick installed successfully"}),
+            dialog_.messages);
+  EXPECT_EQ((std::vector<std::string>{"Interactive(1)", "Account(.\\backup)", "Password(secret)", "Install"}),
+            control_.calls);
+  EXPECT_TRUE(Installed());
+
+  dialog_ = FakeDialog();
+  control_.calls.clear();
+  control_.installResults = {false};
+  control_.lastError = "there is no account \"Administrator\" on this system";
+  dialog_.answers = {{"Administrator", "pw", "pw"}};
+  EXPECT_EQ(1, form_.Load("-install")) << "the administrator gave up";
+  EXPECT_EQ((std::vector<std::string>{"Administrator", "Administrator"}), dialog_.shown) << "shown again after a failure";
+  EXPECT_EQ((std::vector<std::string>{"! Tarnwick failed to install.\r\nPlease make sure the username assigned to the "
+                                      "service is valid, and this user has \"Log on as a service\" rights.\nReason: "
+                                      "there is no account \"Administrator\" on this system"}),
+            dialog_.messages);
+  EXPECT_FALSE(Installed());
+  EXPECT_TRUE(Logs(1)[0].Title.empty()) << "a failed interactive install writes no log entry";
+
+  // An empty user name installs the default account, whatever the password boxes hold.
+  control_.calls.clear();
+  EXPECT_TRUE(form_.Install("", "ignored"));
+  EXPECT_EQ((std::vector<std::string>{"Interactive(1)", "Account()", "Password()", "Install"}), control_.calls);
+}
+
+}  // namespace
+}  // namespace tw
