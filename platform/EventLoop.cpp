@@ -77,13 +77,13 @@ EventLoop::SourceId EventLoop::AddTimer(int intervalMs, Handler handler) {
 }
 
 void EventLoop::ArmTimer(Source& source) {
-  itimerspec spec{};
+  itimerspec timing{};
   if (source.enabled && source.intervalMs > 0) {
-    spec.it_interval.tv_sec = source.intervalMs / 1000;
-    spec.it_interval.tv_nsec = static_cast<long>(source.intervalMs % 1000) * 1000000;
-    spec.it_value = spec.it_interval;
+    timing.it_interval.tv_sec = source.intervalMs / 1000;
+    timing.it_interval.tv_nsec = static_cast<long>(source.intervalMs % 1000) * 1000000;
+    timing.it_value = timing.it_interval;
   }
-  if (::timerfd_settime(source.fd, 0, &spec, nullptr) != 0) Fail("timerfd_settime");
+  if (::timerfd_settime(source.fd, 0, &timing, nullptr) != 0) Fail("timerfd_settime");
   Drain(source.fd, sizeof(uint64_t));  // an expiration from before does not count
 }
 
@@ -120,6 +120,15 @@ EventLoop::SourceId EventLoop::WatchProcess(int pidfd, Handler handler) {
   auto source = std::make_shared<Source>();
   source->kind = Kind::Process;
   source->fd = pidfd;
+  source->ownsFd = false;
+  source->handler = std::move(handler);
+  return Register(source);
+}
+
+EventLoop::SourceId EventLoop::WatchReadable(int fd, Handler handler) {
+  auto source = std::make_shared<Source>();
+  source->kind = Kind::Readable;
+  source->fd = fd;
   source->ownsFd = false;
   source->handler = std::move(handler);
   return Register(source);
@@ -167,7 +176,8 @@ void EventLoop::Dispatch(SourceId id) {
     case Kind::Timer: Drain(source->fd, sizeof(uint64_t)); break;
     case Kind::Signal: Drain(source->fd, sizeof(signalfd_siginfo)); break;
     case Kind::Posted: Drain(source->fd, sizeof(uint64_t)); break;
-    case Kind::Process: break;
+    case Kind::Process:
+    case Kind::Readable: break;
   }
   source->running = true;
   Arm(id, *source, false);

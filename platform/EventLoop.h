@@ -42,6 +42,10 @@ class EventLoop final : public EventPump {
   // Calls `handler` once when the process behind `pidfd` has ended. The caller keeps the fd.
   SourceId WatchProcess(int pidfd, Handler handler);
 
+  // Calls `handler` whenever `fd` has data (or has been closed at the other end); the handler
+  // must read it. The caller keeps the fd and removes the watch before closing it.
+  SourceId WatchReadable(int fd, Handler handler);
+
   void Remove(SourceId source);
 
   // From any thread: runs `handler` on the loop's thread.
@@ -59,7 +63,7 @@ class EventLoop final : public EventPump {
   void OnHandlerError(std::function<void(const std::string& description)> report);
 
  private:
-  enum class Kind { Timer, Signal, Process, Posted };
+  enum class Kind { Timer, Signal, Process, Readable, Posted };
   struct Source {
     Kind kind;
     int fd = -1;

@@ -14,52 +14,12 @@
 
 #include "common/Strings.h"
 #include "platform/Environment.h"
+#include "platform/Spawn.h"
 
 extern char** environ;
 
 namespace tw::platform {
 namespace {
-
-// Spawn attributes that give the child an empty signal mask and default actions for every
-// signal the service may have taken over.
-class CleanSignals {
- public:
-  CleanSignals() {
-    posix_spawnattr_init(&attributes_);
-    sigset_t empty, all;
-    sigemptyset(&empty);
-    sigfillset(&all);
-    posix_spawnattr_setsigmask(&attributes_, &empty);
-    posix_spawnattr_setsigdefault(&attributes_, &all);
-    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  }
-  ~CleanSignals() { posix_spawnattr_destroy(&attributes_); }
-  CleanSignals(const CleanSignals&) = delete;
-  CleanSignals& operator=(const CleanSignals&) = delete;
-  posix_spawnattr_t* get() { return &attributes_; }
-
- private:
-  posix_spawnattr_t attributes_;
-};
-
-class FileActions {
- public:
-  FileActions() { posix_spawn_file_actions_init(&actions_); }
-  ~FileActions() { posix_spawn_file_actions_destroy(&actions_); }
-  FileActions(const FileActions&) = delete;
-  FileActions& operator=(const FileActions&) = delete;
-  posix_spawn_file_actions_t* get() { return &actions_; }
-
- private:
-  posix_spawn_file_actions_t actions_;
-};
-
-std::vector<char*> Arguments(const std::vector<std::string>& argv) {
-  std::vector<char*> pointers;
-  for (const auto& arg : argv) pointers.push_back(const_cast<char*>(arg.c_str()));
-  pointers.push_back(nullptr);
-  return pointers;
-}
 
 int ExitCodeOf(int status) {
   if (WIFEXITED(status)) return WEXITSTATUS(status);
@@ -80,8 +40,8 @@ CommandResult RunCommand(const std::vector<std::string>& argv) {
   posix_spawn_file_actions_adddup2(actions.get(), pipeFds[1], STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(actions.get(), pipeFds[1], STDERR_FILENO);
   posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  CleanSignals signals;
-  auto args = Arguments(argv);
+  CleanSignalAttributes signals;
+  auto args = ExecPointers(argv);
   pid_t pid = 0;
   const int rc = ::posix_spawnp(&pid, args[0], actions.get(), signals.get(), args.data(), environ);
   ::close(pipeFds[1]);
@@ -119,8 +79,8 @@ bool StartDetached(const std::vector<std::string>& argv) {
     posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(actions.get(), STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(actions.get(), STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    CleanSignals signals;
-    auto args = Arguments(argv);
+    CleanSignalAttributes signals;
+    auto args = ExecPointers(argv);
     pid_t grandchild = 0;
     const int rc = ::posix_spawnp(&grandchild, args[0], actions.get(), signals.get(), args.data(), environ);
     ::_exit(rc == 0 ? 0 : 1);
@@ -144,6 +104,11 @@ std::optional<std::string> FindOnPath(const std::string& program) {
     }
   }
   return std::nullopt;
+}
+
+bool IsExecutableFile(const std::string& path) {
+  struct stat info {};
+  return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && ::access(path.c_str(), X_OK) == 0;
 }
 
 bool AccountExists(const std::string& name) {

@@ -24,6 +24,9 @@ bool StartDetached(const std::vector<std::string>& argv);
 // The full path of `program` on PATH, or nothing.
 std::optional<std::string> FindOnPath(const std::string& program);
 
+// Whether `path` is a file this process may execute.
+bool IsExecutableFile(const std::string& path);
+
 // Whether a local account of that name exists (as the system's user database knows it).
 bool AccountExists(const std::string& name);
 

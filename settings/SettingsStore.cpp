@@ -407,6 +407,15 @@ std::optional<int64_t> SettingsStore::FindJobId(std::string_view name) {
   return q.Int(0);
 }
 
+std::optional<int64_t> SettingsStore::FindJobIdByBackupLogId(std::string_view backupLogId) {
+  Database* database = Open(false);
+  if (database == nullptr) return std::nullopt;
+  auto q = database->Prepare("SELECT id FROM jobs WHERE backup_log_id = ?1");
+  q.BindText(1, backupLogId);
+  if (!q.Step()) return std::nullopt;
+  return q.Int(0);
+}
+
 std::vector<int64_t> SettingsStore::JobIds() {
   std::vector<int64_t> ids;
   Database* database = Open(false);

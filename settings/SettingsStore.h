@@ -60,6 +60,7 @@ class SettingsStore {
   int32_t JobCount();
   std::optional<int64_t> JobIdAt(int32_t index);
   std::optional<int64_t> FindJobId(std::string_view name);  // names compare without regard to case
+  std::optional<int64_t> FindJobIdByBackupLogId(std::string_view backupLogId);
   std::vector<int64_t> JobIds();
   bool BackupLogIdTaken(std::string_view backupLogId, int64_t exceptJob);
   int64_t InsertJob(std::string_view name, std::string_view backupLogId);

@@ -239,6 +239,12 @@ std::optional<clsJob> clsGeneral::FindJob(const std::string& name) {
   return clsJob(store_, *id);
 }
 
+std::optional<clsJob> clsGeneral::FindJobByBackupLogId(const std::string& backupLogId) {
+  const auto id = store_->FindJobIdByBackupLogId(backupLogId);
+  if (!id) return std::nullopt;
+  return clsJob(store_, *id);
+}
+
 std::vector<clsJob> clsGeneral::Jobs() {
   std::vector<clsJob> jobs;
   for (int64_t id : store_->JobIds()) jobs.emplace_back(store_, id);

@@ -245,6 +245,7 @@ class clsGeneral {
   // Beyond what the service uses: for the console and the helper programs.
   clsDeployment Deployment();
   std::optional<clsJob> FindJob(const std::string& name);
+  std::optional<clsJob> FindJobByBackupLogId(const std::string& backupLogId);
   std::vector<clsJob> Jobs();
   // Adds a job with every other member at its default; the name and the backup log identifier
   // must be free (the store refuses duplicates).

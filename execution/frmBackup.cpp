@@ -1,0 +1,154 @@
+#include "execution/frmBackup.h"
+
+#include <filesystem>
+
+#include "common/Error.h"
+#include "common/NumberText.h"
+#include "common/Strings.h"
+#include "common/Utf16.h"
+#include "logging/clsAuthMessages.h"
+
+namespace tw {
+namespace {
+
+// The option word appended to the executor's command line, from the detailed-logging and the
+// executor's no-logon settings.
+std::string OptionWord(bool detailedLogging, bool noLogon) {
+  if (detailedLogging && noLogon) return " zloggingandnologon";
+  if (detailedLogging) return " logging";
+  if (noLogon) return " nologon";
+  return "";
+}
+
+}  // namespace
+
+frmBackup::frmBackup(ExecutionHost& host) : host_(host), mobjAdvShell_(host) {
+  tmrPoll_ = host_.loop.AddTimer(kPollIntervalMs, [this] { tmrPoll_Timer(); });
+  mobjAdvShell_.ReturnProg = [this](int32_t exitCode) { mobjAdvShell_ReturnProg(exitCode); };
+}
+
+frmBackup::~frmBackup() { host_.loop.Remove(tmrPoll_); }
+
+bool frmBackup::PollTimerEnabled() const { return host_.loop.TimerEnabled(tmrPoll_); }
+
+void frmBackup::DoBackup(const RunningJob& record, const clsJob& job) {
+  try {
+    record_ = record;
+    job_ = job;
+    completed_ = false;
+    backupLogPath_ = host_.applicationFolder + "/BackupLog-" + job_->BackupLogId() + ".txt";
+
+    // The marker: an empty Unicode text file that the executor claims and fills with its report.
+    if (!WriteUnicodeFile(backupLogPath_, "")) {
+      host_.logging.ReportWarning("20101", "Unable to create backup log file", errnum::PathFileAccess,
+                                  "Path/File access error: " + backupLogPath_, "TWService");
+    }
+
+    auto general = host_.settings.General();
+    const std::string option =
+        OptionWord(general.Options().DetailedLogging(), general.Options().ExecutorNoLogon());
+    auto identity = general.Identity();
+    const std::string value1 = EscapeArgument(identity.IdentityValue1());
+    const std::string value2 = EscapeArgument(identity.IdentityValue2());
+    const std::string value3 = EscapeArgument(identity.IdentityValue3());
+    const std::string arguments = "\"" + value1 + "\" \"" + value2 + "\" \"" + value3 + "\" \"" +
+                                  host_.applicationFolder + "/TWExecutor\"" + option;
+
+    const int32_t result =
+        mobjAdvShell_.AdvShell(host_.applicationFolder + "/DesktopRights", arguments, "", 0, true, true);
+    host_.logging.Logs().AddLogSimple(3, "DesktopRights", mobjAdvShell_.ComLine(), 1,
+                                      std::to_string(result) + "\r\n\r\n" + mobjAdvShell_.ConsoleOutput());
+    if (result != 0) {
+      DeleteBackupLog();
+      host_.logging.ReportError("00101", "Unable to launch Backup executor (Code " + std::to_string(result) + ")",
+                                "The backup could not be performed because the Backup Executor could not be "
+                                "started. The file DesktopRights.exe appears to be missing. Please reinstall "
+                                "Tarnwick to correct this error.");
+      Complete(2, "Unable to launch backup executor.");
+    } else {
+      host_.loop.TimerEnabled(tmrPoll_, true);
+    }
+  } catch (...) {
+    host_.logging.ReportInternalError("20100", CurrentError("TWService"));
+  }
+}
+
+void frmBackup::mobjAdvShell_ReturnProg(int32_t exitCode) {
+  try {
+    if (exitCode == -1) {
+      // The executor has started; the poll timer waits for its end.
+      host_.logging.Logs().AddLogSimple(3, "DesktopRights finished executing",
+                                        "Returned from the desktop rights program successfully.", 0, "");
+      return;
+    }
+    if (exitCode == 1) {
+      DeleteBackupLog();
+      const std::string summary = "Unable to launch Backup executor due to incorrect arguments.";
+      const std::string description =
+          "The backup could not be performed because the Backup Executor could not be started. Please report this "
+          "to " +
+          DeploymentSetting(host_.settings, "deployment.support_email") + ".";
+      host_.logging.ReportError("00102", summary, description);
+      host_.loop.TimerEnabled(tmrPoll_, false);
+      Complete(2, summary + " " + description);
+      return;
+    }
+    // The rights launcher could not log on or start the executor; it says why with a number.
+    host_.loop.TimerEnabled(tmrPoll_, false);
+    DeleteBackupLog();
+    const std::string output = mobjAdvShell_.ConsoleOutput();
+    const std::string number(TrimWhitespace(ReplaceAll(output, "\r\n", "")));
+    clsAuthMessages messages(host_.settings);
+    const std::string explanation = messages.GetMessage(ToInt32(LeadingNumber(number)), 106);
+    host_.logging.Logs().AddLogSimple(3, "Desktop rights output", output, 0, "");
+    const std::string description =
+        "An error occured whilst launching the backup. Please read the report below to take corrective action.\r\n"
+        "\r\n" +
+        explanation;
+    host_.logging.ReportError("00106", "Error launching backup", description);
+    Complete(2, description);
+  } catch (...) {
+    host_.logging.ReportInternalError("20100", CurrentError("TWService"));
+  }
+}
+
+void frmBackup::tmrPoll_Timer() {
+  try {
+    // The status may still hold the last run's result until the executor has set it to -2, which
+    // it does before the rights launcher returns: wait for the rights launcher first.
+    if (mobjAdvShell_.Busy() || completed_ || !job_) return;
+    if (job_->RunStatus() == -2) return;
+    host_.loop.TimerEnabled(tmrPoll_, false);
+    std::string report;
+    if (!StopFlag) {
+      std::error_code error;
+      if (std::filesystem::exists(backupLogPath_, error)) {
+        std::string text;
+        if (ReadUnicodeFile(backupLogPath_, text) && !text.empty()) report = text;
+        if (!std::filesystem::remove(backupLogPath_, error) || error) {
+          host_.logging.ReportWarning("20102", "Unable to remove backup log file", errnum::PathFileAccess,
+                                      error.message(), "TWService");
+        }
+      }
+    }
+    Complete(job_->RunStatus(), report);
+  } catch (...) {
+    host_.logging.ReportInternalError("20103", CurrentError("TWService"));
+  }
+}
+
+void frmBackup::DeleteBackupLog() {
+  std::error_code ignored;
+  std::filesystem::remove(backupLogPath_, ignored);
+}
+
+void frmBackup::Complete(int16_t status, const std::string& report) {
+  if (completed_) return;  // once per run
+  completed_ = true;
+  record_->BackupEndTime = host_.clock.Now();
+  record_->Status = status;
+  record_->BackupReport = report;
+  if (BackupComplete) BackupComplete(record_);
+}
+
+}  // namespace tw

@@ -1,0 +1,43 @@
+#pragma once
+// What every way of starting a program here shares (internal to platform/): argument vectors for
+// exec, the environment with additions, and spawn attributes that give the child a clean signal
+// mask and default signal actions, whatever the service took over for its event loop.
+#include <spawn.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tw::platform {
+
+// Pointers into `texts`, ended by a null, as exec wants them. `texts` must outlive the result.
+std::vector<char*> ExecPointers(const std::vector<std::string>& texts);
+
+// This process's environment with `extra` added, replacing variables of the same names.
+std::vector<std::string> EnvironmentWith(const std::vector<std::pair<std::string, std::string>>& extra);
+
+class CleanSignalAttributes {
+ public:
+  CleanSignalAttributes();
+  ~CleanSignalAttributes();
+  CleanSignalAttributes(const CleanSignalAttributes&) = delete;
+  CleanSignalAttributes& operator=(const CleanSignalAttributes&) = delete;
+  posix_spawnattr_t* get() { return &attributes_; }
+
+ private:
+  posix_spawnattr_t attributes_;
+};
+
+class FileActions {
+ public:
+  FileActions() { posix_spawn_file_actions_init(&actions_); }
+  ~FileActions() { posix_spawn_file_actions_destroy(&actions_); }
+  FileActions(const FileActions&) = delete;
+  FileActions& operator=(const FileActions&) = delete;
+  posix_spawn_file_actions_t* get() { return &actions_; }
+
+ private:
+  posix_spawn_file_actions_t actions_;
+};
+
+}  // namespace tw::platform

@@ -1,0 +1,56 @@
+#pragma once
+// An application folder in a temporary folder with a real settings store, application log and
+// event loop, for running real programs. The built helper programs can be linked into it.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+
+#include "execution/ExecutionHost.h"
+#include "logging/clsLogs.h"
+#include "logging/modLogging.h"
+#include "platform/EventLoop.h"
+#include "settings/TWSettings.h"
+#include "tests/support/TestSupport.h"
+
+namespace tw::test {
+
+class ExecutionFixture : public ::testing::Test {
+ protected:
+  // Runs the event loop until `condition` holds; false after `timeoutMs`.
+  bool LoopUntil(const std::function<bool()>& condition, int timeoutMs = 10000) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!condition()) {
+      if (std::chrono::steady_clock::now() > deadline) return false;
+      loop_.Sleep(10);
+    }
+    return true;
+  }
+  // Makes the built program `name` (from build/bin) part of the application folder.
+  void LinkProgram(const std::string& name) {
+    std::filesystem::create_symlink(std::string(TW_BIN_DIR) + "/" + name, dir_ / name);
+  }
+  // A stand-in program: a shell script.
+  void Script(const std::string& name, const std::string& body) {
+    WriteFile(dir_ / name, "#!/bin/sh\n" + body + "\n");
+    ::chmod((dir_ / name).c_str(), 0755);
+  }
+  std::vector<clsLogEntry> Logs(int count) {
+    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
+    logs_.GetLastLogs(count, entries);
+    std::erase_if(entries, [](const clsLogEntry& e) { return e.Title.empty(); });
+    return entries;
+  }
+
+  TempDir dir_;
+  TWSettings settings_{dir_ / "settings.db"};
+  SystemClock clock_;
+  platform::EventLoop loop_;
+  clsLogs logs_{dir_.Path(), settings_, clock_, loop_};
+  modLogging logging_{logs_, settings_, loop_};
+  ExecutionHost host_{dir_.Path(), settings_, logging_, clock_, loop_, loop_};
+};
+
+}  // namespace tw::test

@@ -1,0 +1,111 @@
+#include <gtest/gtest.h>
+
+#include "common/CommandLine.h"
+#include "execution/clsAdvShell.h"
+#include "logging/modLogging.h"
+#include "tests/execution/ExecutionFixture.h"
+
+namespace tw {
+namespace {
+
+class ProcessShellTest : public test::ExecutionFixture {
+ protected:
+  ProcessShellTest() {
+    shell_.LoadProg = [this] { events_.push_back("LoadProg"); };
+    shell_.ReturnProg = [this](int32_t code) { events_.push_back("ReturnProg " + std::to_string(code)); };
+    shell_.ErrorExecuting = [this](int32_t code) { events_.push_back("ErrorExecuting " + std::to_string(code)); };
+  }
+  clsAdvShell shell_{host_};
+  std::vector<std::string> events_;
+};
+
+TEST(CommandLineTest, SplitsAsEscapeArgumentQuotes) {
+  const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+      {"prog a b", {"prog", "a", "b"}},
+      {"  prog \t a  ", {"prog", "a"}},
+      {"prog \"a b\" c", {"prog", "a b", "c"}},
+      {"prog \"\" x", {"prog", "", "x"}},
+      {"prog a\\b", {"prog", "a\\b"}},              // a lone backslash stays
+      {"prog a\\\\b", {"prog", "a\\b"}},           // a doubled one reads as one
+      {"prog \"a\\\\\" b", {"prog", "a\\", "b"}},    // 2n backslashes + quote: n, and the quote groups
+      {"prog \"a\\\"b\"", {"prog", "a\"b"}},         // 2n+1: n and a literal quote
+      {"prog \"say \"\"hi\"\"\"", {"prog", "say \"hi\""}},
+      {"prog a\"b c\"d", {"prog", "ab cd"}},
+      {"", {}},
+  };
+  for (const auto& [line, expected] : cases) EXPECT_EQ(expected, SplitCommandLine(line)) << line;
+  // Whatever EscapeArgument prepares arrives as it was.
+  for (const std::string value : {"plain", "C:\\Temp\\", "\\\"\\", "pa\"ss word", "end\\", ""}) {
+    EXPECT_EQ((std::vector<std::string>{"prog", value}), SplitCommandLine("prog \"" + EscapeArgument(value) + "\""))
+        << value;
+  }
+}
+
+TEST_F(ProcessShellTest, SynchronousRunsReturnExitCodesAndOutput) {
+  Script("hello", "echo hello; echo oops >&2; exit 3");
+  EXPECT_EQ(3, shell_.AdvShell(dir_ / "hello", "", "", 0, false, true));
+  EXPECT_EQ("hello\noops\n", shell_.ConsoleOutput());
+  EXPECT_EQ((std::vector<std::string>{"LoadProg", "ReturnProg 3"}), events_);
+  EXPECT_FALSE(shell_.Busy());
+  EXPECT_EQ("hello", shell_.AppTitle());
+  EXPECT_EQ(dir_.Path() + "/", shell_.AppDir());
+  EXPECT_EQ("hello", shell_.ComLine()) << "no trailing blank without arguments";
+
+  // 255 reads as -1; nothing written leaves the output empty; without capture nothing is kept.
+  Script("minus", "exit 255");
+  EXPECT_EQ(-1, shell_.AdvShell(dir_ / "minus", "", "", 0, false, true));
+  EXPECT_EQ("", shell_.ConsoleOutput());
+  EXPECT_EQ(3, shell_.AdvShell(dir_ / "hello", "", "", 0, false, false));
+  EXPECT_EQ("", shell_.ConsoleOutput());
+
+  // A megabyte of output neither blocks the child nor gets lost.
+  Script("flood", "head -c 1048576 /dev/zero | tr '\\0' x");
+  EXPECT_EQ(0, shell_.AdvShell(dir_ / "flood", "", "", 0, false, true));
+  EXPECT_EQ(std::string(1048576, 'x'), shell_.ConsoleOutput());
+}
+
+TEST_F(ProcessShellTest, AMissingProgramIsMinusOneAndArgumentsArriveUnescaped) {
+  EXPECT_EQ(-1, shell_.AdvShell(dir_ / "nothing-here", "a", "", 0, false, true));
+  EXPECT_EQ((std::vector<std::string>{"ErrorExecuting -1"}), events_);
+  EXPECT_FALSE(shell_.Busy());
+  test::WriteFile(dir_ / "not-executable", "#!/bin/sh\n");
+  EXPECT_EQ(-1, shell_.AdvShell(dir_ / "not-executable", "", "", 0, false, true));
+
+  Script("args", "for a in \"$@\"; do printf '[%s]\\n' \"$a\"; done");
+  const std::string tricky = "C:\\Temp\\ \"quoted\" \\";
+  EXPECT_EQ(0, shell_.AdvShell(dir_ / "args", "\"" + EscapeArgument(tricky) + "\" plain \"\"", "", 0, false, true));
+  EXPECT_EQ("[" + tricky + "]\n[plain]\n[]\n", shell_.ConsoleOutput());
+  EXPECT_EQ("args \"" + EscapeArgument(tricky) + "\" plain \"\"", shell_.ComLine());
+
+  // The working folder is used when it exists, the current one otherwise; a relative file is found in it.
+  Script("where", "pwd");
+  shell_.AdvShell("where", "", dir_.Path(), 0, false, true);
+  EXPECT_EQ(dir_.Path() + "\n", shell_.ConsoleOutput());
+  shell_.AdvShell(dir_ / "where", "", dir_ / "missing", 0, false, true);
+  EXPECT_EQ(std::filesystem::current_path().string() + "\n", shell_.ConsoleOutput());
+  shell_.AdvShell(dir_ / "where", "", "", 0, false, true);
+  EXPECT_EQ(std::filesystem::current_path().string() + "\n", shell_.ConsoleOutput());
+}
+
+TEST_F(ProcessShellTest, AsynchronousRunsEndOnTheLoopOrWhenKilled) {
+  Script("slow", "echo started; sleep 0.2; echo done; exit 4");
+  EXPECT_EQ(0, shell_.AdvShell(dir_ / "slow", "", "", 0, true, true));
+  EXPECT_TRUE(shell_.Busy());
+  EXPECT_GT(shell_.ProcessID(), 0);
+  ASSERT_TRUE(LoopUntil([&] { return !shell_.Busy(); }));
+  EXPECT_EQ((std::vector<std::string>{"LoadProg", "ReturnProg 4"}), events_);
+  EXPECT_EQ("started\ndone\n", shell_.ConsoleOutput());
+
+  events_.clear();
+  shell_.KillProcess();  // idle: nothing happens
+  Script("forever", "echo waiting; exec sleep 60");
+  shell_.AdvShell(dir_ / "forever", "", "", 0, true, true);
+  loop_.Sleep(50);
+  EXPECT_TRUE(shell_.Busy());
+  shell_.KillProcess();
+  ASSERT_TRUE(LoopUntil([&] { return !shell_.Busy(); }, 2000)) << "a kill takes effect at once";
+  EXPECT_EQ((std::vector<std::string>{"LoadProg", "ReturnProg -3"}), events_);
+}
+
+}  // namespace
+}  // namespace tw

@@ -1,0 +1,161 @@
+// A backup through the real DesktopRights and TWExecutor, restored with plain tar.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdlib.h>
+
+#include <fstream>
+#include <map>
+
+#include "execution/HungProcessRecovery.h"
+#include "execution/frmBackup.h"
+#include "platform/Process.h"
+#include "tests/execution/ExecutionFixture.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Every file and folder under `root`, by its relative path, with the file's content.
+std::map<std::string, std::string> Tree(const fs::path& root) {
+  std::map<std::string, std::string> tree;
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    const std::string relative = fs::relative(entry.path(), root).string();
+    tree[relative] = entry.is_directory() ? "(folder)" : test::ReadFile(entry.path().string());
+  }
+  return tree;
+}
+
+std::vector<std::string> Archives(const fs::path& folder) {
+  std::vector<std::string> archives;
+  for (const auto& entry : fs::directory_iterator(folder)) archives.push_back(entry.path().string());
+  std::sort(archives.begin(), archives.end());
+  return archives;
+}
+
+class RealBackupTest : public test::ExecutionFixture {
+ protected:
+  RealBackupTest() {
+    LinkProgram("DesktopRights");
+    LinkProgram("TWExecutor");
+    ::setenv("TARNWICK_HOME", dir_.Path().c_str(), 1);
+    ::unsetenv("TARNWICK_SETTINGS");
+    fs::create_directories(dir_ / "src/sub/deep");
+    fs::create_directories(dir_ / "src/empty");
+    test::WriteFile(dir_ / "src/a.txt", "alpha\n");
+    test::WriteFile(dir_ / "src/sub/b.bin", std::string("\x00\x01\x02\xff", 4) + std::string(5000, 'b'));
+    test::WriteFile(dir_ / "src/sub/deep/c.txt", "gamma\n");
+    job_.Sources({dir_ / "src"});
+    job_.Destination().Path(dir_ / "dest");
+    form_.BackupComplete = [this](const RunningJob& record) { completions_.push_back(record); };
+  }
+  ~RealBackupTest() override { ::unsetenv("TARNWICK_HOME"); }
+
+  RunningJob Run() {
+    completions_.clear();
+    auto record = manager_.AddJob(job_);
+    form_.DoBackup(record, job_);
+    // The poll timer ticks every two seconds; asking it often ends the wait sooner.
+    EXPECT_TRUE(LoopUntil([&] {
+      form_.tmrPoll_Timer();
+      return !completions_.empty();
+    }, 30000));
+    return completions_.empty() ? record : completions_[0];
+  }
+  void Restore(const std::string& archive, const std::string& into) {
+    fs::create_directories(into);
+    const auto result =
+        platform::RunCommand({"tar", "--extract", "--listed-incremental=/dev/null", "--file", archive, "-C", into});
+    ASSERT_EQ(0, result.exitCode) << result.output;
+  }
+  std::string Restored(const std::string& into) { return into + (dir_ / "src"); }
+
+  clsCurrentJobManager manager_{clock_};
+  clsJob job_ = settings_.General().AddJob("Nightly", "nightly");
+  frmBackup form_{host_};
+  std::vector<RunningJob> completions_;
+};
+
+TEST_F(RealBackupTest, AFullAndAnIncrementalRunRestoreTheTreeFileForFile) {
+  const RunningJob full = Run();
+  ASSERT_EQ(1, full->Status) << full->BackupReport;
+  EXPECT_EQ(0u, full->BackupReport.find("Tarnwick backup report\r\nJob: Nightly\r\n"));
+  EXPECT_NE(std::string::npos, full->BackupReport.find("\r\nMethod: full\r\n"));
+  EXPECT_NE(std::string::npos, full->BackupReport.find("\r\nFiles backed up: 3\r\n"));
+  EXPECT_NE(std::string::npos, full->BackupReport.find("\r\nErrors: none\r\n"));
+  EXPECT_NE(std::string::npos, full->BackupReport.find("Result: Backup completed normally.\r\n"));
+  EXPECT_FALSE(fs::exists(dir_ / "BackupLog-nightly.txt"));
+  const auto first = Archives(dir_ / "dest/nightly");
+  ASSERT_EQ(1u, first.size());
+  EXPECT_NE(std::string::npos, full->BackupReport.find("\r\nArchive: " + first[0] + "\r\n"));
+  Restore(first[0], dir_ / "restore1");
+  EXPECT_EQ(Tree(dir_ / "src"), Tree(Restored(dir_ / "restore1")));
+
+  // Change the tree; an incremental run holds only what changed.
+  test::WriteFile(dir_ / "src/a.txt", "alpha, changed\n");
+  test::WriteFile(dir_ / "src/new.txt", "new\n");
+  fs::remove(dir_ / "src/sub/deep/c.txt");
+  job_.BackupMethod(1);
+  clock_ = SystemClock();
+  ::sleep(1);  // a new archive name, a second later
+  const RunningJob incremental = Run();
+  ASSERT_EQ(1, incremental->Status) << incremental->BackupReport;
+  EXPECT_NE(std::string::npos, incremental->BackupReport.find("\r\nFiles backed up: 2\r\n"));
+  const auto both = Archives(dir_ / "dest/nightly");
+  ASSERT_EQ(2u, both.size());
+  EXPECT_NE(std::string::npos, both[1].find("-incremental.tar.gz"));
+  const auto listing = platform::RunCommand({"tar", "--list", "--file", both[1]});
+  EXPECT_NE(std::string::npos, listing.output.find("src/a.txt\n"));
+  EXPECT_NE(std::string::npos, listing.output.find("src/new.txt\n"));
+  EXPECT_EQ(std::string::npos, listing.output.find("b.bin")) << listing.output;
+
+  Restore(both[0], dir_ / "restore2");
+  Restore(both[1], dir_ / "restore2");
+  EXPECT_EQ(Tree(dir_ / "src"), Tree(Restored(dir_ / "restore2"))) << "the deletion is restored too";
+}
+
+TEST_F(RealBackupTest, AnUnreadableSourceIsAnErrorInTheReport) {
+  job_.Sources({dir_ / "src", dir_ / "no-such-folder"});
+  const RunningJob run = Run();
+  EXPECT_EQ(2, run->Status);
+  EXPECT_NE(std::string::npos, run->BackupReport.find("\r\nErrors: 1\r\n  tar: " + (dir_ / "no-such-folder") +
+                                                      ": Cannot stat: No such file or directory\r\n"))
+      << run->BackupReport;
+  EXPECT_NE(std::string::npos, run->BackupReport.find("Result: Backup encountered errors.\r\n"));
+  EXPECT_NE(std::string::npos, run->BackupReport.find("\r\nFiles backed up: 3\r\n")) << "the rest was backed up";
+}
+
+TEST_F(RealBackupTest, AHungExecutorIsPhotographedKilledAndLogged) {
+  if (!fs::exists("/usr/bin/Xvfb")) GTEST_SKIP() << "Xvfb is not installed";
+  LinkProgram("twprocess");
+  LinkProgram("TWCam");
+  test::ChildProcess display({"/usr/bin/Xvfb", ":97", "-screen", "0", "320x200x24", "-nolisten", "tcp"});
+  ASSERT_TRUE(test::WaitUntil([] { return fs::exists("/tmp/.X11-unix/X97"); }));
+  ::setenv("DISPLAY", ":97", 1);
+  // A process by the name looked for, as a hung executor would be.
+  fs::create_directory(dir_ / "hung");
+  fs::copy_file("/bin/sleep", dir_ / "hung/TWHung");
+  test::ChildProcess hung({dir_ / "hung/TWHung", "60"});
+  ASSERT_TRUE(test::WaitUntil([] { return !platform::RunCommand({"pgrep", "-x", "TWHung"}).output.empty(); }));
+
+  HungProcessRecovery recovery(host_);
+  EXPECT_TRUE(recovery.KillPreviousBackup("TWHung"));
+  EXPECT_EQ(128 + SIGKILL, hung.Wait());
+  const auto entries = Logs(1);
+  ASSERT_EQ(1u, entries.size());
+  EXPECT_EQ(1, entries[0].LogType);
+  EXPECT_EQ("Previous backup process killed", entries[0].Title);
+  EXPECT_EQ("A previous backup processes was detected, and has been killed. It's possible that the previous backup "
+            "program has hung. A screenshot was captured prior to killing it - refer to the attachment.",
+            entries[0].Message);
+  EXPECT_EQ(2, entries[0].AttachmentType);
+  EXPECT_EQ(0u, test::ReadFile(entries[0].Attachment).find("\x89PNG\r\n")) << "a real picture of the display";
+
+  EXPECT_FALSE(recovery.KillPreviousBackup("TWHung")) << "nothing left to kill";
+  EXPECT_EQ(1u, Logs(5).size()) << "and nothing logged";
+  ::unsetenv("DISPLAY");
+  display.Signal(SIGTERM);
+}
+
+}  // namespace
+}  // namespace tw

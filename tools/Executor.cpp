@@ -1,0 +1,296 @@
+#include "tools/Executor.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+
+#include "common/Error.h"
+#include "common/NumberText.h"
+#include "common/Strings.h"
+#include "common/Utf16.h"
+#include "platform/FileLock.h"
+#include "platform/HostName.h"
+#include "platform/Launch.h"
+#include "platform/Process.h"
+#include "scheduling/Schemes.h"
+#include "settings/TWSettings.h"
+
+namespace tw::tools {
+namespace {
+
+namespace fs = std::filesystem;
+
+const char* const kCrLf = "\r\n";
+const char* const kUsage =
+    "Usage: TWExecutor [logging|nologon|zloggingandnologon]\n"
+    "Performs the backup run whose marker (BackupLog-<id>.txt) waits in the application folder.\n";
+
+struct Claim {
+  std::unique_ptr<platform::LockedFile> marker;
+  std::string backupLogId;
+};
+
+// The oldest marker nobody has claimed: one holding at most its byte-order mark that this process
+// can lock. Claiming writes a first line, so that no other executor takes it.
+std::optional<Claim> ClaimMarker(const std::string& folder) {
+  std::vector<std::pair<int64_t, std::string>> markers;
+  std::error_code error;
+  for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+    const std::string name = it->path().filename().string();
+    if (name.size() > 14 && name.compare(0, 10, "BackupLog-") == 0 && name.compare(name.size() - 4, 4, ".txt") == 0) {
+      markers.emplace_back(platform::ModifiedTime(it->path().string()), name);
+    }
+  }
+  std::sort(markers.begin(), markers.end());
+  for (const auto& [time, name] : markers) {
+    auto marker = platform::LockedFile::TryLock(folder + "/" + name);
+    if (!marker || marker->Size() > 2) continue;
+    if (!marker->Replace(Utf16FileBytes("Tarnwick backup report\r\nThe backup is running.\r\n"))) continue;
+    return Claim{std::move(marker), name.substr(10, name.size() - 14)};
+  }
+  return std::nullopt;
+}
+
+bool IsTape(const std::string& path) {
+  std::error_code error;
+  return fs::is_character_file(path, error);
+}
+
+std::string Stamp(Date when) {
+  const DateParts p = SplitDate(when);
+  char text[32];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02d_%02d%02d%02d", p.year, p.month, p.day, p.hour, p.minute, p.second);
+  return text;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  for (const auto& line : Split(text, '\n')) {
+    const std::string trimmed(TrimWhitespace(line));
+    if (!trimmed.empty()) lines.push_back(trimmed);
+  }
+  return lines;
+}
+
+// Runs mt on the tape; a failure is an error of the run.
+void Tape(const std::string& device, const std::string& operation, BackupOutcome& outcome) {
+  const auto result = platform::RunCommand({"mt", "-f", device, operation});
+  if (!result.started) {
+    outcome.errors.push_back("mt could not be started (" + result.error + "): install mt-st to use tape devices");
+  } else if (result.exitCode != 0) {
+    outcome.errors.push_back("mt -f " + device + " " + operation + " failed: " + Join(Lines(result.output), " "));
+  }
+}
+
+// What tar says about its own work rather than about the data.
+bool IsRemark(const std::string& line) {
+  for (const char* remark : {"Removing leading `/'", "Exiting with failure status", ": Directory is new",
+                             ": Directory has been renamed"}) {
+    if (line.find(remark) != std::string::npos) return true;
+  }
+  return false;
+}
+
+bool IsErrorMessage(const std::string& line) {
+  for (const char* sign : {"Cannot ", "Error", "error", "Permission denied", "No space left"}) {
+    if (line.find(sign) != std::string::npos) return true;
+  }
+  return false;
+}
+
+// Sorts what tar said into warnings and errors, each once, and picks out its byte count.
+void ReadTarMessages(const platform::CommandResult& result, BackupOutcome& outcome) {
+  std::vector<std::string> seen;
+  for (const auto& line : Lines(result.output)) {
+    if (line.rfind("Total bytes written: ", 0) == 0) {
+      outcome.bytesWritten = static_cast<int64_t>(LeadingNumber(line.substr(21)));
+      continue;
+    }
+    if (IsRemark(line) || std::find(seen.begin(), seen.end(), line) != seen.end()) continue;
+    seen.push_back(line);
+    (IsErrorMessage(line) ? outcome.errors : outcome.warnings).push_back(line);
+  }
+  if (result.exitCode >= 2 && outcome.errors.empty()) {
+    outcome.errors.push_back("tar ended with status " + std::to_string(result.exitCode));
+  }
+}
+
+std::string Duration(Date start, Date end) {
+  const int64_t seconds = std::max<int64_t>(0, SecondsBetween(start, end));
+  char text[32];
+  std::snprintf(text, sizeof text, "%02lld:%02lld:%02lld", static_cast<long long>(seconds / 3600),
+                static_cast<long long>(seconds / 60 % 60), static_cast<long long>(seconds % 60));
+  return text;
+}
+
+std::string ComputerName() {
+  char buffer[256] = {};
+  if (platform::GetHostName(buffer, sizeof buffer - 1) != 0) return "(unknown)";
+  const std::string name = buffer;
+  return name.substr(0, name.find('.'));
+}
+
+}  // namespace
+
+BackupOutcome PerformBackup(const BackupPlan& plan, Date start) {
+  BackupOutcome outcome;
+  if (plan.sources.empty()) {
+    outcome.errors.push_back("The job has no sources to back up (twctl job set " + plan.jobName + " --source PATH).");
+    return outcome;
+  }
+  if (plan.destination.empty()) {
+    outcome.errors.push_back("The job has no destination (twctl job set " + plan.jobName + " --destination PATH).");
+    return outcome;
+  }
+  std::error_code error;
+  const bool tape = IsTape(plan.destination);
+  outcome.tape = tape;
+  const bool incremental = plan.method == backup::kIncremental;
+  if (tape) {
+    outcome.archive = plan.destination;
+    Tape(plan.destination, plan.mode == backup::kAppend ? "eod" : "rewind", outcome);
+    if (!outcome.ok()) return outcome;
+  } else {
+    const fs::path folder = fs::path(plan.destination) / plan.backupLogId;
+    fs::create_directories(folder, error);
+    if (error) {
+      outcome.errors.push_back("Cannot create the destination folder " + folder.string() + ": " + error.message());
+      return outcome;
+    }
+    outcome.archive = (folder / (plan.backupLogId + "-" + Stamp(start) + (incremental ? "-incremental" : "-full") +
+                                 ".tar.gz"))
+                          .string();
+  }
+
+  // A full run starts a new snapshot; an incremental one continues the last. The snapshot is
+  // replaced only when tar succeeded, so a failed run never hides changes from the next one.
+  fs::create_directories(plan.snapshotFolder, error);
+  const std::string snapshot = plan.snapshotFolder + "/" + plan.backupLogId + ".snar";
+  const std::string workingSnapshot = snapshot + ".new";
+  fs::remove(workingSnapshot, error);
+  if (incremental) {
+    if (fs::exists(snapshot, error)) {
+      fs::copy_file(snapshot, workingSnapshot, error);
+    } else {
+      outcome.notes.push_back("No earlier run to build on: this incremental backup holds everything.");
+    }
+  }
+  const std::string index = plan.snapshotFolder + "/" + plan.backupLogId + ".list";
+  std::vector<std::string> command{"tar", "--create", "--file=" + outcome.archive,
+                                   "--listed-incremental=" + workingSnapshot, "--index-file=" + index, "--verbose",
+                                   "--totals"};
+  if (!tape) command.push_back("--gzip");
+  command.push_back("--");
+  command.insert(command.end(), plan.sources.begin(), plan.sources.end());
+  const auto result = platform::RunCommand(command);
+  if (!result.started) {
+    outcome.errors.push_back("tar could not be started (" + result.error + "): GNU tar is needed");
+    return outcome;
+  }
+  ReadTarMessages(result, outcome);
+  std::ifstream listing(index);
+  for (std::string line; std::getline(listing, line);) {
+    if (line.empty() || line.back() == '/') continue;  // folders are not counted
+    ++outcome.files;
+    if (plan.listFiles) outcome.fileList.push_back(line);
+  }
+  fs::remove(index, error);
+  if (result.exitCode <= 1) {
+    fs::rename(workingSnapshot, snapshot, error);
+  } else {
+    fs::remove(workingSnapshot, error);
+  }
+  if (!tape) outcome.archiveBytes = static_cast<int64_t>(fs::file_size(outcome.archive, error));
+  if (tape && plan.eject) Tape(plan.destination, "offline", outcome);
+  return outcome;
+}
+
+std::string ComposeReport(const BackupPlan& plan, const BackupOutcome& outcome, Date start, Date end) {
+  std::string r = "Tarnwick backup report";
+  r += kCrLf;
+  auto line = [&](const std::string& label, const std::string& value) { r += label + ": " + value + kCrLf; };
+  auto list = [&](const std::string& label, const std::vector<std::string>& items) {
+    line(label, items.empty() ? "none" : std::to_string(items.size()));
+    for (const auto& item : items) r += "  " + item + kCrLf;
+  };
+  line("Job", plan.jobDescription.empty() ? plan.jobName : plan.jobName + " - " + plan.jobDescription);
+  line("Computer", plan.computer);
+  line("Started", IsoText(start));
+  line("Finished", IsoText(end));
+  line("Duration", Duration(start, end));
+  line("Method", MethodName(plan.method));
+  line("Media", "label \"" + plan.label + "\", " + ModeName(plan.mode) +
+                    (outcome.tape ? (plan.eject ? ", ejected afterwards" : ", not ejected")
+                                  : ", a new archive in a folder"));
+  if (!plan.options.empty()) line("Options", plan.options);
+  list("Sources", plan.sources);
+  line("Destination", plan.destination);
+  if (!outcome.archive.empty()) line("Archive", outcome.archive);
+  line("Files backed up", std::to_string(outcome.files));
+  line("Bytes written", std::to_string(outcome.bytesWritten));
+  if (outcome.archiveBytes >= 0) line("Archive size", std::to_string(outcome.archiveBytes) + " bytes");
+  for (const auto& note : outcome.notes) r += note + kCrLf;
+  list("Warnings", outcome.warnings);
+  list("Errors", outcome.errors);
+  if (plan.listFiles) list("Files", outcome.fileList);
+  r += outcome.ok() ? "Result: Backup completed normally." : "Result: Backup encountered errors.";
+  r += kCrLf;
+  return r;
+}
+
+int RunExecutor(const std::vector<std::string>& args, const ExecutorEnvironment& environment, std::ostream& err) {
+  const std::string option = args.empty() ? "" : args[0];
+  if (option == "--help" || option == "-h") {
+    err << kUsage;
+    return 0;
+  }
+  auto claim = ClaimMarker(environment.applicationFolder);
+  if (!claim) {
+    err << "TWExecutor: no backup log marker waits in " << environment.applicationFolder << "\n";
+    return 2;
+  }
+  try {
+    TWSettings settings(environment.settingsPath);
+    auto job = settings.General().FindJobByBackupLogId(claim->backupLogId);
+    if (!job) {
+      claim->marker->Replace(Utf16FileBytes("Tarnwick backup report\r\nNo backup job uses the backup log id \"" +
+                                            claim->backupLogId + "\".\r\nResult: Backup encountered errors.\r\n"));
+      err << "TWExecutor: no backup job uses the backup log id \"" << claim->backupLogId << "\"\n";
+      return 2;
+    }
+    // -2 before anything else: the service's launcher must never see the last run's status.
+    job->RunStatus(-2);
+    platform::SignalReady();
+
+    BackupPlan plan;
+    plan.jobName = job->Name();
+    plan.jobDescription = job->Description();
+    plan.backupLogId = claim->backupLogId;
+    plan.computer = ComputerName();
+    plan.sources = job->Sources();
+    plan.destination = job->Destination().Path();
+    plan.method = job->BackupMethod();
+    plan.mode = job->BackupMode();
+    plan.eject = job->Eject();
+    plan.label = job->TapeLabel();
+    plan.options = option;
+    plan.listFiles = option == "logging" || option == "zloggingandnologon";
+    plan.snapshotFolder = environment.applicationFolder + "/Snapshots";
+
+    const Date start = environment.clock.Now();
+    const BackupOutcome outcome = PerformBackup(plan, start);
+    const std::string report = ComposeReport(plan, outcome, start, environment.clock.Now());
+    if (!claim->marker->Replace(Utf16FileBytes(report))) err << "TWExecutor: the report could not be written\n";
+    job->RunStatus(outcome.ok() ? 1 : 2);
+    return outcome.ok() ? 0 : 1;
+  } catch (...) {
+    const std::string problem = CurrentError("TWExecutor").Description;
+    claim->marker->Replace(Utf16FileBytes("Tarnwick backup report\r\nThe backup could not run: " + problem +
+                                          "\r\nResult: Backup encountered errors.\r\n"));
+    err << "TWExecutor: " << problem << "\n";
+    return 2;
+  }
+}
+
+}  // namespace tw::tools

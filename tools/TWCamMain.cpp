@@ -1,0 +1,15 @@
+#include <iostream>
+#include <string>
+
+#include "platform/Environment.h"
+#include "tools/Camera.h"
+
+int main(int argc, char** argv) {
+  if (argc > 1 && (std::string(argv[1]) == "--help" || std::string(argv[1]) == "-h")) {
+    std::cout << "Usage: TWCam\nPhotographs the X display named by DISPLAY into the PNG file named by "
+                 "TARNWICK_SCREENSHOT.\n";
+    return 0;
+  }
+  return tw::tools::RunCamera(tw::platform::GetEnv("DISPLAY").value_or(""),
+                              tw::platform::GetEnv("TARNWICK_SCREENSHOT").value_or(""), std::cerr);
+}

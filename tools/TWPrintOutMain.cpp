@@ -1,0 +1,14 @@
+#include <iostream>
+#include <string>
+
+#include "platform/Environment.h"
+#include "tools/PrintOut.h"
+
+int main(int argc, char** argv) {
+  if (argc > 1 && (std::string(argv[1]) == "--help" || std::string(argv[1]) == "-h")) {
+    std::cout << "Usage: TWPrintOut\nPrints the reports waiting in the spool folder on the printer of "
+                 "options.print_setting (CUPS lp).\n";
+    return 0;
+  }
+  return tw::tools::RunPrintOut(tw::platform::ApplicationFolder(), tw::platform::DefaultSettingsPath(), std::cerr);
+}
