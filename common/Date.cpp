@@ -211,6 +211,22 @@ std::string Rfc3339Text(Date value) {
   return buffer;
 }
 
+std::string Rfc5322Text(Date value) {
+  const DateParts p = SplitDate(value);
+  std::tm local = LocalTm(p);
+  std::mktime(&local);  // fills in the weekday and the offset from UTC
+  // The names are English whatever the locale, as mail wants them.
+  static const char* const kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+  static const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  const long offset = local.tm_gmtoff / 60;
+  char buffer[64];
+  std::snprintf(buffer, sizeof buffer, "%s, %02d %s %04d %02d:%02d:%02d %c%02ld%02ld", kDays[local.tm_wday], p.day,
+                kMonths[p.month - 1], p.year, p.hour, p.minute, p.second, offset < 0 ? '-' : '+',
+                std::labs(offset) / 60, std::labs(offset) % 60);
+  return buffer;
+}
+
 std::optional<Date> ParseTimeOfDay(std::string_view text) {
   size_t pos = 0;
   int hour = 0, minute = 0, second = 0;

@@ -7,6 +7,7 @@
 #include "console/ConsoleCommon.h"
 #include "console/JobCommands.h"
 #include "console/OccurrenceCommands.h"
+#include "console/ReportCommands.h"
 #include "settings/TWSettings.h"
 
 namespace tw {
@@ -82,6 +83,22 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
 
   auto* schemes = app.add_subcommand("schemes", "list the media schemes a job can use");
 
+  int32_t reportCount = 20;
+  auto* reports = app.add_subcommand("reports", "the newest report logs, one line each");
+  reports->add_option("-n", reportCount, "number of report logs (default 20)")->check(CLI::Range(1, 100000));
+  reports->add_flag("--json", json, "print JSON");
+  auto* report = app.add_subcommand("report", "one report log");
+  report->require_subcommand(1);
+  std::string which;
+  auto* reportShow = report->add_subcommand("show", "show a report log in full");
+  reportShow->add_option("FILE", which, "its file name in Reports, a path, or \"latest\"")->required();
+
+  auto* mail = app.add_subcommand("mail", "check the e-mail settings");
+  mail->require_subcommand(1);
+  std::string mailTo;
+  auto* mailTest = mail->add_subcommand("test", "send a test e-mail with the stored server settings");
+  auto* toOpt = mailTest->add_option("--to", mailTo, "recipient (default: mail.reminder_recipients)");
+
   std::vector<const char*> argv{"twctl"};
   for (const auto& arg : args) argv.push_back(arg.c_str());
   try {
@@ -114,6 +131,11 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
     if (configGet->parsed()) return ConfigGet(settings, key, out);
     if (configSet->parsed()) return ConfigSet(settings, key, value, environment);
     if (logs->parsed()) return Logs(settings, environment, count, json, out);
+    if (reports->parsed()) return Reports(settings, environment, reportCount, json, out);
+    if (reportShow->parsed()) return ReportShow(settings, environment, which, out);
+    if (mailTest->parsed()) {
+      return MailTest(settings, environment, toOpt->count() ? std::optional(mailTo) : std::nullopt, out, err);
+    }
   } catch (const UsageError& e) {
     err << "twctl: " << e.what() << "\n";
     return 2;

@@ -27,6 +27,10 @@ const std::vector<SettingKey>& AllSettingKeys() {
       {"mail.user", K::Text, "", "SMTP user name; empty for no authentication"},
       {"mail.password", K::Text, "", "SMTP password", true},
       {"mail.sender", K::Text, "", "sender address; empty for tarnwick@<host name>"},
+      {"mail.ca_file", K::Text, "", "certificate authorities to trust besides the system's (PEM file)"},
+      {"mail.verify_certificate", K::Boolean, "true", "check the server's TLS certificate"},
+      {"mail.connect_timeout", K::Integer, "30", "seconds to wait for the connection", false, true, true, 1, 600},
+      {"mail.timeout", K::Integer, "120", "seconds one attempt may take in all", false, true, true, 1, 3600},
 
       {"options.service_installed", K::Boolean, "false", "set by TWService -setup and -uninstall", false, false},
       {"options.detailed_logging", K::Boolean, "false", "write detail entries to the application log"},

@@ -8,6 +8,7 @@
 
 #include "common/EventPump.h"
 #include "logging/clsLogs.h"
+#include "reporting/clsReportLogs.h"
 #include "settings/TWSettings.h"
 #include "tests/support/TestSupport.h"
 
@@ -288,6 +289,63 @@ TEST_F(TwctlTest, NotificationsAndSchemesAreSetReadablyAndPreviewed) {
   r = Run({"schemes"});
   EXPECT_EQ(0u, r.out.find("TWSchemes.Daily     every day"));
   EXPECT_NE(std::string::npos, r.out.find("TWSchemes.GFS "));
+}
+
+TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
+  EXPECT_EQ("No report logs in " + (dir_ / "Reports") + " yet.\n", Run({"reports"}).out);
+  {
+    TWSettings settings(SettingsPath());
+    clsReportLogs reports(dir_.Path(), settings, clock_, [] { return 0.0; });
+    clsReportLogEntry entry;
+    entry.TimeStart = 45321.875;
+    entry.TimeEnd = 45321.88;
+    entry.JobName = "Nightly";
+    entry.JobDesc = "Servers";
+    entry.Status = 2;
+    entry.Label = "Daily-Tue";
+    entry.Computer = "server1";
+    entry.Report = "Tarnwick backup report\r\nErrors: 1\r\n";
+    reports.SaveNewEntry(entry);
+  }
+  Result r = Run({"reports"});
+  EXPECT_EQ("STARTED           JOB      STATUS  LABEL      REPORT\n"
+            "2024-01-30 21:00  Nightly  Errors  Daily-Tue  Tarnwick backup report\n",
+            r.out);
+  r = Run({"report", "show", "latest"});
+  EXPECT_EQ("File:      " + (dir_ / "Reports/45321.875.log") + "\n"
+            "Job:       Nightly (Servers)\n"
+            "Started:   2024-01-30 21:00:00\n"
+            "Finished:  2024-01-30 21:07:12\n"
+            "Status:    Errors (2)\n"
+            "Label:     Daily-Tue\n"
+            "Computer:  server1\n"
+            "\n"
+            "Tarnwick backup report\nErrors: 1\n",
+            r.out);
+  EXPECT_EQ(r.out, Run({"report", "show", "45321.875.log"}).out);
+  EXPECT_EQ("Errors", nlohmann::json::parse(Run({"reports", "--json"}).out)[0]["status_word"]);
+  EXPECT_EQ(1, Run({"report", "show", "nothing.log"}).status);
+}
+
+TEST_F(TwctlTest, MailTestReportsWhatTheServerSaid) {
+  ASSERT_EQ(0, Run({"config", "set", "mail.server", "127.0.0.1"}).status);
+  ASSERT_EQ(0, Run({"config", "set", "mail.port", "1"}).status);
+  Result r = Run({"mail", "test"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("twctl: no recipient: give --to ADDRESS or set mail.reminder_recipients\n", r.err);
+  r = Run({"mail", "test", "--to", "ops@example.org"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_NE(std::string::npos, r.out.find("Server: smtp://127.0.0.1:1 (security none)\n")) << "the transcript";
+  EXPECT_EQ(0u, r.err.find("twctl: the test e-mail could not be sent through smtp://127.0.0.1:1 (none): "));
+
+  test::SmtpServer server;
+  ASSERT_EQ(0, Run({"config", "set", "mail.port", std::to_string(server.Port())}).status);
+  r = Run({"mail", "test", "--to", "ops@example.org"});
+  EXPECT_EQ(0, r.status) << r.out;
+  EXPECT_EQ("Test e-mail sent to ops@example.org through smtp://127.0.0.1:" + std::to_string(server.Port()) +
+                " (none).\n",
+            r.out);
+  EXPECT_EQ(1, server.Count());
 }
 
 TEST_F(TwctlTest, HelpIsAvailableEverywhere) {

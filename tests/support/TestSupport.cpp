@@ -199,6 +199,41 @@ std::optional<int> PtySession::Wait(int timeoutMs) {
   return WaitForPid(pid_, status_, timeoutMs);
 }
 
+SmtpServer::SmtpServer(const std::vector<std::string>& options) {
+  std::vector<std::string> argv{"/usr/bin/python3", TW_SOURCE_DIR "/tests/support/smtp_server.py", "--maildir",
+                                dir_.Path()};
+  argv.insert(argv.end(), options.begin(), options.end());
+  process_ = std::make_unique<ChildProcess>(argv, std::vector<std::string>{}, dir_ / "server.out");
+  if (!WaitUntil([&] { return ReadFile(dir_ / "server.out").find("READY ") != std::string::npos; }, 15000)) {
+    throw std::runtime_error("the SMTP server did not start: " + ReadFile(dir_ / "server.out"));
+  }
+  const std::string out = ReadFile(dir_ / "server.out");
+  port_ = std::atoi(out.c_str() + out.find("READY ") + 6);
+}
+
+int SmtpServer::Count() const {
+  int count = 0;
+  while (std::filesystem::exists(dir_ / (std::to_string(count + 1) + ".eml"))) ++count;
+  return count;
+}
+
+std::string SmtpServer::Read(int number) const {
+  const std::string out = dir_ / "read.json";
+  const std::string command = std::string("/usr/bin/python3 ") + TW_SOURCE_DIR "/tests/support/read_mail.py " +
+                              (dir_ / (std::to_string(number) + ".eml")) + " > " + out;
+  if (std::system(command.c_str()) != 0) return {};
+  return ReadFile(out);
+}
+
+std::string SmtpServer::Envelope(int number) const { return ReadFile(dir_ / (std::to_string(number) + ".env")); }
+
+void MakeCertificate(const std::string& folder) {
+  const std::string command = "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost "
+                              "-addext subjectAltName=IP:127.0.0.1,DNS:localhost -keyout " +
+                              folder + "/key.pem -out " + folder + "/cert.pem 2>/dev/null";
+  if (std::system(command.c_str()) != 0) throw std::runtime_error("openssl could not make a certificate");
+}
+
 ScopedTimeZone::ScopedTimeZone(const char* zone) {
   if (const char* current = std::getenv("TZ")) saved_ = current;
   ::setenv("TZ", zone, 1);

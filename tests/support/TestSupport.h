@@ -2,6 +2,7 @@
 // Fakes and fixtures shared by the test suites: a private temporary folder, an event pump that
 // records what a wait asked of it, a syslog receiver bound by the test, and file helpers.
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -94,6 +95,27 @@ class PtySession {
   size_t consumed_ = 0;
   std::optional<int> status_;
 };
+
+// A real SMTP server (tests/support/smtp_server.py on aiosmtpd) on a loopback port. `options` are its
+// command-line options (--cert, --user, --reject, --silent ...). Messages land in Maildir().
+class SmtpServer {
+ public:
+  explicit SmtpServer(const std::vector<std::string>& options = {});
+  int Port() const { return port_; }
+  std::string Maildir() const { return dir_.Path(); }
+  // The stored messages' count, and one as a mail client reads it (JSON from read_mail.py).
+  int Count() const;
+  std::string Read(int number) const;
+  std::string Envelope(int number) const;
+
+ private:
+  TempDir dir_;
+  std::unique_ptr<ChildProcess> process_;
+  int port_ = 0;
+};
+
+// A self-signed certificate for 127.0.0.1 and localhost: <folder>/cert.pem and <folder>/key.pem.
+void MakeCertificate(const std::string& folder);
 
 // Sets TZ for its lifetime and restores the previous zone.
 class ScopedTimeZone {

@@ -1,9 +1,14 @@
 // The helper programs, run as a separate process where their behaviour is their exit status.
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
 #include <signal.h>
+#include <unistd.h>
+#include <utmpx.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include <cstring>
 #include <filesystem>
 
 #include "platform/Accounts.h"
@@ -12,6 +17,7 @@
 #include "settings/TWSettings.h"
 #include "tests/support/TestSupport.h"
 #include "tools/Executor.h"
+#include "tools/Messenger.h"
 #include "tools/PrintOut.h"
 #include "tools/RightsLauncher.h"
 
@@ -170,8 +176,47 @@ TEST_F(ToolsTest, ATapeIsWoundAndEjectedAroundTheArchive) {
   EXPECT_EQ("The job has no sources to back up (twctl job set Tape --source PATH).", nothing.errors[0]);
 }
 
+TEST_F(ToolsTest, TheMessengerWritesToTheRecipientsTerminals) {
+  int master = -1, slave = -1;
+  char terminal[64] = {};
+  ASSERT_EQ(0, ::openpty(&master, &slave, terminal, nullptr, nullptr));
+  // A login record of our own: alice on that terminal.
+  test::WriteFile(dir_ / "utmp", "");
+  ::utmpxname((dir_ / "utmp").c_str());
+  ::setutxent();
+  utmpx record{};
+  record.ut_type = USER_PROCESS;
+  record.ut_pid = ::getpid();
+  std::strncpy(record.ut_user, "alice", sizeof record.ut_user);
+  std::strncpy(record.ut_line, terminal + 5, sizeof record.ut_line);  // without "/dev/"
+  ASSERT_NE(nullptr, ::pututxline(&record));
+  ::endutxent();
+
+  const std::string records = "TARNWICK_UTMP=" + (dir_ / "utmp");
+  auto sent = platform::RunCommand({"env", records, kBin + "/twmessage", "alice",
+                                    " Tape reminder\x14\x14Load tape 7\x14today"});
+  EXPECT_EQ(0, sent.exitCode) << sent.output;
+  pollfd ready{master, POLLIN, 0};
+  ASSERT_EQ(1, ::poll(&ready, 1, 2000));
+  char buffer[1024] = {};
+  const std::string shown(buffer, static_cast<size_t>(::read(master, buffer, sizeof buffer)));
+  std::string plain;
+  for (char c : shown) {
+    if (c != '\r') plain += c;
+  }
+  EXPECT_NE(std::string::npos, plain.find("Broadcast message from Tarnwick on "));
+  EXPECT_NE(std::string::npos, plain.find(":\n\nTape reminder\n\nLoad tape 7\ntoday\n")) << plain;
+
+  auto nobody = platform::RunCommand({"env", records, kBin + "/twmessage", "bob", "hello"});
+  EXPECT_EQ(1, nobody.exitCode);
+  EXPECT_EQ("twmessage: bob is not logged in on a terminal here\n", nobody.output);
+  EXPECT_EQ(2, platform::RunCommand({kBin + "/twmessage", "alice"}).exitCode);
+  ::close(master);
+  ::close(slave);
+}
+
 TEST_F(ToolsTest, EveryHelperHasHelp) {
-  for (const char* program : {"DesktopRights", "TWExecutor", "twprocess", "TWCam", "TWPrintOut"}) {
+  for (const char* program : {"DesktopRights", "TWExecutor", "twprocess", "TWCam", "TWPrintOut", "twmessage"}) {
     const auto result = platform::RunCommand({kBin + "/" + program, "--help"});
     EXPECT_EQ(0, result.exitCode) << program;
     EXPECT_NE(std::string::npos, result.output.find("Usage: ")) << program;

@@ -1,0 +1,117 @@
+#include "console/ReportCommands.h"
+
+#include <filesystem>
+
+#include "common/Error.h"
+#include "common/Strings.h"
+#include "console/ConsoleCommon.h"
+#include "platform/HostName.h"
+#include "reporting/MailMessage.h"
+#include "reporting/Mailer.h"
+#include "reporting/clsReportLogs.h"
+
+namespace tw::console {
+namespace {
+
+std::string FirstLine(const std::string& text) {
+  const std::string trimmed(TrimWhitespace(text));
+  return trimmed.substr(0, trimmed.find_first_of("\r\n"));
+}
+
+std::string Shown(const std::string& text) { return ReplaceAll(text, "\r\n", "\n"); }
+
+}  // namespace
+
+int Reports(TWSettings& settings, const ConsoleEnvironment& environment, int32_t count, bool json, std::ostream& out) {
+  SystemClock systemClock;
+  clsReportLogs reports(environment.applicationFolder, settings, environment.clock ? *environment.clock : systemClock);
+  const auto entries = reports.GetSummaries(count);
+  if (json) {
+    Json list = Json::array();
+    for (const auto& e : entries) {
+      list.push_back({{"file", std::filesystem::path(e.Filename()).filename().string()},
+                      {"time_start", IsoText(e.TimeStart)},
+                      {"time_end", IsoText(e.TimeEnd)},
+                      {"job", e.JobName},
+                      {"description", e.JobDesc},
+                      {"status", e.Status},
+                      {"status_word", e.StatusString()},
+                      {"label", e.Label},
+                      {"computer", e.Computer},
+                      {"first_line", FirstLine(e.Report)}});
+    }
+    out << list.dump(2) << "\n";
+    return 0;
+  }
+  if (entries.empty()) {
+    out << "No report logs in " << reports.ReportLogsDirectory() << " yet.\n";
+    return 0;
+  }
+  std::vector<std::vector<std::string>> rows = {{"STARTED", "JOB", "STATUS", "LABEL", "REPORT"}};
+  for (const auto& e : entries) {
+    rows.push_back({IsoText(e.TimeStart).substr(0, 16), e.JobName, e.StatusString(), e.Label, FirstLine(e.Report)});
+  }
+  PrintTable(out, rows);
+  return 0;
+}
+
+int ReportShow(TWSettings& settings, const ConsoleEnvironment& environment, const std::string& which,
+               std::ostream& out) {
+  SystemClock systemClock;
+  clsReportLogs reports(environment.applicationFolder, settings, environment.clock ? *environment.clock : systemClock);
+  clsReportLogEntry entry;
+  if (which == "latest") {
+    auto newest = reports.GetSummaries(1);
+    if (newest.empty()) throw Failure("there are no report logs in " + reports.ReportLogsDirectory());
+    entry = newest[0];
+  } else {
+    std::error_code error;
+    const std::string path = std::filesystem::exists(which, error) ? which : reports.ReportLogsDirectory() + "/" + which;
+    if (!std::filesystem::exists(path, error)) throw Failure("no report log " + Quoted(which));
+    try {
+      entry.Load(path);
+    } catch (const TWError& e) {
+      throw Failure("the report log " + path + " cannot be read: " + e.Description);
+    }
+  }
+  out << "File:      " << entry.Filename() << "\n"
+      << "Job:       " << entry.JobName << (entry.JobDesc.empty() ? "" : " (" + Shown(entry.JobDesc) + ")") << "\n"
+      << "Started:   " << IsoText(entry.TimeStart) << "\n"
+      << "Finished:  " << IsoText(entry.TimeEnd) << "\n"
+      << "Status:    " << entry.StatusString() << " (" << entry.Status << ")\n"
+      << "Label:     " << entry.Label << "\n"
+      << "Computer:  " << entry.Computer << "\n";
+  for (const auto& key : entry.ExtraFieldKeys()) out << key << ": " << Shown(entry.ExtraField(key)) << "\n";
+  out << "\n" << Shown(entry.Report);
+  if (!entry.Report.empty() && entry.Report.back() != '\n') out << "\n";
+  return 0;
+}
+
+int MailTest(TWSettings& settings, const ConsoleEnvironment& environment, const std::optional<std::string>& to,
+             std::ostream& out, std::ostream& err) {
+  SystemClock systemClock;
+  const Clock& clock = environment.clock ? *environment.clock : systemClock;
+  const MailServer server = MailServerFromSettings(settings);
+  const std::vector<std::string> recipients = to ? SplitRecipients(*to) : RecipientsFor(settings, mailtype::kReminder);
+  if (recipients.empty()) throw Failure("no recipient: give --to ADDRESS or set mail.reminder_recipients");
+  char host[256] = {};
+  platform::GetHostName(host, sizeof host - 1);
+  MailMessage message{SenderAddress(server), "Tarnwick", recipients, "Tarnwick test e-mail",
+                      std::string("This is a test e-mail sent with twctl on ") + host +
+                          ".\r\nIf you can read it, Tarnwick can send its reports and reminders.\r\n",
+                      ""};
+  const std::string mime = ComposeMime(message, clock.Now(), FormatStamp(clock.Now()) + ".twctl@" + host,
+                                       "=_Tarnwick_twctl");
+  const SendOutcome outcome = SendMail(server, recipients, mime);
+  const std::string where = (server.security == "tls" ? "smtps://" : "smtp://") + server.host + ":" +
+                            std::to_string(server.port) + " (" + server.security + ")";
+  if (outcome.ok) {
+    out << "Test e-mail sent to " << Join(recipients, ", ") << " through " << where << ".\n";
+    return 0;
+  }
+  out << outcome.transcript;
+  err << "twctl: the test e-mail could not be sent through " << where << ": " << outcome.error << "\n";
+  return 1;
+}
+
+}  // namespace tw::console

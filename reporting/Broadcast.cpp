@@ -1,0 +1,33 @@
+#include "reporting/Broadcast.h"
+
+#include "common/CommandLine.h"
+#include "common/Strings.h"
+#include "platform/Process.h"
+
+namespace tw {
+
+std::string BroadcastCommand(const std::string& applicationFolder, const std::string& piece, const std::string& title,
+                             const std::string& convertedMessage) {
+  // Nothing is escaped: a double quote in a name or the text ends up as it stands.
+  return applicationFolder + "/twmessage \"" + piece + "\" \" " + title + kBroadcastLineBreak + kBroadcastLineBreak +
+         convertedMessage + "\"";
+}
+
+void Broadcast(ExecutionHost& host, const std::string& recipients, const std::string& title, const std::string& message) {
+  const std::string converted = ReplaceAll(message, "\r\n", std::string(1, kBroadcastLineBreak));
+  host.logging.Logs().AddLogSimple(3, "Sending net message",
+                                   "Recipients: " + recipients + "\r\nTitle: " + title + "\r\nMessage: " + converted, 0,
+                                   "");
+  for (const auto& piece : Split(recipients, ';')) {
+    try {
+      const std::string command = BroadcastCommand(host.applicationFolder, piece, title, converted);
+      host.logging.Logs().AddLogSimple(3, "Broadcasting network message", "Executing the broadcast:\r\n\r\n" + command,
+                                       0, "");
+      platform::StartDetached(SplitCommandLine(command));
+    } catch (...) {
+      // The outcome of a broadcast is not observed.
+    }
+  }
+}
+
+}  // namespace tw

@@ -1,0 +1,259 @@
+#include "reporting/Mailer.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <random>
+
+#include "common/Error.h"
+#include "common/Strings.h"
+#include "platform/HostName.h"
+#include "reporting/MailMessage.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Transcripts kept in their folder; older ones are removed.
+constexpr size_t kTranscriptsKept = 100;
+
+void InitialiseCurl() {
+  static std::once_flag once;
+  std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+}
+
+std::string HostName() {
+  char buffer[256] = {};
+  if (platform::GetHostName(buffer, sizeof buffer - 1) != 0 || buffer[0] == '\0') return "localhost";
+  return buffer;
+}
+
+// What the SMTP conversation looked like, without the credentials.
+struct Transcript {
+  std::string text;
+  bool afterChallenge = false;  // the server's last line asked for a credential (334)
+
+  void Add(curl_infotype type, const char* data, size_t size) {
+    const std::string chunk(data, size);
+    for (auto line : Split(chunk, '\n')) {
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      if (line.empty()) continue;
+      switch (type) {
+        case CURLINFO_TEXT: text += "* " + line + "\n"; break;
+        case CURLINFO_HEADER_IN:
+          text += "< " + line + "\n";
+          afterChallenge = line.rfind("334", 0) == 0;
+          break;
+        case CURLINFO_HEADER_OUT:
+          if (line.rfind("AUTH ", 0) == 0) {
+            text += "> AUTH " + line.substr(5, line.find(' ', 5) - 5) + " (credentials removed)\n";
+          } else if (afterChallenge) {
+            text += "> (credentials removed)\n";
+          } else {
+            text += "> " + line + "\n";
+          }
+          afterChallenge = false;
+          break;
+        default: break;  // the message itself and TLS records
+      }
+    }
+  }
+};
+
+int OnDebug(CURL*, curl_infotype type, char* data, size_t size, void* user) {
+  static_cast<Transcript*>(user)->Add(type, data, size);
+  return 0;
+}
+
+struct Upload {
+  const std::string& data;
+  size_t position = 0;
+};
+
+size_t OnRead(char* buffer, size_t size, size_t count, void* user) {
+  auto* upload = static_cast<Upload*>(user);
+  const size_t room = size * count;
+  const size_t left = upload->data.size() - upload->position;
+  const size_t now = std::min(room, left);
+  std::copy_n(upload->data.data() + upload->position, now, buffer);
+  upload->position += now;
+  return now;
+}
+
+// Releases what curl was given, whatever happens.
+struct CurlHandles {
+  CURL* easy = curl_easy_init();
+  curl_slist* recipients = nullptr;
+  ~CurlHandles() {
+    curl_slist_free_all(recipients);
+    curl_easy_cleanup(easy);
+  }
+};
+
+}  // namespace
+
+MailServer MailServerFromSettings(TWSettings& settings) {
+  auto mail = settings.General().MailSettings();
+  SettingsStore& store = settings.Store();
+  MailServer server;
+  server.host = mail.Server();
+  server.port = mail.Port();
+  server.security = mail.Security();
+  server.user = mail.User();
+  server.password = mail.Password();
+  server.sender = mail.SenderAddress();
+  server.caFile = store.ReadText("mail.ca_file");
+  server.verifyCertificate = store.ReadBool("mail.verify_certificate");
+  server.connectTimeoutSeconds = store.ReadInt("mail.connect_timeout");
+  server.timeoutSeconds = store.ReadInt("mail.timeout");
+  return server;
+}
+
+std::vector<std::string> RecipientsFor(TWSettings& settings, int32_t mailType) {
+  auto mail = settings.General().MailSettings();
+  switch (mailType) {
+    case mailtype::kSuccessReport: return SplitRecipients(mail.SuccessReportRecipients());
+    case mailtype::kFailureReport: return SplitRecipients(mail.FailureReportRecipients());
+    default: return SplitRecipients(mail.ReminderRecipients());
+  }
+}
+
+std::string SenderAddress(const MailServer& server) {
+  return server.sender.empty() ? "tarnwick@" + HostName() : server.sender;
+}
+
+SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& recipients, const std::string& mime) {
+  InitialiseCurl();
+  SendOutcome outcome;
+  const std::string url = (server.security == "tls" ? "smtps://" : "smtp://") + server.host + ":" +
+                          std::to_string(server.port);
+  Transcript transcript;
+  transcript.text = "Server: " + url + " (security " + server.security + ")\nFrom: " + SenderAddress(server) +
+                    "\nTo: " + Join(recipients, ", ") + "\n\n";
+  if (recipients.empty()) {
+    outcome.error = "no recipients are set for this kind of e-mail";
+    outcome.transcript = transcript.text + "Result: " + outcome.error + "\n";
+    return outcome;
+  }
+  CurlHandles curl;
+  if (curl.easy == nullptr) {
+    outcome.error = "the mail library could not start";
+    outcome.transcript = transcript.text + "Result: " + outcome.error + "\n";
+    return outcome;
+  }
+  Upload upload{mime};
+  char errorText[CURL_ERROR_SIZE] = {};
+  const std::string from = "<" + SenderAddress(server) + ">";
+  for (const auto& recipient : recipients) {
+    curl.recipients = curl_slist_append(curl.recipients, ("<" + recipient + ">").c_str());
+  }
+  curl_easy_setopt(curl.easy, CURLOPT_URL, url.c_str());
+  if (server.security == "starttls") curl_easy_setopt(curl.easy, CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
+  if (!server.user.empty()) {
+    curl_easy_setopt(curl.easy, CURLOPT_USERNAME, server.user.c_str());
+    curl_easy_setopt(curl.easy, CURLOPT_PASSWORD, server.password.c_str());
+  }
+  if (!server.caFile.empty()) curl_easy_setopt(curl.easy, CURLOPT_CAINFO, server.caFile.c_str());
+  if (!server.verifyCertificate) {
+    curl_easy_setopt(curl.easy, CURLOPT_SSL_VERIFYPEER, 0L);
+    curl_easy_setopt(curl.easy, CURLOPT_SSL_VERIFYHOST, 0L);
+  }
+  curl_easy_setopt(curl.easy, CURLOPT_MAIL_FROM, from.c_str());
+  curl_easy_setopt(curl.easy, CURLOPT_MAIL_RCPT, curl.recipients);
+  curl_easy_setopt(curl.easy, CURLOPT_READFUNCTION, OnRead);
+  curl_easy_setopt(curl.easy, CURLOPT_READDATA, &upload);
+  curl_easy_setopt(curl.easy, CURLOPT_UPLOAD, 1L);
+  curl_easy_setopt(curl.easy, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(mime.size()));
+  curl_easy_setopt(curl.easy, CURLOPT_CONNECTTIMEOUT, static_cast<long>(server.connectTimeoutSeconds));
+  curl_easy_setopt(curl.easy, CURLOPT_TIMEOUT, static_cast<long>(server.timeoutSeconds));
+  curl_easy_setopt(curl.easy, CURLOPT_NOSIGNAL, 1L);  // time-outs without signals: we run on a thread
+  curl_easy_setopt(curl.easy, CURLOPT_ERRORBUFFER, errorText);
+  curl_easy_setopt(curl.easy, CURLOPT_VERBOSE, 1L);
+  curl_easy_setopt(curl.easy, CURLOPT_DEBUGFUNCTION, OnDebug);
+  curl_easy_setopt(curl.easy, CURLOPT_DEBUGDATA, &transcript);
+  const CURLcode result = curl_easy_perform(curl.easy);
+  outcome.ok = result == CURLE_OK;
+  if (!outcome.ok) outcome.error = errorText[0] != '\0' ? errorText : curl_easy_strerror(result);
+  outcome.transcript = transcript.text + "\nResult: " + (outcome.ok ? "sent" : outcome.error) + "\n";
+  return outcome;
+}
+
+Mailer::Mailer(TWSettings& settings, platform::EventLoop& loop, const Clock& clock, std::string transcriptFolder)
+    : settings_(settings), loop_(loop), clock_(clock), transcriptFolder_(std::move(transcriptFolder)) {
+  InitialiseCurl();
+}
+
+Mailer::~Mailer() {
+  *alive_ = false;
+  for (auto& transfer : transfers_) {
+    if (transfer.joinable()) transfer.join();
+  }
+}
+
+size_t Mailer::InFlight() { return transfers_.size(); }
+
+void Mailer::Send(const std::string& subject, const std::string& body, int32_t mailType,
+                  const std::string& attachment, Success onSuccess, Failure onFailure) {
+  // Everything from the settings is read here, on the service's thread; the transfer only sends.
+  MailServer server;
+  std::vector<std::string> recipients;
+  std::string mime;
+  SendOutcome early;
+  try {
+    server = MailServerFromSettings(settings_);
+    recipients = RecipientsFor(settings_, mailType);
+    MailMessage message{SenderAddress(server), "Tarnwick", recipients, subject, body, attachment};
+    static std::mt19937_64 random{std::random_device{}()};
+    const std::string unique = std::to_string(random());
+    mime = ComposeMime(message, clock_.Now(), FormatStamp(clock_.Now()) + "." + unique + "@" + HostName(),
+                       "=_Tarnwick_" + unique);
+  } catch (...) {
+    early.error = CurrentError("Mailer").Description;
+    early.transcript = "The message could not be prepared: " + early.error + "\n";
+  }
+  auto transfer = transfers_.emplace(transfers_.end());
+  auto alive = alive_;
+  *transfer = std::thread([this, transfer, alive, server, recipients, mime, early, onSuccess, onFailure] {
+    const SendOutcome outcome = early.error.empty() ? SendMail(server, recipients, mime) : early;
+    loop_.Post([this, transfer, alive, outcome, onSuccess, onFailure] {
+      if (*alive) Report(transfer, outcome, onSuccess, onFailure);
+    });
+  });
+}
+
+void Mailer::Report(std::list<std::thread>::iterator transfer, const SendOutcome& outcome, const Success& onSuccess,
+                    const Failure& onFailure) {
+  transfer->join();
+  transfers_.erase(transfer);
+  if (outcome.ok) {
+    if (onSuccess) onSuccess();
+  } else if (onFailure) {
+    onFailure(WriteTranscript(outcome.transcript));
+  }
+}
+
+std::string Mailer::WriteTranscript(const std::string& text) {
+  std::error_code error;
+  fs::create_directories(transcriptFolder_, error);
+  const std::string path =
+      transcriptFolder_ + "/transcript-" + FormatStamp(clock_.Now()) + "-" + std::to_string(++sequence_) + ".txt";
+  std::ofstream(path, std::ios::binary) << text;
+  std::vector<fs::path> transcripts;
+  for (fs::directory_iterator it(transcriptFolder_, error), end; !error && it != end; it.increment(error)) {
+    transcripts.push_back(it->path());
+  }
+  if (transcripts.size() > kTranscriptsKept) {
+    std::sort(transcripts.begin(), transcripts.end(), [](const fs::path& a, const fs::path& b) {
+      std::error_code ignored;
+      return fs::last_write_time(a, ignored) < fs::last_write_time(b, ignored);
+    });
+    for (size_t i = 0; i + kTranscriptsKept < transcripts.size(); ++i) fs::remove(transcripts[i], error);
+  }
+  return path;
+}
+
+}  // namespace tw

@@ -1,0 +1,248 @@
+#include "reporting/ServiceMail.h"
+
+#include <fstream>
+#include <sstream>
+
+#include "common/Error.h"
+#include "common/Strings.h"
+#include "reporting/Broadcast.h"
+
+namespace tw {
+namespace {
+
+std::string ReadTranscript(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream content;
+  content << in.rdbuf();
+  return in ? content.str() : "The transcript " + path + " cannot be read.";
+}
+
+}  // namespace
+
+void ServiceMail::NewMailer() {
+  auto mailer = std::make_shared<frmMailer>(mailer_, host_.logging);
+  mailer->SendFailed = [this](const std::string& transcript) { objMailer_SendFailed(transcript); };
+  mailer->SendSuccessful = [this] { objMailer_SendSuccessful(); };
+  std::weak_ptr<frmMailer> weak = mailer;
+  mailer->Finished = [this, weak] {
+    // Dropped from the loop, not in the middle of its own event.
+    host_.loop.Post([this, weak] {
+      const auto done = weak.lock();
+      std::erase(inFlight_, done);
+    });
+  };
+  inFlight_.push_back(mailer);
+  objMailer = mailer;
+}
+
+void ServiceMail::ReleaseCurrentMailer() {
+  if (objMailer) objMailer->IgnoreEvents = true;
+  objMailer.reset();
+}
+
+void ServiceMail::SendReportMail(const std::string& reportSubject, const std::string& reportBody, bool success,
+                                 const std::string& reportAttachment) {
+  try {
+    NewMailer();
+    reportEmail = true;
+    retryPending = false;
+    subject = reportSubject;
+    body = reportBody;
+    attachment = reportAttachment;
+    retryCount = 0;
+    lastAttempt = host_.clock.Now();
+    mailType = success ? mailtype::kSuccessReport : mailtype::kFailureReport;
+    objMailer->Mail(subject, body, mailType, attachment);
+  } catch (...) {
+    host_.logging.ReportInternalError("20005", CurrentError("TWService"));
+  }
+}
+
+void ServiceMail::LogFailure(const std::string& title, const std::string& message, const std::string& transcriptPath) {
+  host_.logging.Logs().AddLogSimple(2, title, message, 1, ReadTranscript(transcriptPath));
+}
+
+void ServiceMail::objMailer_SendFailed(const std::string& transcriptPath) {
+  try {
+    auto general = host_.settings.General();
+    retryPending = true;
+    if (testEmail) {
+      general.Console().AppendTestLine("RESULT: Email was unable to be sent.");
+      LogFailure("Test email failed", "The test email was unable to be sent. Details can be found in the attachment.",
+                 transcriptPath);
+      testEmail = false;
+      if (general.MailSettings().ReminderRecipients().empty()) retryPending = false;
+    }
+    if (reportEmail) {
+      LogFailure("Report email could not be sent",
+                 "The report email could not be sent. Details can be found in the attachment.", transcriptPath);
+      reportEmail = false;
+      auto mail = general.MailSettings();
+      if (mail.SuccessReportRecipients().empty() && mail.FailureReportRecipients().empty()) retryPending = false;
+    }
+    if (reminderEmail) {
+      LogFailure("Reminder email could not be sent",
+                 "The reminder email could not be sent. Details can be found in the attachment.", transcriptPath);
+      reminderEmail = false;
+      if (general.MailSettings().ReminderRecipients().empty()) retryPending = false;
+    }
+    if (retryCount > 0) {
+      LogFailure("Attempt to re-send email failed (retry #" + std::to_string(retryCount) + ")",
+                 "The attempt to re-send the email failed. Details can be found in the attachment.", transcriptPath);
+    }
+    ReleaseCurrentMailer();
+  } catch (...) {
+    host_.logging.ReportInternalError("20011", CurrentError("TWService"));
+  }
+}
+
+void ServiceMail::objMailer_SendSuccessful() {
+  try {
+    retryPending = false;
+    retryCount = 0;
+    if (testEmail) {
+      host_.settings.General().Console().AppendTestLine("RESULT: Email sent successfully.");
+      host_.logging.Logs().AddLogSimple(0, "Test email successful", "The test email was successfully sent.", 0, "");
+      testEmail = false;
+    }
+    reportEmail = false;
+    reminderEmail = false;
+    ReleaseCurrentMailer();
+  } catch (...) {
+    host_.logging.ReportInternalError("20010", CurrentError("TWService"));
+  }
+}
+
+bool ServiceMail::ResendDue() const {
+  return retryPending && MinutesBetween(lastAttempt, host_.clock.Now()) > kResendAfterMinutes;
+}
+
+void ServiceMail::ResendMail() {
+  try {
+    ++retryCount;
+    retryPending = false;
+    if (retryCount >= kGiveUpAtRetry) return;
+    lastAttempt = host_.clock.Now();
+    host_.logging.Logs().AddLogSimple(0, "Attempting to re-send email (retry #" + std::to_string(retryCount) + ")",
+                                      "Retrying to send email ", 0, "");
+    NewMailer();
+    objMailer->Mail(subject, body, mailType, attachment);
+  } catch (...) {
+    host_.logging.ReportInternalError("20019", CurrentError("TWService"));
+  }
+}
+
+std::string ServiceMail::ReportSubject(clsJob job, int16_t status) {
+  try {
+    auto templates = host_.settings.General().Templates();
+    const std::string text = status == 1   ? templates.SubjectCompletedNormally()
+                             : status == 2 ? templates.SubjectEncounteredErrors()
+                                           : templates.SubjectOtherOutcome();
+    return host_.logging.BrandText(ReplaceAll(text, "%JOBNAME%", job.Name()));
+  } catch (...) {
+    host_.logging.ReportInternalError("20021", CurrentError("TWService"));
+    return {};
+  }
+}
+
+std::string ServiceMail::ReminderSubject(clsJob job) {
+  try {
+    const std::string text = host_.settings.General().Templates().ReminderSubject();
+    return host_.logging.BrandText(ReplaceAll(text, "%JOBNAME%", job.Name()));
+  } catch (...) {
+    host_.logging.ReportInternalError("20022", CurrentError("TWService"));
+    return {};
+  }
+}
+
+std::string ServiceMail::ReminderBody(clsJob job) {
+  try {
+    const std::string text = host_.settings.General().Templates().ReminderBody();
+    return host_.logging.BrandText(ReplaceAll(text, "%LABEL%", checks_.GetSchemeLabel(job, host_.clock.Now())));
+  } catch (...) {
+    host_.logging.ReportInternalError("20015", CurrentError("TWService"));
+    return {};
+  }
+}
+
+void ServiceMail::MediaReminder(clsJob job) {
+  try {
+    auto notification = job.JobNotification();
+    auto general = host_.settings.General();
+    if (notification.MediaReminderByBroadcast()) {
+      subject = ReminderSubject(job);
+      body = ReminderBody(job);
+      Broadcast(host_, general.Options().BroadcastRecipients(), subject, body);
+    }
+    if (notification.MediaReminderByEmail() && general.MailSettings().EmailEnabled()) {
+      NewMailer();
+      reminderEmail = true;
+      retryPending = false;
+      subject = ReminderSubject(job);
+      body = ReminderBody(job);
+      attachment.clear();
+      retryCount = 0;
+      mailType = mailtype::kReminder;
+      lastAttempt = host_.clock.Now();
+      objMailer->Mail(subject, body, mailType, attachment);
+    }
+  } catch (...) {
+    host_.logging.ReportInternalError("20003", CurrentError("TWService"));
+  }
+}
+
+void ServiceMail::MaintenanceEmail(clsJob job) {
+  try {
+    auto notification = job.JobNotification();
+    // The job's own switch decides alone: the global e-mail switch is not asked here.
+    if (!notification.MaintenanceEmailEnabled()) return;
+    NewMailer();
+    reminderEmail = true;
+    retryPending = false;
+    subject = notification.MaintenanceSubject();
+    body = notification.MaintenanceBody();
+    attachment.clear();
+    retryCount = 0;
+    lastAttempt = host_.clock.Now();
+    mailType = mailtype::kMaintenance;
+    objMailer->Mail(subject, body, mailType, attachment);
+  } catch (...) {
+    host_.logging.ReportInternalError("20020", CurrentError("TWService"));
+  }
+}
+
+void ServiceMail::ReminderTest(clsJob) {
+  try {
+    NewMailer();
+    auto general = host_.settings.General();
+    auto console = general.Console();
+    console.AppendTestLine("Sending reminders...");
+    console.TestFinished(false);
+    const bool byEmail = console.ReminderByEmailSelected();
+    const bool byBroadcast = console.ReminderByBroadcastSelected();
+    if (!byEmail && !byBroadcast) {
+      console.AppendTestLine("RESULT: Error - no reminder tasks were selected. Please check your notification settings.");
+      return;
+    }
+    auto templates = general.Templates();
+    if (byBroadcast) {
+      console.AppendTestLine("Sending network broadcast reminder...");
+      Broadcast(host_, general.Options().BroadcastRecipients(), templates.TestReminderSubject(),
+                templates.TestReminderBody());
+    }
+    if (byEmail) {
+      console.AppendTestLine("Sending test reminder email...");
+      testEmail = true;
+      // The test mail is not kept in the mail state: a re-send sends the state as it stood.
+      int32_t type = mailtype::kReminder;
+      objMailer->Mail(templates.TestReminderSubject(), templates.TestReminderBody(), type, "");
+    } else {
+      console.AppendTestLine("RESULT: Test complete.");
+      testEmail = false;
+    }
+  } catch (...) {
+    host_.logging.ReportInternalError("20006", CurrentError("TWService"));
+  }
+}
+
+}  // namespace tw

@@ -1,0 +1,129 @@
+#include "reporting/clsReportLogEntry.h"
+
+#include <algorithm>
+
+#include "common/Error.h"
+#include "common/NumberText.h"
+#include "common/Strings.h"
+#include "common/Utf16.h"
+
+namespace tw {
+namespace {
+
+const char* kCrLf = "\r\n";
+
+std::string Escape(const std::string& text) { return ReplaceAll(text, "\r\n", "\x01"); }
+std::string Unescape(const std::string& text) { return ReplaceAll(text, "\x01", "\r\n"); }
+
+// Reads the file's lines one at a time, as a text stream does (a line ends at CR LF, CR or LF),
+// and hands over the rest of it unread.
+class LineReader {
+ public:
+  explicit LineReader(std::string text) : text_(std::move(text)) {}
+  std::string Next() {
+    if (position_ >= text_.size()) throw TWError(62, "Input past end of file", "TWService");
+    const size_t end = text_.find_first_of("\r\n", position_);
+    std::string line = text_.substr(position_, end == std::string::npos ? std::string::npos : end - position_);
+    if (end == std::string::npos) {
+      position_ = text_.size();
+    } else {
+      position_ = end + (text_[end] == '\r' && end + 1 < text_.size() && text_[end + 1] == '\n' ? 2 : 1);
+    }
+    return line;
+  }
+  std::string Rest() const { return position_ < text_.size() ? text_.substr(position_) : std::string(); }
+
+ private:
+  std::string text_;
+  size_t position_ = 0;
+};
+
+// The two times were written in the locale's form; a "," decimal point reads as ".".
+Date ReadTime(const std::string& line) { return LeadingNumber(ReplaceAll(line, ",", ".")); }
+
+}  // namespace
+
+std::string clsReportLogEntry::StatusString() const {
+  if (Status == 0) return "Normal";
+  if (Status == 2) return "Errors";
+  return "Warnings";
+}
+
+std::vector<std::string> clsReportLogEntry::ExtraFieldKeys() const {
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : extraFields_) keys.push_back(key);
+  return keys;
+}
+
+std::string clsReportLogEntry::ExtraField(const std::string& key) const {
+  for (const auto& [k, value] : extraFields_) {
+    if (k == key) return value;
+  }
+  return {};
+}
+
+void clsReportLogEntry::ExtraField(const std::string& key, const std::string& value) {
+  for (auto& [k, v] : extraFields_) {
+    if (k == key) {
+      v = value;
+      return;
+    }
+  }
+  extraFields_.emplace_back(key, value);
+}
+
+bool clsReportLogEntry::Load(const std::string& filename) {
+  if (!filename.empty()) filename_ = filename;
+  if (filename_.empty()) return false;
+  std::string text;
+  if (!ReadUnicodeFile(filename_, text)) throw TWError(errnum::FileNotFound, "File not found: " + filename_, "TWService");
+  LineReader lines(text);
+  TimeStart = ReadTime(lines.Next());
+  TimeEnd = ReadTime(lines.Next());
+  JobName = Unescape(lines.Next());
+  JobDesc = Unescape(lines.Next());
+  Status = TextToInt32(lines.Next());
+  Label = Unescape(lines.Next());
+  Computer = Unescape(lines.Next());
+  const int32_t count = TextToInt32(lines.Next());
+  extraFields_.clear();
+  for (int32_t i = 0; i < count; ++i) {
+    const std::string key = Unescape(lines.Next());
+    ExtraField(key, Unescape(lines.Next()));
+  }
+  Report = lines.Rest();
+  fullyLoaded_ = true;
+  return true;
+}
+
+bool clsReportLogEntry::QuickLoad(const std::string& filename) {
+  if (!filename.empty()) filename_ = filename;
+  if (filename_.empty()) return false;
+  extraFields_.clear();
+  // Opened as Save opens it, for writing: the file is emptied, and reading from it fails.
+  if (!WriteUnicodeFile(filename_, "")) throw TWError(errnum::PathFileAccess, "Path/File access error", "TWService");
+  throw TWError(54, "Bad file mode", "TWService");
+}
+
+void clsReportLogEntry::NewFile(const std::string& directory, Date now, double random) {
+  const std::string name = std::string(TrimBlanks(NumberToText(now + random / 60 / 60 / 24 / 2))) + ".log";
+  if (directory.empty()) {
+    filename_ = name;
+  } else {
+    filename_ = directory + (directory.back() == '/' ? "" : "/") + name;
+  }
+}
+
+bool clsReportLogEntry::Save() const {
+  std::string text = NumberToText(TimeStart) + kCrLf + NumberToText(TimeEnd) + kCrLf + Escape(JobName) + kCrLf +
+                     Escape(JobDesc) + kCrLf + std::to_string(Status) + kCrLf + Escape(Label) + kCrLf +
+                     Escape(Computer) + kCrLf + std::to_string(extraFields_.size()) + kCrLf;
+  for (const auto& [key, value] : extraFields_) text += Escape(key) + kCrLf + Escape(value) + kCrLf;
+  text += Report;
+  if (!WriteUnicodeFile(filename_, text)) {
+    throw TWError(errnum::PathFileAccess, "Path/File access error: " + filename_, "TWService");
+  }
+  return true;
+}
+
+}  // namespace tw

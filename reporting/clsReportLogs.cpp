@@ -1,0 +1,78 @@
+#include "reporting/clsReportLogs.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <random>
+
+#include "common/Error.h"
+#include "common/Strings.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool IsReportLog(const std::string& name) { return name.size() >= 4 && ToLower(name.substr(name.size() - 4)) == ".log"; }
+
+}  // namespace
+
+clsReportLogs::clsReportLogs(const std::string& applicationFolder, TWSettings& settings, const Clock& clock,
+                             std::function<double()> random)
+    : directory_(applicationFolder + "/Reports"), settings_(settings), clock_(clock), random_(std::move(random)) {
+  if (!random_) {
+    auto generator = std::make_shared<std::mt19937_64>(std::random_device{}());
+    random_ = [generator] { return std::uniform_real_distribution<double>(0.0, 1.0)(*generator); };
+  }
+  std::error_code ignored;
+  if (!fs::exists(directory_, ignored)) fs::create_directory(directory_, ignored);
+}
+
+int clsReportLogs::IComparator_Compare(const std::string& a, const std::string& b) {
+  if (a < b) return 1;
+  if (a == b) return 0;
+  return -1;
+}
+
+void clsReportLogs::Clear() {
+  std::error_code error;
+  for (fs::directory_iterator it(directory_, error), end; !error && it != end; it.increment(error)) {
+    std::error_code ignored;
+    if (IsReportLog(it->path().filename().string())) fs::remove(it->path(), ignored);
+  }
+}
+
+std::vector<clsReportLogEntry> clsReportLogs::GetSummaries(int32_t maxCount) {
+  std::vector<std::string> names;
+  std::error_code error;
+  fs::directory_iterator it(directory_, error);
+  if (error) throw TWError(76, "Path not found: " + directory_, "TWService");
+  for (fs::directory_iterator end; !error && it != end; it.increment(error)) {
+    const std::string name = it->path().filename().string();
+    if (IsReportLog(name)) names.push_back(name);
+  }
+  std::stable_sort(names.begin(), names.end(),
+                   [](const std::string& a, const std::string& b) { return IComparator_Compare(a, b) < 0; });
+  // 0, or more than there are, means all of them; a negative count none.
+  size_t limit = names.size();
+  if (maxCount != 0 && static_cast<int64_t>(maxCount) <= static_cast<int64_t>(names.size())) {
+    limit = maxCount < 0 ? 0 : static_cast<size_t>(maxCount);
+  }
+  std::vector<clsReportLogEntry> entries;
+  for (size_t i = 0; i < limit; ++i) {
+    clsReportLogEntry entry;
+    try {
+      if (entry.Load(directory_ + "/" + names[i])) entries.push_back(std::move(entry));
+    } catch (const TWError&) {
+      // A file that cannot be read is left out.
+    }
+  }
+  return entries;
+}
+
+void clsReportLogs::SaveNewEntry(clsReportLogEntry& entry) {
+  settings_.General().Console().LatestReportTime(clock_.Now());
+  entry.NewFile(directory_, clock_.Now(), random_());
+  entry.Save();
+}
+
+}  // namespace tw

@@ -1,0 +1,41 @@
+#pragma once
+// The folder of report logs, one file per run, named by the time it was saved: saving a new one,
+// listing the newest, deleting them all.
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "common/Clock.h"
+#include "reporting/clsReportLogEntry.h"
+#include "settings/TWSettings.h"
+
+namespace tw {
+
+class clsReportLogs {
+ public:
+  // The folder is <applicationFolder>/Reports, created when missing (a failure is ignored).
+  clsReportLogs(const std::string& applicationFolder, TWSettings& settings, const Clock& clock,
+                std::function<double()> random = {});
+
+  // The sort order of the listing: 1 when `a` sorts before `b`, 0 when equal, -1 after; sorted so,
+  // the newest comes first.
+  static int IComparator_Compare(const std::string& a, const std::string& b);
+  const std::string& ReportLogsDirectory() const { return directory_; }
+  void ReportLogsDirectory(const std::string& folder) { directory_ = folder; }
+  // Deletes every ".log" file of the folder; errors are ignored.
+  void Clear();
+  // The newest `maxCount` report logs (0: all), newest first, fully loaded. A file that cannot be
+  // read is left out; a folder that cannot be read raises TWError.
+  std::vector<clsReportLogEntry> GetSummaries(int32_t maxCount);
+  // Records the time in the settings (for the console), names the entry afresh and saves it.
+  void SaveNewEntry(clsReportLogEntry& entry);
+
+ private:
+  std::string directory_;
+  TWSettings& settings_;
+  const Clock& clock_;
+  std::function<double()> random_;
+};
+
+}  // namespace tw

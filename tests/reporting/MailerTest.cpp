@@ -1,0 +1,160 @@
+// The Mailer against a real SMTP server on a loopback port.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <nlohmann/json.hpp>
+
+#include "platform/EventLoop.h"
+#include "reporting/Mailer.h"
+#include "tests/support/TestSupport.h"
+
+namespace tw {
+namespace {
+
+using Json = nlohmann::json;
+
+class MailerTest : public ::testing::Test {
+ protected:
+  MailerTest() {
+    auto mail = settings_.General().MailSettings();
+    mail.ReminderRecipients("ops@example.org; second@example.org");
+    mail.FailureReportRecipients("failures@example.org");
+    mail.SuccessReportRecipients("successes@example.org");
+    settings_.Store().WriteText("mail.server", "127.0.0.1");
+    settings_.Store().WriteText("mail.sender", "tarnwick@server1.example.org");
+  }
+  void UseServer(int port, const std::string& security = "none") {
+    settings_.Store().WriteInt("mail.port", port);
+    settings_.Store().WriteText("mail.security", security);
+  }
+  // Sends and runs the loop until the outcome: "" for success, the transcript for a failure.
+  std::optional<std::string> SendAndWait(const std::string& subject, const std::string& body, int32_t type,
+                                         const std::string& attachment = "") {
+    bool done = false;
+    std::optional<std::string> transcript;
+    mailer_.Send(subject, body, type, attachment, [&] { done = true; },
+                 [&](const std::string& path) {
+                   transcript = test::ReadFile(path);
+                   done = true;
+                 });
+    for (int i = 0; i < 3000 && !done; ++i) loop_.Sleep(10);
+    EXPECT_TRUE(done) << "no outcome";
+    return transcript;
+  }
+
+  test::TempDir dir_;
+  TWSettings settings_{dir_ / "settings.db"};
+  ManualClock clock_{DateSerial(2026, 11, 23) + 0.875};
+  platform::EventLoop loop_;
+  Mailer mailer_{settings_, loop_, clock_, dir_ / "Mail"};
+};
+
+TEST_F(MailerTest, AMessageArrivesWithSubjectBodyAndAttachmentIntact) {
+  test::SmtpServer server;
+  UseServer(server.Port());
+  test::WriteFile(dir_ / "shot.png", std::string("\x89PNG\r\n\x1a\n", 8) + std::string(3000, '\x7f'));
+  EXPECT_EQ(std::nullopt, SendAndWait("Sauvegarde réussie: Nightly ✓", "Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend",
+                                      mailtype::kFailureReport, dir_ / "shot.png"));
+  ASSERT_EQ(1, server.Count());
+  const Json mail = Json::parse(server.Read(1));
+  EXPECT_EQ("Sauvegarde réussie: Nightly ✓", mail["subject"]);
+  EXPECT_EQ("Tarnwick <tarnwick@server1.example.org>", mail["from"]);
+  EXPECT_EQ("failures@example.org", mail["to"]) << "the failure list for a failure report";
+  EXPECT_EQ("Mon, 23 Nov 2026 21:00:00 +0000", mail["date"]);
+  EXPECT_NE(std::string::npos, mail["message_id"].get<std::string>().find("20261123210000."));
+  EXPECT_EQ("Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend", mail["body"]) << "a lone dot survives";
+  ASSERT_EQ(1u, mail["attachments"].size());
+  EXPECT_EQ("shot.png", mail["attachments"][0]["name"]);
+  EXPECT_EQ("image/png", mail["attachments"][0]["type"]);
+  std::string hex;
+  for (unsigned char c : test::ReadFile(dir_ / "shot.png")) {
+    static const char* const kDigits = "0123456789abcdef";
+    hex += kDigits[c >> 4];
+    hex += kDigits[c & 15];
+  }
+  EXPECT_TRUE(mail["attachments"][0]["content_hex"] == hex) << "the attachment arrives byte for byte";
+  EXPECT_NE(std::string::npos, server.Envelope(1).find("from tarnwick@server1.example.org\nto failures@example.org\n"));
+
+  // Reminders and maintenance mails go to the reminder list; success reports to the success list.
+  SendAndWait("Reminder", "Load tape 3", mailtype::kMaintenance);
+  EXPECT_NE(std::string::npos, server.Envelope(2).find("to ops@example.org second@example.org\n"));
+  SendAndWait("Done", "Fine", mailtype::kSuccessReport);
+  EXPECT_NE(std::string::npos, server.Envelope(3).find("to successes@example.org\n"));
+}
+
+TEST_F(MailerTest, StartTlsAndImplicitTlsWithAuthentication) {
+  test::MakeCertificate(dir_.Path());
+  settings_.Store().WriteText("mail.ca_file", dir_ / "cert.pem");
+  settings_.Store().WriteText("mail.user", "backup");
+  settings_.Store().WriteText("mail.password", "s3cret!");
+  {
+    test::SmtpServer server({"--cert", dir_ / "cert.pem", "--key", dir_ / "key.pem", "--user", "backup",
+                             "--password", "s3cret!"});
+    UseServer(server.Port(), "starttls");
+    EXPECT_EQ(std::nullopt, SendAndWait("Over STARTTLS", "body", mailtype::kReminder));
+    ASSERT_EQ(1, server.Count());
+    EXPECT_NE(std::string::npos, server.Envelope(1).find("tls yes"));
+
+    settings_.Store().WriteText("mail.password", "wrong-password");
+    const auto refused = SendAndWait("Wrong password", "body", mailtype::kReminder);
+    ASSERT_TRUE(refused);
+    EXPECT_NE(std::string::npos, refused->find("< 535")) << *refused;
+    EXPECT_NE(std::string::npos, refused->find("(credentials removed)"));
+    EXPECT_EQ(std::string::npos, refused->find("wrong-password"));
+    EXPECT_EQ(std::string::npos, refused->find("d3JvbmctcGFzc3dvcmQ")) << "not even encoded";
+    settings_.Store().WriteText("mail.password", "s3cret!");
+
+    settings_.Store().WriteText("mail.ca_file", "");
+    const auto untrusted = SendAndWait("Untrusted", "body", mailtype::kReminder);
+    ASSERT_TRUE(untrusted) << "a self-signed certificate is refused unless trusted";
+    settings_.Store().WriteText("mail.ca_file", dir_ / "cert.pem");
+  }
+  test::SmtpServer implicit({"--cert", dir_ / "cert.pem", "--key", dir_ / "key.pem", "--implicit-tls", "--user",
+                             "backup", "--password", "s3cret!"});
+  UseServer(implicit.Port(), "tls");
+  EXPECT_EQ(std::nullopt, SendAndWait("Over TLS", "body", mailtype::kReminder));
+  EXPECT_EQ(1, implicit.Count());
+}
+
+TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
+  UseServer(1);  // nothing listens there
+  const auto refused = SendAndWait("Nobody home", "body", mailtype::kReminder);
+  ASSERT_TRUE(refused);
+  EXPECT_NE(std::string::npos, refused->find("Server: smtp://127.0.0.1:1 (security none)\n"));
+  EXPECT_NE(std::string::npos, refused->find("Result: Failed to connect to 127.0.0.1 port 1"));
+
+  {
+    test::SmtpServer rejecting({"--reject", "failures@example.org"});
+    UseServer(rejecting.Port());
+    const auto rejected = SendAndWait("Rejected", "body", mailtype::kFailureReport);
+    ASSERT_TRUE(rejected);
+    EXPECT_NE(std::string::npos, rejected->find("< 550 5.1.1 <failures@example.org>: Recipient address rejected"));
+    EXPECT_EQ(0, rejecting.Count());
+  }
+
+  settings_.General().MailSettings().SuccessReportRecipients("");
+  const auto nobody = SendAndWait("To nobody", "body", mailtype::kSuccessReport);
+  ASSERT_TRUE(nobody);
+  EXPECT_NE(std::string::npos, nobody->find("no recipients are set for this kind of e-mail"));
+
+  // A server that takes the connection and never answers: the time-out ends the attempt, and the
+  // loop ran on all the while.
+  test::SmtpServer silent({"--silent"});
+  UseServer(silent.Port());
+  settings_.Store().WriteInt("mail.timeout", 2);
+  int ticks = 0;
+  const auto timer = loop_.AddTimer(50, [&] { ++ticks; });
+  loop_.TimerEnabled(timer, true);
+  const auto start = std::chrono::steady_clock::now();
+  const auto hung = SendAndWait("Into the void", "body", mailtype::kReminder);
+  const auto took = std::chrono::steady_clock::now() - start;
+  ASSERT_TRUE(hung);
+  EXPECT_NE(std::string::npos, hung->find("Result: Operation timed out"));
+  EXPECT_GE(took, std::chrono::milliseconds(1900));
+  EXPECT_LT(took, std::chrono::seconds(10));
+  EXPECT_GE(ticks, 20) << "the service thread was never blocked";
+  EXPECT_EQ(0u, mailer_.InFlight());
+}
+
+}  // namespace
+}  // namespace tw

@@ -1,0 +1,20 @@
+#!/usr/bin/python3
+"""Prints a stored message as a mail client reads it, as JSON: headers, text and attachments."""
+import email
+import email.policy
+import json
+import sys
+
+with open(sys.argv[1], "rb") as source:
+    message = email.message_from_binary_file(source, policy=email.policy.default)
+result = {"subject": message["subject"], "from": message["from"], "to": message["to"],
+          "date": message["date"], "message_id": message["message-id"], "body": "", "attachments": []}
+for part in message.walk():
+    if part.is_multipart():
+        continue
+    if part.get_filename():
+        result["attachments"].append({"name": part.get_filename(), "type": part.get_content_type(),
+                                      "content_hex": part.get_payload(decode=True).hex()})
+    elif part.get_content_type() == "text/plain":
+        result["body"] = part.get_content()
+print(json.dumps(result))

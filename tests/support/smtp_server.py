@@ -1,0 +1,107 @@
+#!/usr/bin/python3
+"""A real SMTP server for the tests, on aiosmtpd.
+
+Each message it accepts is stored as <maildir>/<n>.eml, with the envelope in <n>.env. It can demand
+STARTTLS and AUTH, speak implicit TLS, refuse one recipient, or accept connections and never answer.
+It prints "READY <port>" once it listens.
+"""
+import argparse
+import socket
+import ssl
+import sys
+import threading
+import time
+
+from aiosmtpd.controller import Controller
+from aiosmtpd.smtp import AuthResult, LoginPassword
+
+
+class Store:
+    def __init__(self, maildir, reject):
+        self.maildir = maildir
+        self.reject = reject
+        self.count = 0
+
+    async def handle_RCPT(self, server, session, envelope, address, rcpt_options):
+        if address == self.reject:
+            return "550 5.1.1 <%s>: Recipient address rejected" % address
+        envelope.rcpt_tos.append(address)
+        return "250 OK"
+
+    async def handle_DATA(self, server, session, envelope):
+        self.count += 1
+        base = "%s/%d" % (self.maildir, self.count)
+        with open(base + ".eml", "wb") as message:
+            message.write(envelope.original_content)
+        with open(base + ".env", "w") as env:
+            env.write("from %s\nto %s\nauth %s\ntls %s\n" % (
+                envelope.mail_from, " ".join(envelope.rcpt_tos),
+                getattr(session, "login_data", None) and session.login_data,
+                "yes" if session.ssl else "no"))
+        return "250 Message accepted for delivery"
+
+
+def authenticator(user, password):
+    def check(server, session, envelope, mechanism, auth_data):
+        if isinstance(auth_data, LoginPassword) and auth_data.login.decode() == user \
+                and auth_data.password.decode() == password:
+            return AuthResult(success=True)
+        return AuthResult(success=False, handled=False)
+    return check
+
+
+def silent(port):
+    """Accepts connections and never says a word."""
+    listener = socket.socket()
+    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    listener.bind(("127.0.0.1", port))
+    listener.listen(5)
+    print("READY %d" % listener.getsockname()[1], flush=True)
+    held = []
+    while True:
+        connection, _ = listener.accept()
+        held.append(connection)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--port", type=int, default=0)
+    parser.add_argument("--maildir", default=".")
+    parser.add_argument("--reject", default="")
+    parser.add_argument("--cert")
+    parser.add_argument("--key")
+    parser.add_argument("--implicit-tls", action="store_true")
+    parser.add_argument("--user")
+    parser.add_argument("--password")
+    parser.add_argument("--silent", action="store_true")
+    args = parser.parse_args()
+    if args.silent:
+        silent(args.port)
+        return
+
+    port = args.port
+    if port == 0:
+        probe = socket.socket()
+        probe.bind(("127.0.0.1", 0))
+        port = probe.getsockname()[1]
+        probe.close()
+    context = None
+    if args.cert:
+        context = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
+        context.load_cert_chain(args.cert, args.key)
+    options = {}
+    if args.user:
+        options.update(authenticator=authenticator(args.user, args.password), auth_require_tls=bool(args.cert))
+    if context and args.implicit_tls:
+        controller = Controller(Store(args.maildir, args.reject), hostname="127.0.0.1", port=port,
+                                ssl_context=context, server_kwargs=options)
+    else:
+        controller = Controller(Store(args.maildir, args.reject), hostname="127.0.0.1", port=port,
+                                tls_context=context, require_starttls=bool(context), server_kwargs=options)
+    controller.start()
+    print("READY %d" % port, flush=True)
+    threading.Event().wait()
+
+
+if __name__ == "__main__":
+    main()

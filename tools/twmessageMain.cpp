@@ -1,0 +1,9 @@
+#include <iostream>
+
+#include "common/Clock.h"
+#include "tools/Messenger.h"
+
+int main(int argc, char** argv) {
+  tw::SystemClock clock;
+  return tw::tools::RunMessenger(std::vector<std::string>(argv + 1, argv + argc), clock, std::cout, std::cerr);
+}
