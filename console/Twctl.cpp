@@ -14,6 +14,32 @@ namespace tw {
 
 using namespace console;
 
+namespace {
+
+// The word typed where a command was expected but that names none, with the command it follows
+// ("twctl" or "twctl job"); empty when every command word is known. CLI11 alone would only say
+// that a subcommand is required.
+std::pair<std::string, std::string> UnknownCommand(CLI::App& app, const std::vector<std::string>& args) {
+  CLI::App* current = &app;
+  std::string path = "twctl";
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
+    if (arg == "--settings") ++i;  // its value
+    if (arg.empty() || arg[0] == '-') continue;
+    if (current->get_require_subcommand_min() == 0) break;
+    CLI::App* next = nullptr;
+    for (CLI::App* sub : current->get_subcommands([](CLI::App*) { return true; })) {
+      if (sub->get_name() == arg) next = sub;
+    }
+    if (next == nullptr) return {arg, path};
+    current = next;
+    path += " " + arg;
+  }
+  return {};
+}
+
+}  // namespace
+
 int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostream& err,
              const ConsoleEnvironment& environment) {
   CLI::App app{"Administration console of the Tarnwick backup scheduling service.", "twctl"};
@@ -105,6 +131,11 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
     app.parse(static_cast<int>(argv.size()), argv.data());
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == 0) return app.exit(e, out, err);  // --help
+    if (const auto [word, command] = UnknownCommand(app, args); !word.empty()) {
+      err << "twctl: unknown command " << Quoted(word) << " for " << command << "\nRun '" << command
+          << " --help' for usage.\n";
+      return 2;
+    }
     err << "twctl: " << e.what() << "\nRun 'twctl --help' for usage.\n";
     return 2;
   }

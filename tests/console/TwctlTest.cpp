@@ -126,6 +126,9 @@ TEST_F(TwctlTest, BadUsageIsRejectedWithOneLineAndNothingWritten) {
       {{"job", "list", "--frobnicate"}, 2, "twctl: The following argument was not expected: --frobnicate\n"
                                            "Run 'twctl --help' for usage.\n"},
       {{}, 2, "twctl: A subcommand is required\nRun 'twctl --help' for usage.\n"},
+      {{"jobs", "list"}, 2, "twctl: unknown command \"jobs\" for twctl\nRun 'twctl --help' for usage.\n"},
+      {{"--settings", "x.db", "job", "lst"}, 2,
+       "twctl: unknown command \"lst\" for twctl job\nRun 'twctl job --help' for usage.\n"},
   };
   for (const auto& c : cases) {
     const Result r = Run(c.args);
