@@ -130,6 +130,16 @@ TEST_F(DueChecksTest, RemindersFireInTheirWindowAsTheSchemeDecides) {
   EXPECT_TRUE(Fires(check, monday_ + 1 + TimeSerial(1, 59, 0), monday_ + 1 + TimeSerial(2, 2, 0), 5).empty());
   EXPECT_EQ(2u, script_.reminders.size()) << "the scheme is asked once per minute";
   EXPECT_DOUBLE_EQ(monday_ + 1 + TimeSerial(2, 0, 0), notification.ReminderLastFired());
+
+  script_.answer = true;
+  EXPECT_EQ((std::vector<std::string>{"2026-11-25 02:00:03"}),
+            Stamps(Fires(check, monday_ + 2 + TimeSerial(1, 58, 53), monday_ + 2 + TimeSerial(2, 3, 0), 10)));
+  // A last firing exactly a minute before the reminder time still counts as this minute's.
+  notification.ReminderLastFired(monday_ + 3 + TimeSerial(1, 59, 0));
+  clock_.Set(monday_ + 3 + TimeSerial(2, 0, 30));
+  EXPECT_FALSE(checks_.IsReminderDue(job_));
+  notification.ReminderLastFired(monday_ + 3 + TimeSerial(1, 58, 59));
+  EXPECT_TRUE(checks_.IsReminderDue(job_));
 }
 
 TEST_F(DueChecksTest, MaintenanceFiresOnTheFirstTickOfItsMinute) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <random>
 #include <stdexcept>
 
 #include "common/Error.h"
@@ -172,6 +173,32 @@ TEST(OccurrenceTest, NextMatchesAreWhatMinuteByMinuteAsking) {
     auto occurrence = Make(text);
     EXPECT_EQ(NextMatchesByMinute(*occurrence, from, 40, end), NextMatches(*occurrence, from, 40, end)) << text;
   }
+  // Random schedules from random starting minutes, around leap days and month ends.
+  std::mt19937 random(20261123);
+  auto below = [&](unsigned limit) { return static_cast<int>(random() % limit); };
+  auto flags = [&](int count) {
+    std::string list;
+    for (int i = 0; i < count; ++i) list += std::string(i ? "," : "") + (below(3) == 0 ? "-1" : "0");
+    return list;
+  };
+  auto minute = [&] { return TimeSerial(below(24), below(60), 0); };
+  for (int round = 0; round < 60; ++round) {
+    const Date start = DateSerial(2027 + below(80), 1, 1) + below(365) + minute() + TimeSerial(0, 0, below(60));
+    std::string text;
+    switch (round % 3) {
+      case 0: text = "1|" + NumberToText(minute()) + "|" + flags(7); break;
+      case 1:
+        text = "2|" + NumberToText(minute()) + "|" + flags(6) + "|" + flags(7) + "|" + flags(1) + "|" + flags(1);
+        break;
+      default:
+        text = "0|" + NumberToText(DateOnly(start) + below(20) + minute()) + "|" +
+               NumberToText(DateOnly(start) + below(20) + minute());
+    }
+    auto occurrence = Make(text);
+    EXPECT_EQ(NextMatchesByMinute(*occurrence, start, 25, start + 62), NextMatches(*occurrence, start, 25, start + 62))
+        << text << " from " << IsoText(start);
+  }
+
   auto weekly = Make(texts[0]);
   const auto next = NextMatches(*weekly, from, 3);
   ASSERT_EQ(3u, next.size());
