@@ -1,6 +1,7 @@
 #include "platform/EventLoop.h"
 
 #include <signal.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
@@ -19,10 +20,17 @@ namespace {
 
 [[noreturn]] void Fail(const char* what) { throw std::system_error(errno, std::generic_category(), what); }
 
-void Drain(int fd, size_t size) {
+// Reads everything pending; true when there was something.
+bool Drain(int fd, size_t size) {
   char buffer[sizeof(signalfd_siginfo)];
-  while (::read(fd, buffer, size) > 0) {
-  }
+  bool any = false;
+  while (::read(fd, buffer, size) > 0) any = true;
+  return any;
+}
+
+bool Readable(int fd) {
+  pollfd check{fd, POLLIN, 0};
+  return ::poll(&check, 1, 0) > 0;
 }
 
 }  // namespace
@@ -172,13 +180,17 @@ void EventLoop::Dispatch(SourceId id) {
   if (found == sources_.end()) return;
   std::shared_ptr<Source> source = found->second;  // kept alive if a handler removes it
   if (source->running) return;
+  // A nested Pump may already have served an event of the outer wait's batch; what is no longer
+  // pending is not run a second time.
+  bool pending = true;
   switch (source->kind) {
-    case Kind::Timer: Drain(source->fd, sizeof(uint64_t)); break;
-    case Kind::Signal: Drain(source->fd, sizeof(signalfd_siginfo)); break;
+    case Kind::Timer: pending = Drain(source->fd, sizeof(uint64_t)); break;
+    case Kind::Signal: pending = Drain(source->fd, sizeof(signalfd_siginfo)); break;
     case Kind::Posted: Drain(source->fd, sizeof(uint64_t)); break;
     case Kind::Process:
-    case Kind::Readable: break;
+    case Kind::Readable: pending = Readable(source->fd); break;
   }
+  if (!pending) return;
   source->running = true;
   Arm(id, *source, false);
   try {

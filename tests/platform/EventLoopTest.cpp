@@ -51,6 +51,28 @@ TEST(EventLoopTest, ANestedWaitNeverReentersARunningHandler) {
   // piling up would give one per 5 ms.
   EXPECT_GE(slowRuns, 1);
   EXPECT_LE(slowRuns, 4);
+  loop.Remove(slow);
+  loop.Remove(other);
+
+  // Two events ready in one wait, each handler pumping: whichever runs first serves the other
+  // inside its pump, and the outer wait must not run that one a second time.
+  int timerRuns = 0, signalRuns = 0;
+  EventLoop::SourceId timer = 0;
+  timer = loop.AddTimer(1, [&] {
+    ++timerRuns;
+    loop.TimerEnabled(timer, false);
+    loop.Pump();
+  });
+  loop.AddSignal(SIGUSR2, [&] {
+    ++signalRuns;
+    loop.Pump();
+  });
+  loop.TimerEnabled(timer, true);
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  ::kill(::getpid(), SIGUSR2);
+  loop.Pump();
+  EXPECT_EQ(1, timerRuns);
+  EXPECT_EQ(1, signalRuns);
 }
 
 TEST(EventLoopTest, SignalsPostedWorkAndProcessEndsArriveOnTheLoop) {

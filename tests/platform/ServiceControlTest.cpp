@@ -89,6 +89,11 @@ TEST_F(ServiceControlTest, InstallWritesAVerifiedUnitAndEnablesIt) {
             test::ReadFile(dir_ / "calls"));
   EXPECT_FALSE(control.Uninstall());
   EXPECT_EQ("the service is not installed: there is no " + Unit(), control.LastError());
+
+  // The retry of "-setup" stops a running instance first, without waiting for it.
+  control.StopService();
+  EXPECT_TRUE(test::WaitUntil([&] { return test::ReadFile(dir_ / "calls").ends_with("\nstop wtarnwick\n"); }))
+      << test::ReadFile(dir_ / "calls");
 }
 
 TEST_F(ServiceControlTest, InstallFailsCleanlyAndSaysWhy) {
