@@ -250,10 +250,11 @@ std::string ComposeReport(const BackupPlan& plan, const BackupOutcome& outcome, 
   return r;
 }
 
-int RunExecutor(const std::vector<std::string>& args, const ExecutorEnvironment& environment, std::ostream& err) {
+int RunExecutor(const std::vector<std::string>& args, const ExecutorEnvironment& environment, std::ostream& out,
+                std::ostream& err) {
   const std::string option = args.empty() ? "" : args[0];
   if (option == "--help" || option == "-h") {
-    err << kUsage;
+    out << kUsage;
     return 0;
   }
   auto claim = ClaimMarker(environment.applicationFolder);
