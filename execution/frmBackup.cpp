@@ -65,7 +65,9 @@ void frmBackup::DoBackup(const RunningJob& record, const clsJob& job) {
                                 "started. The file DesktopRights.exe appears to be missing. Please reinstall "
                                 "Tarnwick to correct this error.");
       Complete(2, "Unable to launch backup executor.");
-    } else {
+    } else if (!completed_) {
+      // Writing the entry above lets pending events run: a rights launcher that has already
+      // answered may have ended the run, and then there is nothing left to poll for.
       host_.loop.TimerEnabled(tmrPoll_, true);
     }
   } catch (...) {

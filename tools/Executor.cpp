@@ -131,6 +131,17 @@ std::string ComputerName() {
   return name.substr(0, name.find('.'));
 }
 
+// A run that failed after claiming its marker must not leave the status at -2: the service would
+// wait for it until the job's time-out.
+void MarkFailed(const std::string& settingsPath, const std::string& backupLogId) {
+  try {
+    TWSettings settings(settingsPath);
+    if (auto job = settings.General().FindJobByBackupLogId(backupLogId)) job->RunStatus(2);
+  } catch (...) {
+    // The store itself is out of reach; the service's time-out ends the run.
+  }
+}
+
 }  // namespace
 
 BackupOutcome PerformBackup(const BackupPlan& plan, Date start) {
@@ -239,10 +250,11 @@ std::string ComposeReport(const BackupPlan& plan, const BackupOutcome& outcome, 
   return r;
 }
 
-int RunExecutor(const std::vector<std::string>& args, const ExecutorEnvironment& environment, std::ostream& err) {
+int RunExecutor(const std::vector<std::string>& args, const ExecutorEnvironment& environment, std::ostream& out,
+                std::ostream& err) {
   const std::string option = args.empty() ? "" : args[0];
   if (option == "--help" || option == "-h") {
-    err << kUsage;
+    out << kUsage;
     return 0;
   }
   auto claim = ClaimMarker(environment.applicationFolder);
@@ -289,6 +301,7 @@ int RunExecutor(const std::vector<std::string>& args, const ExecutorEnvironment&
     claim->marker->Replace(Utf16FileBytes("Tarnwick backup report\r\nThe backup could not run: " + problem +
                                           "\r\nResult: Backup encountered errors.\r\n"));
     err << "TWExecutor: " << problem << "\n";
+    MarkFailed(environment.settingsPath, claim->backupLogId);
     return 2;
   }
 }

@@ -25,7 +25,8 @@ struct ExecutorEnvironment {
   const Clock& clock;
 };
 
-int RunExecutor(const std::vector<std::string>& args, const ExecutorEnvironment& environment, std::ostream& err);
+int RunExecutor(const std::vector<std::string>& args, const ExecutorEnvironment& environment, std::ostream& out,
+                std::ostream& err);
 
 // One run as the job describes it.
 struct BackupPlan {

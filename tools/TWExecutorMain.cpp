@@ -8,5 +8,6 @@ int main(int argc, char** argv) {
   tw::SystemClock clock;
   const tw::tools::ExecutorEnvironment environment{tw::platform::ApplicationFolder(),
                                                    tw::platform::DefaultSettingsPath(), clock};
-  return tw::tools::RunExecutor(std::vector<std::string>(argv + 1, argv + argc), environment, std::cerr);
+  return tw::tools::RunExecutor(std::vector<std::string>(argv + 1, argv + argc), environment, std::cout,
+                                 std::cerr);
 }

@@ -96,6 +96,12 @@ TEST_F(ProcessShellTest, AsynchronousRunsEndOnTheLoopOrWhenKilled) {
   EXPECT_EQ((std::vector<std::string>{"LoadProg", "ReturnProg 4"}), events_);
   EXPECT_EQ("started\ndone\n", shell_.ConsoleOutput());
 
+  // Watched from the loop, a megabyte is read as it comes and the child never stalls.
+  Script("flood", "head -c 1048576 /dev/zero | tr '\\0' y; exit 6");
+  shell_.AdvShell(dir_ / "flood", "", "", 0, true, true);
+  ASSERT_TRUE(LoopUntil([&] { return !shell_.Busy(); }, 5000));
+  EXPECT_EQ(std::string(1048576, 'y'), shell_.ConsoleOutput());
+
   events_.clear();
   shell_.KillProcess();  // idle: nothing happens
   Script("forever", "echo waiting; exec sleep 60");
