@@ -8,8 +8,11 @@ namespace tw {
 
 std::string BroadcastCommand(const std::string& applicationFolder, const std::string& piece, const std::string& title,
                              const std::string& convertedMessage) {
-  // Nothing is escaped: a double quote in a name or the text ends up as it stands.
-  return applicationFolder + "/twmessage \"" + piece + "\" \" " + title + kBroadcastLineBreak + kBroadcastLineBreak +
+  // Nothing is escaped: a double quote in a name or the text ends up as it stands. Only the
+  // program's own path is quoted, when the application folder has a blank in it.
+  std::string program = applicationFolder + "/twmessage";
+  if (program.find_first_of(" \t") != std::string::npos) program = "\"" + program + "\"";
+  return program + " \"" + piece + "\" \" " + title + kBroadcastLineBreak + kBroadcastLineBreak +
          convertedMessage + "\"";
 }
 

@@ -108,8 +108,9 @@ MailServer MailServerFromSettings(TWSettings& settings) {
   server.sender = mail.SenderAddress();
   server.caFile = store.ReadText("mail.ca_file");
   server.verifyCertificate = store.ReadBool("mail.verify_certificate");
-  server.connectTimeoutSeconds = store.ReadInt("mail.connect_timeout");
-  server.timeoutSeconds = store.ReadInt("mail.timeout");
+  // A zero would mean "wait for ever" to curl: every attempt stays bounded.
+  server.connectTimeoutSeconds = std::max(1, store.ReadInt("mail.connect_timeout"));
+  server.timeoutSeconds = std::max(1, store.ReadInt("mail.timeout"));
   return server;
 }
 

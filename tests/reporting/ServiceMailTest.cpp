@@ -75,6 +75,13 @@ TEST_F(ServiceMailTest, AFailedMailIsSentAgainEveryFifteenMinutesElevenTimes) {
   EXPECT_FALSE(mail_.ResendDue()) << "exactly fifteen minutes later: not yet";
   clock_.Set(failed + 16.0 / 1440);
   EXPECT_TRUE(mail_.ResendDue());
+  // Minute boundaries count, not elapsed seconds: 21:00:59 to 21:15:59 crosses fifteen, to 21:16:00
+  // sixteen.
+  mail_.lastAttempt = failed + 59.0 / 86400;
+  clock_.Set(failed + (15 * 60 + 59.0) / 86400);
+  EXPECT_FALSE(mail_.ResendDue());
+  clock_.Set(failed + 16.0 / 1440);
+  EXPECT_TRUE(mail_.ResendDue()) << "fifteen minutes and one second later, the sixteenth minute has begun";
   for (int retry = 1; retry <= 11; ++retry) {
     ASSERT_TRUE(mail_.ResendDue()) << retry;
     mail_.ResendMail();
@@ -183,6 +190,7 @@ TEST_F(ServiceMailTest, AMediaReminderBroadcastsThenMails) {
 
 TEST_F(ServiceMailTest, AReminderTestAnswersTheConsoleLineByLine) {
   auto console = settings_.General().Console();
+  console.TestFinished(true);
   mail_.ReminderTest(job_);
   EXPECT_EQ((std::vector<std::string>{"Sending reminders...",
                                       "RESULT: Error - no reminder tasks were selected. Please check your notification "
