@@ -93,7 +93,7 @@ TEST_F(MailerTest, StartTlsAndImplicitTlsWithAuthentication) {
     UseServer(server.Port(), "starttls");
     EXPECT_EQ(std::nullopt, SendAndWait("Over STARTTLS", "body", mailtype::kReminder));
     ASSERT_EQ(1, server.Count());
-    EXPECT_NE(std::string::npos, server.Envelope(1).find("tls yes"));
+    EXPECT_NE(std::string::npos, server.Envelope(1).find("auth backup\ntls yes"));
 
     settings_.Store().WriteText("mail.password", "wrong-password");
     const auto refused = SendAndWait("Wrong password", "body", mailtype::kReminder);
@@ -113,7 +113,8 @@ TEST_F(MailerTest, StartTlsAndImplicitTlsWithAuthentication) {
                              "backup", "--password", "s3cret!"});
   UseServer(implicit.Port(), "tls");
   EXPECT_EQ(std::nullopt, SendAndWait("Over TLS", "body", mailtype::kReminder));
-  EXPECT_EQ(1, implicit.Count());
+  ASSERT_EQ(1, implicit.Count());
+  EXPECT_NE(std::string::npos, implicit.Envelope(1).find("auth backup\n")) << implicit.Envelope(1);
 }
 
 TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
