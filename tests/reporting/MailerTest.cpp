@@ -53,11 +53,14 @@ TEST_F(MailerTest, AMessageArrivesWithSubjectBodyAndAttachmentIntact) {
   test::SmtpServer server;
   UseServer(server.Port());
   test::WriteFile(dir_ / "shot.png", std::string("\x89PNG\r\n\x1a\n", 8) + std::string(3000, '\x7f'));
-  EXPECT_EQ(std::nullopt, SendAndWait("Sauvegarde réussie: Nightly ✓", "Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend",
+  // Long enough for several encoded words, with characters of two and three bytes at their seams.
+  const std::string subject = "Sauvegarde réussie: Nightly ✓ — serveur «Comptabilité» ✓✓✓✓✓✓✓✓ terminé";
+  EXPECT_EQ(std::nullopt, SendAndWait(subject, "Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend",
                                       mailtype::kFailureReport, dir_ / "shot.png"));
   ASSERT_EQ(1, server.Count());
   const Json mail = Json::parse(server.Read(1));
-  EXPECT_EQ("Sauvegarde réussie: Nightly ✓", mail["subject"]);
+  EXPECT_EQ(subject, mail["subject"]);
+  EXPECT_LE(mail["longest_line"].get<int>(), 78) << "headers folded, encoded words short";
   EXPECT_EQ("Tarnwick <tarnwick@server1.example.org>", mail["from"]);
   EXPECT_EQ("failures@example.org", mail["to"]) << "the failure list for a failure report";
   EXPECT_EQ("Mon, 23 Nov 2026 21:00:00 +0000", mail["date"]);
