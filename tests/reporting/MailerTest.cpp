@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "platform/EventLoop.h"
@@ -158,6 +159,19 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   EXPECT_LT(took, std::chrono::seconds(10));
   EXPECT_GE(ticks, 20) << "the service thread was never blocked";
   EXPECT_EQ(0u, mailer_.InFlight());
+
+  // Shutting down abandons a hanging transfer instead of waiting out its time-out.
+  settings_.Store().WriteInt("mail.timeout", 60);
+  auto stopping = std::make_unique<Mailer>(settings_, loop_, clock_, dir_ / "Mail");
+  bool reported = false;
+  stopping->Send("Stopped", "body", mailtype::kReminder, "", [&] { reported = true; },
+                 [&](const std::string&) { reported = true; });
+  loop_.Sleep(300);
+  const auto stop = std::chrono::steady_clock::now();
+  stopping.reset();
+  EXPECT_LT(std::chrono::steady_clock::now() - stop, std::chrono::seconds(5));
+  loop_.Sleep(50);
+  EXPECT_FALSE(reported) << "no outcome after the Mailer has gone";
 }
 
 }  // namespace
