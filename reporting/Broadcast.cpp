@@ -1,5 +1,7 @@
 #include "reporting/Broadcast.h"
 
+#include <vector>
+
 #include "common/CommandLine.h"
 #include "common/Strings.h"
 #include "platform/Process.h"
@@ -21,7 +23,9 @@ void Broadcast(ExecutionHost& host, const std::string& recipients, const std::st
   host.logging.Logs().AddLogSimple(3, "Sending net message",
                                    "Recipients: " + recipients + "\r\nTitle: " + title + "\r\nMessage: " + converted, 0,
                                    "");
-  for (const auto& piece : Split(recipients, ';')) {
+  // An empty list holds no piece at all, not one empty name.
+  const std::vector<std::string> pieces = recipients.empty() ? std::vector<std::string>{} : Split(recipients, ';');
+  for (const auto& piece : pieces) {
     try {
       const std::string command = BroadcastCommand(host.applicationFolder, piece, title, converted);
       host.logging.Logs().AddLogSimple(3, "Broadcasting network message", "Executing the broadcast:\r\n\r\n" + command,

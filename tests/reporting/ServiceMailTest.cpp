@@ -176,7 +176,12 @@ TEST_F(ServiceMailTest, AMediaReminderBroadcastsThenMails) {
             entries[2].Message);
 
   // With e-mail switched off only the broadcast goes; a maintenance mail does not ask that switch.
+  // An empty broadcast list is logged and reaches nobody.
   settings_.General().MailSettings().EmailEnabled(false);
+  settings_.General().Options().BroadcastRecipients("");
+  mail_.MediaReminder(job_);
+  logs_.GetLastLogs(1, entries);
+  EXPECT_EQ("Sending net message", entries[0].Title);
   job_.JobNotification().MaintenanceEmailEnabled(true);
   job_.JobNotification().MaintenanceSubject("Clean the drive");
   job_.JobNotification().MaintenanceBody("Line 1\r\nLine 2");
