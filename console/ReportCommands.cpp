@@ -1,6 +1,7 @@
 #include "console/ReportCommands.h"
 
 #include <filesystem>
+#include <random>
 
 #include "common/Error.h"
 #include "common/Strings.h"
@@ -100,7 +101,9 @@ int MailTest(TWSettings& settings, const ConsoleEnvironment& environment, const 
                       std::string("This is a test e-mail sent with twctl on ") + host +
                           ".\r\nIf you can read it, Tarnwick can send its reports and reminders.\r\n",
                       ""};
-  const std::string mime = ComposeMime(message, clock.Now(), FormatStamp(clock.Now()) + ".twctl@" + host,
+  // Two tests within one second still get Message-IDs of their own.
+  const std::string unique = std::to_string(std::random_device{}());
+  const std::string mime = ComposeMime(message, clock.Now(), FormatStamp(clock.Now()) + ".twctl." + unique + "@" + host,
                                        "=_Tarnwick_twctl");
   const SendOutcome outcome = SendMail(server, recipients, mime);
   const std::string where = (server.security == "tls" ? "smtps://" : "smtp://") + server.host + ":" +

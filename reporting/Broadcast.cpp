@@ -1,5 +1,7 @@
 #include "reporting/Broadcast.h"
 
+#include <vector>
+
 #include "common/CommandLine.h"
 #include "common/Strings.h"
 #include "platform/Process.h"
@@ -8,8 +10,11 @@ namespace tw {
 
 std::string BroadcastCommand(const std::string& applicationFolder, const std::string& piece, const std::string& title,
                              const std::string& convertedMessage) {
-  // Nothing is escaped: a double quote in a name or the text ends up as it stands.
-  return applicationFolder + "/twmessage \"" + piece + "\" \" " + title + kBroadcastLineBreak + kBroadcastLineBreak +
+  // Nothing is escaped: a double quote in a name or the text ends up as it stands. Only the
+  // program's own path is quoted, when the application folder has a blank in it.
+  std::string program = applicationFolder + "/twmessage";
+  if (program.find_first_of(" \t") != std::string::npos) program = "\"" + program + "\"";
+  return program + " \"" + piece + "\" \" " + title + kBroadcastLineBreak + kBroadcastLineBreak +
          convertedMessage + "\"";
 }
 
@@ -18,7 +23,9 @@ void Broadcast(ExecutionHost& host, const std::string& recipients, const std::st
   host.logging.Logs().AddLogSimple(3, "Sending net message",
                                    "Recipients: " + recipients + "\r\nTitle: " + title + "\r\nMessage: " + converted, 0,
                                    "");
-  for (const auto& piece : Split(recipients, ';')) {
+  // An empty list holds no piece at all, not one empty name.
+  const std::vector<std::string> pieces = recipients.empty() ? std::vector<std::string>{} : Split(recipients, ';');
+  for (const auto& piece : pieces) {
     try {
       const std::string command = BroadcastCommand(host.applicationFolder, piece, title, converted);
       host.logging.Logs().AddLogSimple(3, "Broadcasting network message", "Executing the broadcast:\r\n\r\n" + command,

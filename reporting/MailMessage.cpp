@@ -1,5 +1,6 @@
 #include "reporting/MailMessage.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -19,10 +20,21 @@ bool IsPlainAscii(const std::string& text) {
   return true;
 }
 
-// RFC 2047 encoding of a header value that is not plain ASCII.
+// RFC 2047 encoding of a header value that is not plain ASCII. Header lines should stay within 78
+// characters, so the text goes in pieces of up to 39 bytes (52 in base64), cut only between UTF-8
+// characters, one encoded word on each folded line.
 std::string HeaderText(const std::string& text) {
   if (IsPlainAscii(text)) return text;
-  return "=?UTF-8?B?" + Base64(text) + "?=";
+  constexpr size_t kPieceBytes = 39;
+  std::string words;
+  for (size_t start = 0; start < text.size();) {
+    size_t end = std::min(text.size(), start + kPieceBytes);
+    while (end < text.size() && end > start + 1 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+    if (!words.empty()) words += "\r\n ";
+    words += "=?UTF-8?B?" + Base64(text.substr(start, end - start)) + "?=";
+    start = end;
+  }
+  return words;
 }
 
 // Base64 in lines of 76 characters, as MIME wants them.

@@ -69,6 +69,11 @@ int OnDebug(CURL*, curl_infotype type, char* data, size_t size, void* user) {
   return 0;
 }
 
+// Asked by curl about once a second, also while it waits for the server: non-zero abandons.
+int OnProgress(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+  return static_cast<const std::atomic<bool>*>(user)->load() ? 0 : 1;
+}
+
 struct Upload {
   const std::string& data;
   size_t position = 0;
@@ -108,8 +113,9 @@ MailServer MailServerFromSettings(TWSettings& settings) {
   server.sender = mail.SenderAddress();
   server.caFile = store.ReadText("mail.ca_file");
   server.verifyCertificate = store.ReadBool("mail.verify_certificate");
-  server.connectTimeoutSeconds = store.ReadInt("mail.connect_timeout");
-  server.timeoutSeconds = store.ReadInt("mail.timeout");
+  // A zero would mean "wait for ever" to curl: every attempt stays bounded.
+  server.connectTimeoutSeconds = std::max(1, store.ReadInt("mail.connect_timeout"));
+  server.timeoutSeconds = std::max(1, store.ReadInt("mail.timeout"));
   return server;
 }
 
@@ -126,7 +132,8 @@ std::string SenderAddress(const MailServer& server) {
   return server.sender.empty() ? "tarnwick@" + HostName() : server.sender;
 }
 
-SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& recipients, const std::string& mime) {
+SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& recipients, const std::string& mime,
+                     const std::atomic<bool>* keepGoing) {
   InitialiseCurl();
   SendOutcome outcome;
   const std::string url = (server.security == "tls" ? "smtps://" : "smtp://") + server.host + ":" +
@@ -172,6 +179,11 @@ SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& r
   curl_easy_setopt(curl.easy, CURLOPT_TIMEOUT, static_cast<long>(server.timeoutSeconds));
   curl_easy_setopt(curl.easy, CURLOPT_NOSIGNAL, 1L);  // time-outs without signals: we run on a thread
   curl_easy_setopt(curl.easy, CURLOPT_ERRORBUFFER, errorText);
+  if (keepGoing != nullptr) {
+    curl_easy_setopt(curl.easy, CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(curl.easy, CURLOPT_XFERINFOFUNCTION, OnProgress);
+    curl_easy_setopt(curl.easy, CURLOPT_XFERINFODATA, keepGoing);
+  }
   curl_easy_setopt(curl.easy, CURLOPT_VERBOSE, 1L);
   curl_easy_setopt(curl.easy, CURLOPT_DEBUGFUNCTION, OnDebug);
   curl_easy_setopt(curl.easy, CURLOPT_DEBUGDATA, &transcript);
@@ -218,7 +230,7 @@ void Mailer::Send(const std::string& subject, const std::string& body, int32_t m
   auto transfer = transfers_.emplace(transfers_.end());
   auto alive = alive_;
   *transfer = std::thread([this, transfer, alive, server, recipients, mime, early, onSuccess, onFailure] {
-    const SendOutcome outcome = early.error.empty() ? SendMail(server, recipients, mime) : early;
+    const SendOutcome outcome = early.error.empty() ? SendMail(server, recipients, mime, alive.get()) : early;
     loop_.Post([this, transfer, alive, outcome, onSuccess, onFailure] {
       if (*alive) Report(transfer, outcome, onSuccess, onFailure);
     });

@@ -4,6 +4,7 @@
 // thread of its own and its outcome comes back on the event loop; every attempt is bounded by a
 // connect and an overall time-out. When an attempt fails, the conversation with the server, the
 // credentials removed, is written to a transcript file whose path the failure carries.
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -51,8 +52,10 @@ std::vector<std::string> RecipientsFor(TWSettings& settings, int32_t mailType);
 // The sender address, "tarnwick@<host name>" when none is set.
 std::string SenderAddress(const MailServer& server);
 
-// Sends `mime` to `recipients` and waits for the server: for a worker thread or the console.
-SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& recipients, const std::string& mime);
+// Sends `mime` to `recipients` and waits for the server: for a worker thread or the console. When
+// `keepGoing` is given and turns false, the attempt is abandoned within about a second.
+SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& recipients, const std::string& mime,
+                     const std::atomic<bool>* keepGoing = nullptr);
 
 class Mailer {
  public:
@@ -61,7 +64,8 @@ class Mailer {
 
   // Transcripts of failed attempts go into `transcriptFolder` (the newest hundred are kept).
   Mailer(TWSettings& settings, platform::EventLoop& loop, const Clock& clock, std::string transcriptFolder);
-  // Waits for the transfers still under way; each ends within its time-outs.
+  // Abandons the transfers still under way and waits for them to end (about a second), without
+  // reporting their outcome.
   ~Mailer();
   Mailer(const Mailer&) = delete;
   Mailer& operator=(const Mailer&) = delete;
@@ -83,7 +87,7 @@ class Mailer {
   const Clock& clock_;
   std::string transcriptFolder_;
   std::list<std::thread> transfers_;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
   uint64_t sequence_ = 0;
 };
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "platform/EventLoop.h"
@@ -53,11 +54,14 @@ TEST_F(MailerTest, AMessageArrivesWithSubjectBodyAndAttachmentIntact) {
   test::SmtpServer server;
   UseServer(server.Port());
   test::WriteFile(dir_ / "shot.png", std::string("\x89PNG\r\n\x1a\n", 8) + std::string(3000, '\x7f'));
-  EXPECT_EQ(std::nullopt, SendAndWait("Sauvegarde réussie: Nightly ✓", "Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend",
+  // Long enough for several encoded words, with characters of two and three bytes at their seams.
+  const std::string subject = "Sauvegarde réussie: Nightly ✓ — serveur «Comptabilité» ✓✓✓✓✓✓✓✓ terminé";
+  EXPECT_EQ(std::nullopt, SendAndWait(subject, "Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend",
                                       mailtype::kFailureReport, dir_ / "shot.png"));
   ASSERT_EQ(1, server.Count());
   const Json mail = Json::parse(server.Read(1));
-  EXPECT_EQ("Sauvegarde réussie: Nightly ✓", mail["subject"]);
+  EXPECT_EQ(subject, mail["subject"]);
+  EXPECT_LE(mail["longest_line"].get<int>(), 78) << "headers folded, encoded words short";
   EXPECT_EQ("Tarnwick <tarnwick@server1.example.org>", mail["from"]);
   EXPECT_EQ("failures@example.org", mail["to"]) << "the failure list for a failure report";
   EXPECT_EQ("Mon, 23 Nov 2026 21:00:00 +0000", mail["date"]);
@@ -93,7 +97,7 @@ TEST_F(MailerTest, StartTlsAndImplicitTlsWithAuthentication) {
     UseServer(server.Port(), "starttls");
     EXPECT_EQ(std::nullopt, SendAndWait("Over STARTTLS", "body", mailtype::kReminder));
     ASSERT_EQ(1, server.Count());
-    EXPECT_NE(std::string::npos, server.Envelope(1).find("tls yes"));
+    EXPECT_NE(std::string::npos, server.Envelope(1).find("auth backup\ntls yes"));
 
     settings_.Store().WriteText("mail.password", "wrong-password");
     const auto refused = SendAndWait("Wrong password", "body", mailtype::kReminder);
@@ -113,7 +117,8 @@ TEST_F(MailerTest, StartTlsAndImplicitTlsWithAuthentication) {
                              "backup", "--password", "s3cret!"});
   UseServer(implicit.Port(), "tls");
   EXPECT_EQ(std::nullopt, SendAndWait("Over TLS", "body", mailtype::kReminder));
-  EXPECT_EQ(1, implicit.Count());
+  ASSERT_EQ(1, implicit.Count());
+  EXPECT_NE(std::string::npos, implicit.Envelope(1).find("auth backup\n")) << implicit.Envelope(1);
 }
 
 TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
@@ -154,6 +159,19 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   EXPECT_LT(took, std::chrono::seconds(10));
   EXPECT_GE(ticks, 20) << "the service thread was never blocked";
   EXPECT_EQ(0u, mailer_.InFlight());
+
+  // Shutting down abandons a hanging transfer instead of waiting out its time-out.
+  settings_.Store().WriteInt("mail.timeout", 60);
+  auto stopping = std::make_unique<Mailer>(settings_, loop_, clock_, dir_ / "Mail");
+  bool reported = false;
+  stopping->Send("Stopped", "body", mailtype::kReminder, "", [&] { reported = true; },
+                 [&](const std::string&) { reported = true; });
+  loop_.Sleep(300);
+  const auto stop = std::chrono::steady_clock::now();
+  stopping.reset();
+  EXPECT_LT(std::chrono::steady_clock::now() - stop, std::chrono::seconds(5));
+  loop_.Sleep(50);
+  EXPECT_FALSE(reported) << "no outcome after the Mailer has gone";
 }
 
 }  // namespace

@@ -75,6 +75,13 @@ TEST_F(ServiceMailTest, AFailedMailIsSentAgainEveryFifteenMinutesElevenTimes) {
   EXPECT_FALSE(mail_.ResendDue()) << "exactly fifteen minutes later: not yet";
   clock_.Set(failed + 16.0 / 1440);
   EXPECT_TRUE(mail_.ResendDue());
+  // Minute boundaries count, not elapsed seconds: 21:00:59 to 21:15:59 crosses fifteen, to 21:16:00
+  // sixteen.
+  mail_.lastAttempt = failed + 59.0 / 86400;
+  clock_.Set(failed + (15 * 60 + 59.0) / 86400);
+  EXPECT_FALSE(mail_.ResendDue());
+  clock_.Set(failed + 16.0 / 1440);
+  EXPECT_TRUE(mail_.ResendDue()) << "fifteen minutes and one second later, the sixteenth minute has begun";
   for (int retry = 1; retry <= 11; ++retry) {
     ASSERT_TRUE(mail_.ResendDue()) << retry;
     mail_.ResendMail();
@@ -169,7 +176,12 @@ TEST_F(ServiceMailTest, AMediaReminderBroadcastsThenMails) {
             entries[2].Message);
 
   // With e-mail switched off only the broadcast goes; a maintenance mail does not ask that switch.
+  // An empty broadcast list is logged and reaches nobody.
   settings_.General().MailSettings().EmailEnabled(false);
+  settings_.General().Options().BroadcastRecipients("");
+  mail_.MediaReminder(job_);
+  logs_.GetLastLogs(1, entries);
+  EXPECT_EQ("Sending net message", entries[0].Title);
   job_.JobNotification().MaintenanceEmailEnabled(true);
   job_.JobNotification().MaintenanceSubject("Clean the drive");
   job_.JobNotification().MaintenanceBody("Line 1\r\nLine 2");
@@ -183,6 +195,7 @@ TEST_F(ServiceMailTest, AMediaReminderBroadcastsThenMails) {
 
 TEST_F(ServiceMailTest, AReminderTestAnswersTheConsoleLineByLine) {
   auto console = settings_.General().Console();
+  console.TestFinished(true);
   mail_.ReminderTest(job_);
   EXPECT_EQ((std::vector<std::string>{"Sending reminders...",
                                       "RESULT: Error - no reminder tasks were selected. Please check your notification "

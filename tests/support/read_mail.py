@@ -6,9 +6,11 @@ import json
 import sys
 
 with open(sys.argv[1], "rb") as source:
-    message = email.message_from_binary_file(source, policy=email.policy.default)
+    raw = source.read()
+message = email.message_from_bytes(raw, policy=email.policy.default)
 result = {"subject": message["subject"], "from": message["from"], "to": message["to"],
-          "date": message["date"], "message_id": message["message-id"], "body": "", "attachments": []}
+          "date": message["date"], "message_id": message["message-id"], "body": "", "attachments": [],
+          "longest_line": max(len(line) for line in raw.split(b"\r\n"))}
 for part in message.walk():
     if part.is_multipart():
         continue

@@ -34,10 +34,9 @@ class Store:
         with open(base + ".eml", "wb") as message:
             message.write(envelope.original_content)
         with open(base + ".env", "w") as env:
+            login = session.auth_data.login.decode() if isinstance(session.auth_data, LoginPassword) else None
             env.write("from %s\nto %s\nauth %s\ntls %s\n" % (
-                envelope.mail_from, " ".join(envelope.rcpt_tos),
-                getattr(session, "login_data", None) and session.login_data,
-                "yes" if session.ssl else "no"))
+                envelope.mail_from, " ".join(envelope.rcpt_tos), login, "yes" if session.ssl else "no"))
         return "250 Message accepted for delivery"
 
 
@@ -45,7 +44,7 @@ def authenticator(user, password):
     def check(server, session, envelope, mechanism, auth_data):
         if isinstance(auth_data, LoginPassword) and auth_data.login.decode() == user \
                 and auth_data.password.decode() == password:
-            return AuthResult(success=True)
+            return AuthResult(success=True, auth_data=auth_data)
         return AuthResult(success=False, handled=False)
     return check
 
@@ -91,7 +90,10 @@ def main():
         context.load_cert_chain(args.cert, args.key)
     options = {}
     if args.user:
-        options.update(authenticator=authenticator(args.user, args.password), auth_require_tls=bool(args.cert))
+        # AUTH is demanded, so a message that arrives proves the client logged in; implicit TLS is
+        # encrypted from the start.
+        options.update(authenticator=authenticator(args.user, args.password), auth_required=True,
+                       auth_require_tls=bool(args.cert) and not args.implicit_tls)
     if context and args.implicit_tls:
         controller = Controller(Store(args.maildir, args.reject), hostname="127.0.0.1", port=port,
                                 ssl_context=context, server_kwargs=options)
