@@ -267,12 +267,13 @@ void frmService::AdoptRunsInProgress() {
          it.increment(error)) {
       const std::string name = it->path().filename().string();
       if (name.size() <= 14 || name.rfind("BackupLog-", 0) != 0 || name.substr(name.size() - 4) != ".txt") continue;
-      // A marker nobody claimed (no more than its byte-order mark) belongs to a run that never
-      // began; the next run of that job replaces it.
-      std::error_code sizeError;
-      if (std::filesystem::file_size(it->path(), sizeError) <= 2) continue;
       auto job = general.FindJobByBackupLogId(name.substr(10, name.size() - 14));
       if (!job) continue;
+      // An executor marks its job -2 when it claims the marker and fills the marker when it ends.
+      // A marker that is neither claimed nor filled (no more than its byte-order mark) belongs to
+      // a run that never began; the next run of that job replaces it.
+      std::error_code sizeError;
+      if (std::filesystem::file_size(it->path(), sizeError) <= 2 && job->RunStatus() != -2) continue;
       std::shared_ptr<frmBackup> slot = TakeFreeSlot();
       if (!slot) return;
       const RunningJob record = jobManager_->AddJob(*job);
