@@ -12,6 +12,7 @@
 #include "scheduling/Occurrence.h"
 #include "scheduling/OccurrenceBuilder.h"
 #include "scheduling/Schemes.h"
+#include "scheduling/UpcomingRuns.h"
 #include "settings/StatusText.h"
 
 namespace tw::console {
@@ -411,39 +412,28 @@ int JobRemove(TWSettings& settings, const std::string& name, std::ostream& out) 
 int JobPreview(TWSettings& settings, const std::string& name, int days, bool json, const Clock& clock,
                std::ostream& out) {
   clsJob job = RequireJob(settings, name);
-  std::unique_ptr<IScheme> scheme;
+  std::vector<UpcomingRun> runs;
   try {
-    scheme = SchemeRegistry::BuiltIn().Create(job.SchemeProgId());
+    runs = UpcomingRuns(job, clock.Now(), days);
   } catch (const TWError& e) {
     throw Failure(e.Description + " in job " + job.Name() + " ('twctl schemes' lists the known ones)");
   }
-  scheme->AttachJob(job);
-  const Date scheduledTime = TimeOfDay(job.ScheduledTime());
-  const Date now = clock.Now();
-  Date firstRun = DateOnly(now) + scheduledTime;
-  if (firstRun < now) firstRun += 1;
   const bool suspended = job.Suspended();
-
   Json list = Json::array();
   std::vector<std::vector<std::string>> rows = {{"STARTS", "RUN DATE", "RUNS", "LABEL", "METHOD", "MODE"}};
   static const char* const kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-  for (int i = 0; i < days; ++i) {
-    const Date starts = firstRun + i;
-    const Date runDate = clsDueChecks::RunDateFor(scheduledTime, starts);
-    const bool runs = !suspended && scheme->ScheduledRun(runDate) != 0;
-    const std::string label = scheme->MediaLabel(runDate);
-    const std::string method = MethodName(scheme->BackupMethod(runDate));
-    const std::string mode = ModeName(scheme->BackupMode(runDate));
-    const std::string startsText = std::string(kDays[Weekday(starts) - 1]) + " " + IsoText(starts).substr(0, 16);
-    const std::string runDateText = IsoText(runDate).substr(0, 10);
-    list.push_back({{"starts", IsoText(starts).substr(0, 16)},
-                    {"run_date", runDateText},
-                    {"runs", runs},
-                    {"label", label},
-                    {"method", method},
-                    {"mode", mode}});
-    rows.push_back({startsText, runDateText, runs ? "yes" : (suspended ? "no (suspended)" : "no"), label, method,
-                    mode});
+  for (const auto& run : runs) {
+    const std::string starts = IsoText(run.starts).substr(0, 16);
+    const std::string runDate = IsoText(run.runDate).substr(0, 10);
+    list.push_back({{"starts", starts},
+                    {"run_date", runDate},
+                    {"runs", run.runs},
+                    {"label", run.media.Label},
+                    {"method", MethodName(run.media.Method)},
+                    {"mode", ModeName(run.media.Mode)}});
+    rows.push_back({std::string(kDays[Weekday(run.starts) - 1]) + " " + starts, runDate,
+                    run.runs ? "yes" : (suspended ? "no (suspended)" : "no"), run.media.Label,
+                    MethodName(run.media.Method), ModeName(run.media.Mode)});
   }
   if (json) {
     out << list.dump(2) << "\n";

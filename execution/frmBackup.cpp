@@ -75,6 +75,18 @@ void frmBackup::DoBackup(const RunningJob& record, const clsJob& job) {
   }
 }
 
+void frmBackup::Adopt(const RunningJob& record, const clsJob& job) {
+  try {
+    record_ = record;
+    job_ = job;
+    completed_ = false;
+    backupLogPath_ = host_.applicationFolder + "/BackupLog-" + job_->BackupLogId() + ".txt";
+    host_.loop.TimerEnabled(tmrPoll_, true);
+  } catch (...) {
+    host_.logging.ReportInternalError("20100", CurrentError("TWService"));
+  }
+}
+
 void frmBackup::mobjAdvShell_ReturnProg(int32_t exitCode) {
   try {
     if (exitCode == -1) {

@@ -28,6 +28,10 @@ class frmBackup {
 
   // Starts the run of `job` described by `record` and returns at once.
   void DoBackup(const RunningJob& record, const clsJob& job);
+  // Watches a run that is already under way (its marker in place, begun before the service last
+  // stopped) until it ends, as for a run this form started.
+  void Adopt(const RunningJob& record, const clsJob& job);
+  const RunningJob& Record() const { return record_; }
 
   // Raised once per run, with the record's end time, status and report filled in. Its handler
   // must not destroy this form in the same call; release it from the event loop afterwards.

@@ -13,7 +13,13 @@ ServiceHost::ServiceHost(const std::string& folder, const std::string& settingsP
       settings(settingsPath),
       logs(folder, settings, clock, pump),
       logging(logs, settings, pump),
-      appLog(clock) {
+      appLog(clock),
+      execution{folder, settings, logging, clock, loop, pump},
+      checks(clock, logging),
+      reports(folder, settings, clock),
+      mailer(settings, loop, clock, folder + "/Mail"),
+      mail(execution, mailer, checks),
+      recovery(execution) {
   // The last resort: an error that escapes a handler is logged, and the loop carries on.
   loop.OnHandlerError([this](const std::string& description) {
     logs.AddLogSimple(2, "Unexpected error in TWService", "Details: " + description, 0, "");

@@ -1,15 +1,22 @@
 #pragma once
 // What every part of the running service shares, made once at start-up and kept for the life of
-// the process: the clock, the event loop, the settings store, the application log and the
-// reporting helpers.
+// the process: the clock, the event loop, the settings store, the application log, the reporting
+// helpers, the due checks, the report logs, the Mailer and the mail state, and hung-process
+// recovery.
 #include <string>
 
 #include "common/Clock.h"
 #include "common/EventPump.h"
+#include "execution/ExecutionHost.h"
+#include "execution/HungProcessRecovery.h"
 #include "logging/clsLogs.h"
 #include "logging/modAppLog.h"
 #include "logging/modLogging.h"
 #include "platform/EventLoop.h"
+#include "reporting/Mailer.h"
+#include "reporting/ServiceMail.h"
+#include "reporting/clsReportLogs.h"
+#include "scheduling/DueChecks.h"
 #include "settings/TWSettings.h"
 
 namespace tw {
@@ -28,6 +35,12 @@ class ServiceHost {
   clsLogs logs;
   modLogging logging;
   modAppLog appLog;
+  ExecutionHost execution;
+  clsDueChecks checks;
+  clsReportLogs reports;
+  Mailer mailer;
+  ServiceMail mail;
+  HungProcessRecovery recovery;
 };
 
 }  // namespace tw

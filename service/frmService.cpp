@@ -56,7 +56,7 @@ frmService::frmService(ServiceHost& host, platform::IServiceControl& control, II
       control_(control),
       dialog_(dialog),
       err_(err) {
-  tmrPoll_ = host_.loop.AddTimer(kPollIntervalMs, [this] { PollTick(); });
+  tmrPoll_ = host_.loop.AddTimer(kPollIntervalMs, [this] { tmrPoll_Timer(); });
 }
 
 frmService::~frmService() { host_.loop.Remove(tmrPoll_); }
@@ -190,6 +190,7 @@ int frmService::RunService(bool debug) {
 
 void frmService::ServiceStart(bool& success) {
   RunServiceEvent(host_.logging, kStart, [this] { host_.loop.TimerEnabled(tmrPoll_, true); }, success);
+  AdoptRunsInProgress();
 }
 
 void frmService::ServiceStop(bool& success) {
@@ -206,9 +207,5 @@ void frmService::ServiceContinue(bool& success) {
 }
 
 bool frmService::PollTimerEnabled() const { return host_.loop.TimerEnabled(tmrPoll_); }
-
-void frmService::PollTick() {
-  // The poll loop's work arrives with job launch and completion handling.
-}
 
 }  // namespace tw

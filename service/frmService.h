@@ -8,14 +8,13 @@
 #include <ostream>
 #include <string>
 
+#include "execution/frmBackup.h"
 #include "platform/ServiceControl.h"
 #include "scheduling/clsCurrentJobManager.h"
 #include "service/InstallDialog.h"
 #include "service/ServiceHost.h"
 
 namespace tw {
-
-class frmBackup;
 
 // The texts of one service event and what it does to the poll timer.
 struct ServiceEventTexts {
@@ -53,13 +52,48 @@ class frmService {
   bool PollTimerEnabled() const;
   clsCurrentJobManager& JobManager() { return *jobManager_; }
 
+  // The poll timer's tick: at most one console request, else the job walk; then the time-out
+  // check, or a pending e-mail re-send. Location code 20000.
+  void tmrPoll_Timer();
+
+  // Launching a job into the lowest free slot. With all ten slots busy the launch fails under its
+  // location code: 20008, 20007, 20007b.
+  void TestLaunch(clsJob job);
+  void ScheduledLaunch(clsJob job);
+  void RunNowLaunch(clsJob job);
+
+  // A run has ended: the outcome reported in every way the settings ask for, and the run removed
+  // from the registry. Location code 20012.
+  void CompletionHandling(const RunningJob& record);
+
+  // Looks for earlier executors by `processArgument` and kills them, photographing the desktop.
+  bool KillPreviousBackup(const std::string& processArgument);
+  // Photographs the desktop; remembered for the report of a timed-out run.
+  std::string CaptureScreenshot();
+
+  // Picks up runs begun before the service last stopped: their markers are still in the
+  // application folder; each is watched in a slot until it ends, and reported then.
+  void AdoptRunsInProgress();
+
+  const std::shared_ptr<frmBackup>& Slot(size_t index) const { return objBackup_.at(index); }
+  bool TestRun() const { return testRun_; }
+
  private:
+  enum class LaunchKind { Test, Scheduled, RunNow };
+  void Launch(clsJob job, LaunchKind kind);
+  // The lowest empty slot, filled with a new launcher; null when all ten are busy.
+  std::shared_ptr<frmBackup> TakeFreeSlot();
+  void objBackup_BackupComplete(size_t slot, const RunningJob& record);
+  // Empties the slot that holds `form`; the form is destroyed from the loop, after the call that
+  // is running now has returned.
+  void ReleaseSlot(size_t slot);
+  void ReleaseSlotOf(const RunningJob& record);
+
   int InstallationDialog();
   int Setup(const std::string& accountText);
   int Uninstall(bool quietly);
   int RunService(bool debug);
   void RecordInstalled(bool installed);
-  void PollTick();
 
   std::unique_ptr<clsCurrentJobManager> jobManager_;  // made before anything else
   ServiceHost& host_;
@@ -70,6 +104,9 @@ class frmService {
   // The ten job slots objBackup0 .. objBackup9; empty until a job is launched into one.
   std::array<std::shared_ptr<frmBackup>, 10> objBackup_;
   platform::EventLoop::SourceId tmrPoll_;
+  bool testRun_ = false;          // set by the test launch, cleared by the run's completion
+  bool screenshotTaken_ = false;  // set by the last screenshot
+  std::string screenshotPath_;
 };
 
 }  // namespace tw

@@ -68,9 +68,18 @@ CREATE TABLE console_answers (
 );
 )sql";
 
+// Version 2: the media values of the run being launched, for the executor, and its start.
+const char* const kSchemaV2 = R"sql(
+ALTER TABLE jobs ADD COLUMN run_tape_label TEXT NOT NULL DEFAULT '';
+ALTER TABLE jobs ADD COLUMN run_backup_method INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE jobs ADD COLUMN run_backup_mode INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE jobs ADD COLUMN run_eject INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE jobs ADD COLUMN run_start_time REAL NOT NULL DEFAULT 0;
+)sql";
+
 // Migration N brings a file from schema N-1 to N.
 const std::vector<const char*>& Migrations() {
-  static const std::vector<const char*> migrations = {kSchemaV1};
+  static const std::vector<const char*> migrations = {kSchemaV1, kSchemaV2};
   return migrations;
 }
 
@@ -115,6 +124,11 @@ const JobColumn& ColumnOf(JobField field) {
       Column("maintenance_body", K::Text),
       Column("maintenance_occurrence", K::Text),
       Column("maintenance_last_fired", K::Date),
+      Column("run_tape_label", K::Text),
+      Column("run_backup_method", K::Integer),
+      Column("run_backup_mode", K::Integer),
+      Column("run_eject", K::Boolean),
+      Column("run_start_time", K::Date),
   };
   return columns.at(static_cast<size_t>(field));
 }
@@ -352,6 +366,16 @@ void SettingsStore::WriteInt(std::string_view key, int32_t value) {
 void SettingsStore::WriteDate(std::string_view key, Date value) {
   KeyOfKind(key, ValueKind::Date);
   Open(true)->Prepare(kUpsert).BindText(1, key).BindReal(2, value).Run();
+}
+
+bool SettingsStore::TakeBool(std::string_view key) {
+  if (!Exists()) return ReadBool(key);
+  bool taken = false;
+  InTransaction([&] {
+    taken = ReadBool(key);
+    if (taken) WriteBool(key, false);
+  });
+  return taken;
 }
 
 std::string SettingsStore::ReadAsText(std::string_view key) {

@@ -25,13 +25,13 @@ enum class JobField {
   RunStatus, TapeLabel, BackupMethod, BackupMode, Eject, BackupTimeout, Destination,
   PrintReport, SendReportEmail, MediaReminderByEmail, MediaReminderByBroadcast, ReminderTime,
   ReminderLastFired, MaintenanceEmailEnabled, MaintenanceSubject, MaintenanceBody, MaintenanceOccurrence,
-  MaintenanceLastFired,
+  MaintenanceLastFired, RunTapeLabel, RunBackupMethod, RunBackupMode, RunEject, RunStartTime,
 };
 
 class SettingsStore {
  public:
   // The schema this program writes; older files are migrated when first opened.
-  static constexpr int kSchemaVersion = 1;
+  static constexpr int kSchemaVersion = 2;
 
   explicit SettingsStore(std::string path);
   ~SettingsStore();
@@ -51,6 +51,9 @@ class SettingsStore {
   void WriteBool(std::string_view key, bool value);
   void WriteInt(std::string_view key, int32_t value);
   void WriteDate(std::string_view key, Date value);
+  // Reads a Boolean and, when it is set, clears it in the same transaction: the way a console
+  // request is taken, once.
+  bool TakeBool(std::string_view key);
   // The console's text form of a value ("true", "25", "starttls") and its way back; the text
   // must have passed ValidateSettingText.
   std::string ReadAsText(std::string_view key);

@@ -68,9 +68,9 @@ void clsConsole::LogLastChanged(Date value) { store_->WriteDate("console.log_las
 Date clsConsole::LatestReportTime() { return store_->ReadDate("console.latest_report_time"); }
 void clsConsole::LatestReportTime(Date value) { store_->WriteDate("console.latest_report_time", value); }
 void clsConsole::AppendTestLine(const std::string& text) { store_->AppendAnswer(text); }
-bool clsConsole::ReminderRequested() { return store_->ReadBool("console.reminder_requested"); }
+bool clsConsole::ReminderRequested() { return store_->TakeBool("console.reminder_requested"); }
 void clsConsole::ReminderRequested(bool value) { store_->WriteBool("console.reminder_requested", value); }
-bool clsConsole::TestBackupRequested() { return store_->ReadBool("console.test_backup_requested"); }
+bool clsConsole::TestBackupRequested() { return store_->TakeBool("console.test_backup_requested"); }
 void clsConsole::TestBackupRequested(bool value) { store_->WriteBool("console.test_backup_requested", value); }
 bool clsConsole::TestFinished() { return store_->ReadBool("console.test_finished"); }
 void clsConsole::TestFinished(bool value) { store_->WriteBool("console.test_finished", value); }
@@ -208,6 +208,18 @@ void clsJob::Eject(bool value) { store_->SetJobBool(id_, JobField::Eject, value)
 int32_t clsJob::BackupTimeout() { return FitInt32(store_->JobInt(id_, JobField::BackupTimeout), "Time-out", id_); }
 void clsJob::BackupTimeout(int32_t value) { store_->SetJobInt(id_, JobField::BackupTimeout, value); }
 std::vector<std::string> clsJob::Sources() { return store_->JobSources(id_); }
+std::string clsJob::RunTapeLabel() { return store_->JobText(id_, JobField::RunTapeLabel); }
+void clsJob::RunTapeLabel(const std::string& value) { store_->SetJobText(id_, JobField::RunTapeLabel, value); }
+int32_t clsJob::RunBackupMethod() {
+  return FitInt32(store_->JobInt(id_, JobField::RunBackupMethod), "Run backup method", id_);
+}
+void clsJob::RunBackupMethod(int32_t value) { store_->SetJobInt(id_, JobField::RunBackupMethod, value); }
+int32_t clsJob::RunBackupMode() { return FitInt32(store_->JobInt(id_, JobField::RunBackupMode), "Run backup mode", id_); }
+void clsJob::RunBackupMode(int32_t value) { store_->SetJobInt(id_, JobField::RunBackupMode, value); }
+bool clsJob::RunEject() { return store_->JobBool(id_, JobField::RunEject); }
+void clsJob::RunEject(bool value) { store_->SetJobBool(id_, JobField::RunEject, value); }
+Date clsJob::RunStartTime() { return store_->JobDate(id_, JobField::RunStartTime); }
+void clsJob::RunStartTime(Date value) { store_->SetJobDate(id_, JobField::RunStartTime, value); }
 void clsJob::Sources(const std::vector<std::string>& paths) { store_->SetJobSources(id_, paths); }
 
 // ---- general --------------------------------------------------------------------------------

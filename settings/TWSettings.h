@@ -93,6 +93,7 @@ class clsConsole {
   Date LatestReportTime();
   void LatestReportTime(Date value);
   void AppendTestLine(const std::string& text);
+  // A pending request is taken by reading it: a second read finds it gone.
   bool ReminderRequested();
   void ReminderRequested(bool value);
   bool TestBackupRequested();
@@ -220,6 +221,18 @@ class clsJob {
   // What the executor backs up.
   std::vector<std::string> Sources();
   void Sources(const std::vector<std::string>& paths);
+  // The media values of the run being launched, as its scheme gave them, and when it was launched:
+  // written by the launch, read by the executor and the console.
+  std::string RunTapeLabel();
+  void RunTapeLabel(const std::string& value);
+  int32_t RunBackupMethod();
+  void RunBackupMethod(int32_t value);
+  int32_t RunBackupMode();
+  void RunBackupMode(int32_t value);
+  bool RunEject();
+  void RunEject(bool value);
+  Date RunStartTime();
+  void RunStartTime(Date value);
 
   int64_t Id() const { return id_; }
 

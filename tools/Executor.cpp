@@ -282,10 +282,11 @@ int RunExecutor(const std::vector<std::string>& args, const ExecutorEnvironment&
     plan.computer = ComputerName();
     plan.sources = job->Sources();
     plan.destination = job->Destination().Path();
-    plan.method = job->BackupMethod();
-    plan.mode = job->BackupMode();
-    plan.eject = job->Eject();
-    plan.label = job->TapeLabel();
+    // The media values the launch chose for this run.
+    plan.method = job->RunBackupMethod();
+    plan.mode = job->RunBackupMode();
+    plan.eject = job->RunEject();
+    plan.label = job->RunTapeLabel();
     plan.options = option;
     plan.listFiles = option == "logging" || option == "zloggingandnologon";
     plan.snapshotFolder = environment.applicationFolder + "/Snapshots";

@@ -95,8 +95,7 @@ TEST_F(RealBackupTest, AFullAndAnIncrementalRunRestoreTheTreeFileForFile) {
   test::WriteFile(dir_ / "src/a.txt", "alpha, changed\n");
   test::WriteFile(dir_ / "src/new.txt", "new\n");
   fs::remove(dir_ / "src/sub/deep/c.txt");
-  job_.BackupMethod(1);
-  clock_ = SystemClock();
+  job_.RunBackupMethod(1);  // as a launch writes the scheme's choice for the run
   ::sleep(1);  // a new archive name, a second later
   const RunningJob incremental = Run();
   ASSERT_EQ(1, incremental->Status) << incremental->BackupReport;
@@ -129,9 +128,12 @@ TEST_F(RealBackupTest, AHungExecutorIsPhotographedKilledAndLogged) {
   if (!fs::exists("/usr/bin/Xvfb")) GTEST_SKIP() << "Xvfb is not installed";
   LinkProgram("twprocess");
   LinkProgram("TWCam");
-  test::ChildProcess display({"/usr/bin/Xvfb", ":97", "-screen", "0", "320x200x24", "-nolisten", "tcp"});
-  ASSERT_TRUE(test::WaitUntil([] { return fs::exists("/tmp/.X11-unix/X97"); }));
-  ::setenv("DISPLAY", ":97", 1);
+  // Xvfb picks a free display and writes its number once it accepts connections.
+  test::ChildProcess display({"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0", "320x200x24", "-nolisten", "tcp"},
+                             {}, dir_ / "display");
+  ASSERT_TRUE(test::WaitUntil([&] { return test::ReadFile(dir_ / "display").find('\n') != std::string::npos; }));
+  const std::string number = test::ReadFile(dir_ / "display").substr(0, test::ReadFile(dir_ / "display").find('\n'));
+  ::setenv("DISPLAY", (":" + number).c_str(), 1);
   // A process by the name looked for, as a hung executor would be.
   fs::create_directory(dir_ / "hung");
   fs::copy_file("/bin/sleep", dir_ / "hung/TWHung");

@@ -110,7 +110,8 @@ TEST_F(SettingsStoreTest, AFileThatIsNotOursIsRefusedWithItsReason) {
   }
   RawSql("PRAGMA user_version = 99");
   TWSettings newer(Path());
-  EXPECT_EQ("Settings file " + Path() + " has schema version 99, newer than this program knows (1); update Tarnwick",
+  EXPECT_EQ("Settings file " + Path() + " has schema version 99, newer than this program knows (" +
+                std::to_string(SettingsStore::kSchemaVersion) + "); update Tarnwick",
             ErrorOf([&] { newer.General().JobCount(); }).Description);
 
   const std::string other = dir_ / "other.db";
@@ -135,6 +136,43 @@ TEST_F(SettingsStoreTest, AnEmptyFileIsMigratedToTheCurrentSchema) {
   EXPECT_EQ(1, settings.General().JobCount());
 }
 
+TEST_F(SettingsStoreTest, AVersion1FileIsMigratedWithItsData) {
+  {
+    // A file as the first version wrote it.
+    test::WriteFile(Path(), "");
+    Database database(Path());
+    database.Execute("CREATE TABLE settings (key TEXT PRIMARY KEY, value) WITHOUT ROWID;"
+                     "CREATE TABLE jobs (id INTEGER PRIMARY KEY, position INTEGER NOT NULL, name TEXT NOT NULL UNIQUE "
+                     "COLLATE NOCASE, description TEXT NOT NULL DEFAULT '', backup_log_id TEXT NOT NULL UNIQUE, "
+                     "scheme_prog_id TEXT NOT NULL DEFAULT 'TWSchemes.Daily', suspended INTEGER NOT NULL DEFAULT 0, "
+                     "scheduled_time REAL NOT NULL DEFAULT 0.875, schedule_last_fired REAL NOT NULL DEFAULT 0, "
+                     "next_run_time REAL NOT NULL DEFAULT 0, run_status INTEGER NOT NULL DEFAULT 0, tape_label TEXT NOT "
+                     "NULL DEFAULT '', backup_method INTEGER NOT NULL DEFAULT 0, backup_mode INTEGER NOT NULL DEFAULT 0, "
+                     "eject INTEGER NOT NULL DEFAULT 0, backup_timeout INTEGER NOT NULL DEFAULT 240, destination TEXT NOT "
+                     "NULL DEFAULT '', print_report INTEGER NOT NULL DEFAULT 0, send_report_email INTEGER NOT NULL "
+                     "DEFAULT 1, media_reminder_by_email INTEGER NOT NULL DEFAULT 0, media_reminder_by_broadcast INTEGER "
+                     "NOT NULL DEFAULT 0, reminder_time REAL NOT NULL DEFAULT 0.666666666666667, reminder_last_fired "
+                     "REAL NOT NULL DEFAULT 0, maintenance_email_enabled INTEGER NOT NULL DEFAULT 0, maintenance_subject "
+                     "TEXT NOT NULL DEFAULT '', maintenance_body TEXT NOT NULL DEFAULT '', maintenance_occurrence TEXT "
+                     "NOT NULL DEFAULT '', maintenance_last_fired REAL NOT NULL DEFAULT 0);"
+                     "CREATE TABLE job_sources (job_id INTEGER NOT NULL, position INTEGER NOT NULL, path TEXT NOT NULL,"
+                     " PRIMARY KEY (job_id, position)) WITHOUT ROWID;"
+                     "CREATE TABLE console_answers (id INTEGER PRIMARY KEY AUTOINCREMENT, line TEXT NOT NULL);"
+                     "INSERT INTO jobs (position, name, backup_log_id, tape_label) VALUES (0, 'Old', 'old', 'Tape 1');"
+                     "PRAGMA application_id = 1415007059; PRAGMA user_version = 1;");
+  }
+  TWSettings settings(Path());
+  clsJob job = settings.General().JobByName("Old");
+  EXPECT_EQ("Tape 1", job.TapeLabel());
+  EXPECT_EQ("", job.RunTapeLabel()) << "the new members start at their defaults";
+  job.RunTapeLabel("Weekly-1");
+  EXPECT_EQ("Weekly-1", job.RunTapeLabel());
+  Database database(Path());
+  auto version = database.Prepare("PRAGMA user_version");
+  ASSERT_TRUE(version.Step());
+  EXPECT_EQ(SettingsStore::kSchemaVersion, version.Int(0));
+}
+
 TEST_F(SettingsStoreTest, ATransactionLandsWhollyOrNotAtAll) {
   TWSettings settings(Path());
   auto general = settings.General();
@@ -152,9 +190,16 @@ TEST_F(SettingsStoreTest, ATransactionLandsWhollyOrNotAtAll) {
   EXPECT_EQ((std::vector<std::string>{"/etc", "/srv"}), general.JobByName("Whole").Sources());
 }
 
-TEST_F(SettingsStoreTest, ConsoleAnswersArriveInOrder) {
+TEST_F(SettingsStoreTest, ConsoleAnswersArriveInOrderAndRequestsAreTakenOnce) {
   TWSettings settings(Path());
   auto console = settings.General().Console();
+  EXPECT_FALSE(console.TestBackupRequested());
+  console.TestBackupRequested(true);
+  EXPECT_TRUE(console.TestBackupRequested());
+  EXPECT_FALSE(console.TestBackupRequested()) << "reading a request takes it";
+  console.ReminderRequested(true);
+  EXPECT_TRUE(console.ReminderRequested());
+  EXPECT_FALSE(console.ReminderRequested());
   EXPECT_TRUE(console.AnswersAfter(0).empty());
   console.AppendTestLine("Performing test backup...");
   console.AppendTestLine("Backup launched...");

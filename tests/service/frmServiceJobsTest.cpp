@@ -1,0 +1,233 @@
+// frmService at work: the poll tick, launching jobs into the ten slots, and what a finished run
+// leaves behind. Time is a manual clock; the rights launcher is a stand-in script.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <sstream>
+
+#include "service/frmService.h"
+#include "tests/service/ServiceFakes.h"
+#include "common/NumberText.h"
+#include "tests/support/TestSupport.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Points the event log at a socket of the test's own before anything reads the setting.
+struct SyslogAt {
+  explicit SyslogAt(const std::string& path) { ::setenv("TARNWICK_SYSLOG_SOCKET", path.c_str(), 1); }
+  ~SyslogAt() { ::unsetenv("TARNWICK_SYSLOG_SOCKET"); }
+};
+
+class FrmServiceJobsTest : public ::testing::Test {
+ protected:
+  FrmServiceJobsTest() {
+    auto options = host_.settings.General().Options();
+    options.EventLogEnabled(true);
+    options.SbsReportingEnabled(true);
+  }
+
+  // A rights launcher whose executor starts and never ends: it marks every job running, records
+  // its arguments and answers as the real one does.
+  void HangingLauncher() {
+    Script("DesktopRights", "echo \"$@\" >> '" + (dir_ / "launched") + "'; sqlite3 '" + (dir_ / "settings.db") +
+                                "' 'UPDATE jobs SET run_status = -2'; exit 255");
+  }
+  void Script(const std::string& name, const std::string& body) {
+    test::WriteFile(dir_ / name, "#!/bin/sh\n" + body + "\n");
+    ::chmod((dir_ / name).c_str(), 0755);
+  }
+  clsJob Job(const std::string& name, Date time) {
+    clsJob job = host_.settings.General().AddJob(name, name);
+    job.ScheduledTime(time);
+    return job;
+  }
+  // Entries newest first, as "title | message".
+  std::vector<std::string> Entries(int count) {
+    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
+    host_.logs.GetLastLogs(count, entries);
+    std::vector<std::string> lines;
+    for (const auto& e : entries) {
+      if (!e.Title.empty()) lines.push_back(e.Title + " | " + e.Message);
+    }
+    return lines;
+  }
+  size_t CountStartingWith(const std::vector<std::string>& lines, const std::string& start) {
+    return static_cast<size_t>(
+        std::count_if(lines.begin(), lines.end(), [&](const std::string& l) { return l.rfind(start, 0) == 0; }));
+  }
+  // Event-log entries received: "APP-NAME MSGID".
+  std::vector<std::string> Events() {
+    std::vector<std::string> events;
+    while (auto datagram = syslog_.Receive(200)) {
+      std::istringstream in(*datagram);
+      std::string pri, time, host, app, procid, msgid;
+      in >> pri >> time >> host >> app >> procid >> msgid;
+      events.push_back(app + " " + msgid);
+    }
+    return events;
+  }
+  int Occupied() {
+    int count = 0;
+    for (size_t i = 0; i < 10; ++i) count += service_.Slot(i) != nullptr;
+    return count;
+  }
+
+  test::TempDir dir_;
+  SyslogAt syslogAt_{dir_ / "syslog"};
+  test::DatagramReceiver syslog_{dir_ / "syslog"};
+  ManualClock clock_{DateSerial(2026, 11, 23) + TimeSerial(21, 0, 30)};
+  platform::EventLoop loop_;
+  ServiceHost host_{dir_.Path(), dir_ / "settings.db", clock_, loop_, loop_};
+  test::FakeServiceControl control_;
+  test::FakeDialog dialog_;
+  std::ostringstream err_;
+  frmService service_{host_, control_, dialog_, err_};
+};
+
+TEST_F(FrmServiceJobsTest, TenJobsRunAtOnceAndAnEleventhIsReportedUnder20007) {
+  HangingLauncher();
+  for (int i = 0; i < 11; ++i) Job("Job" + std::to_string(i), TimeSerial(21, 0, 0));
+
+  service_.tmrPoll_Timer();
+  EXPECT_EQ(10, Occupied());
+  EXPECT_EQ(11, service_.JobManager().JobsRunning()) << "the eleventh run stays registered until it times out";
+  const auto entries = Entries(40);
+  EXPECT_EQ("Number of backup jobs currently running: 11 | ", entries[1]);
+  EXPECT_EQ(0u, entries[0].rfind("Internal error #20007 - please submit a diagnostics report to ", 0)) << entries[0];
+  EXPECT_EQ(11u, CountStartingWith(entries, "Number of backup jobs currently running: "));
+  EXPECT_TRUE(test::WaitUntil([&] {
+    const std::string launched = test::ReadFile(dir_ / "launched");
+    return std::count(launched.begin(), launched.end(), '\n') == 10;
+  })) << "ten rights launchers started";
+
+  // The next tick in the same minute launches nothing again.
+  clock_.AdvanceSeconds(10);
+  service_.tmrPoll_Timer();
+  EXPECT_EQ(11, service_.JobManager().JobsRunning());
+  EXPECT_EQ(entries, Entries(40));
+}
+
+TEST_F(FrmServiceJobsTest, ConsoleRequestsComeBeforeTheJobWalk) {
+  HangingLauncher();
+  clsJob early = Job("Early", TimeSerial(6, 0, 0));
+  clsJob late = Job("Late", TimeSerial(6, 1, 0));
+  Job("Due", TimeSerial(21, 0, 0));
+  auto console = host_.settings.General().Console();
+  const Date day = DateSerial(2026, 12, 1);
+
+  // A run-now request: a job at 06:00 belongs to the night after the requested day.
+  console.RequestJobName("Early");
+  console.RunJobRequest(NumberToText(day + 0.7));
+  service_.tmrPoll_Timer();
+  EXPECT_EQ(day + 1 + 0.25, early.NextRunTime());
+  EXPECT_EQ("", console.RunJobRequest());
+  EXPECT_EQ(1, service_.JobManager().JobsRunning()) << "the due job waits for the next tick";
+
+  console.RequestJobName("Late");
+  console.RunJobRequest(NumberToText(day));
+  service_.tmrPoll_Timer();
+  EXPECT_NEAR(day + TimeSerial(6, 1, 0), late.NextRunTime(), 1e-9);
+
+  // A test backup answers the console and marks the run as a test.
+  console.RequestJobName("late");
+  console.TestBackupRequested(true);
+  service_.tmrPoll_Timer();
+  EXPECT_TRUE(service_.TestRun());
+  std::vector<std::string> answers;
+  for (const auto& [number, line] : console.AnswersAfter(0)) answers.push_back(line);
+  EXPECT_EQ((std::vector<std::string>{"Performing test backup...", "Backup launched..."}), answers);
+  EXPECT_EQ(3, service_.JobManager().JobsRunning());
+
+  // With no request left, the walk launches the job that is due.
+  service_.tmrPoll_Timer();
+  EXPECT_EQ(4, service_.JobManager().JobsRunning());
+  EXPECT_EQ("Due", service_.JobManager().Jobs().back()->BackupJob->Name());
+}
+
+TEST_F(FrmServiceJobsTest, AFinishedRunIsReportedByItsOutcome) {
+  Script("DesktopRights", "echo \"$@\" >> '" + (dir_ / "launched") + "'; exit 255");
+  clsJob job = Job("Nightly", TimeSerial(21, 0, 0));
+  job.JobNotification().PrintReport(true);
+  host_.settings.General().Options().PrintSetting("office");
+  host_.settings.General().Identity().IdentityValue1("back\"up");
+  host_.settings.General().Identity().IdentityValue2("pa\\ss");
+
+  struct Case {
+    int16_t status;
+    int32_t reportStatus;
+    std::vector<std::string> events;
+  };
+  const std::vector<Case> cases = {{1, 0, {"SmallBusinessServer 5633", "Tarnwick 1000"}},
+                                   {2, 2, {"SmallBusinessServer 5634", "Tarnwick 1001"}},
+                                   {3, 1, {"SmallBusinessServer 5634", "Tarnwick 1002"}}};
+  for (const auto& c : cases) {
+    RunningJob record = service_.JobManager().AddJob(job);
+    record->Status = c.status;
+    record->TapeLabel = "Daily-Mon";
+    record->BackupReport = "report of status " + std::to_string(c.status);
+    record->BackupEndTime = clock_.Now();
+    service_.CompletionHandling(record);
+    EXPECT_EQ(0, service_.JobManager().JobsRunning());
+    const auto reports = host_.reports.GetSummaries(1);
+    ASSERT_EQ(1u, reports.size());
+    EXPECT_EQ(c.reportStatus, reports[0].Status);
+    EXPECT_EQ(record->BackupReport, reports[0].Report);
+    EXPECT_EQ("Daily-Mon", reports[0].Label);
+    EXPECT_EQ(c.events, Events()) << "status " << c.status;
+    clock_.AdvanceSeconds(1);  // report logs are named by their time
+  }
+  // The print-out goes through the rights launcher, the account's values escaped.
+  ASSERT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "launched"); }));
+  EXPECT_EQ("back\"up pa\\ss  " + dir_.Path() + "/TWPrintOut",
+            test::ReadFile(dir_ / "launched").substr(0, test::ReadFile(dir_ / "launched").find('\n')));
+
+  // A test run is answered once.
+  host_.settings.General().Console().RequestJobName("Nightly");
+  host_.settings.General().Console().TestBackupRequested(true);
+  service_.tmrPoll_Timer();
+  ASSERT_TRUE(service_.TestRun());
+  RunningJob record = service_.JobManager().Jobs().back();
+  record->Status = 2;
+  service_.CompletionHandling(record);
+  EXPECT_FALSE(service_.TestRun());
+  const auto answers = host_.settings.General().Console().AnswersAfter(0);
+  EXPECT_EQ("RESULT: Backup process encountered errors", answers.back().second);
+}
+
+TEST_F(FrmServiceJobsTest, ARunPastItsTimeOutIsReportedAsTimedOut) {
+  HangingLauncher();
+  clsJob job = Job("Nightly", TimeSerial(21, 0, 0));
+  job.BackupTimeout(0);
+  service_.tmrPoll_Timer();
+  ASSERT_EQ(1, service_.JobManager().JobsRunning());
+  ASSERT_EQ(1, Occupied());
+  Events();
+
+  // Five minutes of grace: late once six minute boundaries have passed.
+  clock_.AdvanceSeconds(5 * 60);
+  service_.tmrPoll_Timer();
+  EXPECT_EQ(1, service_.JobManager().JobsRunning());
+  clock_.AdvanceSeconds(60);
+  service_.tmrPoll_Timer();
+  EXPECT_EQ(0, service_.JobManager().JobsRunning());
+  EXPECT_EQ(0, Occupied()) << "the slot is free for the next run";
+
+  const std::string message =
+      "The Tarnwick service has detected that the backup operation failed to complete within the timeout period. "
+      "Please check the backup result manually.";
+  const auto entries = Entries(10);
+  EXPECT_EQ(1u, CountStartingWith(entries, "Backup process timed out | " + message));
+  const auto reports = host_.reports.GetSummaries(1);
+  ASSERT_EQ(1u, reports.size());
+  EXPECT_EQ(1, reports[0].Status);
+  EXPECT_EQ(message, reports[0].Report);
+  EXPECT_EQ((std::vector<std::string>{"SmallBusinessServer 5634", "Tarnwick 1002"}), Events());
+}
+
+}  // namespace
+}  // namespace tw
