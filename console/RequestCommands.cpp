@@ -67,6 +67,7 @@ bool IsSuccess(const std::string& line) {
 }
 
 std::string DurationText(int64_t seconds) {
+  if (seconds < 60) return std::to_string(seconds) + " s";
   const int64_t minutes = seconds / 60;
   if (minutes < 60) return std::to_string(minutes) + " min";
   return std::to_string(minutes / 60) + " h " + std::to_string(minutes % 60) + " min";
