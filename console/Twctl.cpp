@@ -8,6 +8,7 @@
 #include "console/JobCommands.h"
 #include "console/OccurrenceCommands.h"
 #include "console/ReportCommands.h"
+#include "console/RequestCommands.h"
 #include "settings/TWSettings.h"
 
 namespace tw {
@@ -125,6 +126,35 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   auto* mailTest = mail->add_subcommand("test", "send a test e-mail with the stored server settings");
   auto* toOpt = mailTest->add_option("--to", mailTo, "recipient (default: mail.reminder_recipients)");
 
+  auto* request = app.add_subcommand("request", "ask the running service for a test backup, a run or a reminder test");
+  request->require_subcommand(1);
+  bool replace = false;
+  auto* testBackup = request->add_subcommand("test-backup", "a test backup of a job now");
+  testBackup->add_option("JOB", jobName, "name of the job")->required();
+  testBackup->add_flag("--replace", replace, "replace a request that still waits for the service");
+  std::string runDate;
+  auto* runNow = request->add_subcommand("run", "a run of a job now, with the media of the given day");
+  runNow->add_option("JOB", jobName, "name of the job")->required();
+  auto* dateOpt = runNow->add_option("--date", runDate, "the day whose media the run uses, YYYY-MM-DD (default today)");
+  runNow->add_flag("--replace", replace, "replace a request that still waits for the service");
+  bool byEmail = false, byBroadcast = false;
+  auto* testReminder = request->add_subcommand("test-reminder", "send a job's test reminder now");
+  testReminder->add_option("JOB", jobName, "name of the job")->required();
+  testReminder->add_flag("--email", byEmail, "send the reminder e-mail");
+  testReminder->add_flag("--broadcast", byBroadcast, "send the reminder broadcast");
+  testReminder->add_flag("--replace", replace, "replace a request that still waits for the service");
+
+  AnswersOptions answerOptions;
+  auto* answers = app.add_subcommand("answers", "the service's answers to the latest test request");
+  answers->add_flag("--follow", answerOptions.follow,
+                    "wait for new lines and end at the result: exit 0 for a success, 1 otherwise");
+  answers->add_option("--timeout", answerOptions.timeoutSeconds, "with --follow, give up after SECONDS (default 600)")
+      ->check(CLI::Range(0, 604800));
+  answers->add_flag("--all", answerOptions.all, "every answer line kept, not only those since the latest request");
+
+  auto* status = app.add_subcommand("status", "each job's next run, whether it runs now, and its last outcome");
+  status->add_flag("--json", json, "print JSON");
+
   std::vector<const char*> argv{"twctl"};
   for (const auto& arg : args) argv.push_back(arg.c_str());
   try {
@@ -164,6 +194,14 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
     if (logs->parsed()) return Logs(settings, environment, count, json, out);
     if (reports->parsed()) return Reports(settings, environment, reportCount, json, out);
     if (reportShow->parsed()) return ReportShow(settings, environment, which, out);
+    if (testBackup->parsed()) return RequestTestBackup(settings, jobName, replace, out);
+    if (runNow->parsed()) {
+      return RequestRun(settings, jobName, dateOpt->count() ? std::optional(runDate) : std::nullopt, replace, clock,
+                        out);
+    }
+    if (testReminder->parsed()) return RequestTestReminder(settings, jobName, byEmail, byBroadcast, replace, out);
+    if (answers->parsed()) return Answers(settings, answerOptions, out, err);
+    if (status->parsed()) return Status(settings, environment, json, clock, out);
     if (mailTest->parsed()) {
       return MailTest(settings, environment, toOpt->count() ? std::optional(mailTo) : std::nullopt, out, err);
     }

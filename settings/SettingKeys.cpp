@@ -74,6 +74,8 @@ const std::vector<SettingKey>& AllSettingKeys() {
       {"console.test_finished", K::Boolean, "true", "no test is in progress", false, false, false},
       {"console.log_last_changed", K::Date, "0", "time of the newest log entry", false, false, false},
       {"console.latest_report_time", K::Date, "0", "time of the newest report log", false, false, false},
+      {"console.answers_start", K::Integer, "0", "newest answer line when the latest request was made", false,
+       false, false, 0, 2147483647},
   };
   return keys;
 }

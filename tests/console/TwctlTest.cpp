@@ -351,6 +351,102 @@ TEST_F(TwctlTest, MailTestReportsWhatTheServerSaid) {
   EXPECT_EQ(1, server.Count());
 }
 
+TEST_F(TwctlTest, RequestsAreWrittenOrRefusedAndTheirAnswersFollowed) {
+  ASSERT_EQ(0, Run({"job", "add", "Nightly", "--time", "22:15"}).status);
+  TWSettings settings(SettingsPath());
+  SettingsStore& store = settings.Store();
+  clsConsole console = settings.General().Console();
+  console.AppendTestLine("Performing test backup...");
+  console.AppendTestLine("RESULT: Backup process encountered errors");
+
+  Result r = Run({"request", "test-backup", "nightly"});
+  ASSERT_EQ(0, r.status) << r.err;
+  EXPECT_EQ("Requested a test backup of Nightly; 'twctl answers --follow' shows the answers.\n", r.out);
+  EXPECT_EQ("Nightly", console.RequestJobName());
+  EXPECT_TRUE(store.ReadBool("console.test_backup_requested"));
+
+  // Refusals write nothing: an unknown job, a bad date, a request still waiting.
+  EXPECT_EQ(1, Run({"request", "run", "Weekly"}).status);
+  EXPECT_EQ(2, Run({"request", "run", "Nightly", "--date", "2024-02-30"}).status);
+  r = Run({"request", "run", "Nightly", "--date", "2024-01-31"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("twctl: a test backup of \"Nightly\" still waits for the service (is TWService running?); --replace "
+            "replaces it\n",
+            r.err);
+  EXPECT_EQ("", console.RunJobRequest());
+  EXPECT_TRUE(store.ReadBool("console.test_backup_requested"));
+
+  r = Run({"request", "run", "Nightly", "--date", "2024-01-31", "--replace"});
+  ASSERT_EQ(0, r.status) << r.err;
+  EXPECT_EQ("45322", console.RunJobRequest());
+  EXPECT_FALSE(store.ReadBool("console.test_backup_requested")) << "the replaced request is gone";
+  console.RunJobRequest("");
+  ASSERT_EQ(0, Run({"request", "run", "Nightly"}).status);
+  EXPECT_EQ("45321", console.RunJobRequest()) << "today by default";
+  console.RunJobRequest("");
+
+  // The service answers the test backup; answers start after the lines already there.
+  ASSERT_EQ(0, Run({"request", "test-backup", "Nightly"}).status);
+  EXPECT_TRUE(console.TestBackupRequested());
+  console.AppendTestLine("Performing test backup...");
+  console.AppendTestLine("Backup launched...");
+  console.AppendTestLine("RESULT: Backup process completed normally");
+  r = Run({"answers", "--follow"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ("Performing test backup...\nBackup launched...\nRESULT: Backup process completed normally\n", r.out);
+  r = Run({"answers", "--follow", "--all"});
+  EXPECT_EQ(1, r.status) << "the first result was a failure";
+  EXPECT_EQ("Performing test backup...\nRESULT: Backup process encountered errors\n", r.out);
+
+  r = Run({"request", "test-reminder", "Nightly", "--broadcast"});
+  ASSERT_EQ(0, r.status) << r.err;
+  EXPECT_EQ("Requested a reminder test of Nightly by broadcast; 'twctl answers --follow' shows the answers.\n", r.out);
+  EXPECT_TRUE(console.ReminderByBroadcastSelected());
+  EXPECT_FALSE(console.ReminderByEmailSelected());
+  EXPECT_TRUE(console.ReminderRequested());
+  r = Run({"answers", "--follow", "--timeout", "0"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("", r.out);
+  EXPECT_NE(std::string::npos, r.err.find("no \"RESULT: \" line within 0 s")) << r.err;
+  console.AppendTestLine("Sending reminders...");
+  console.AppendTestLine("RESULT: Test complete.");
+  r = Run({"answers", "--follow"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ("Sending reminders...\nRESULT: Test complete.\n", r.out);
+}
+
+TEST_F(TwctlTest, StatusShowsNextRunWhatRunsAndTheLastOutcome) {
+  ASSERT_EQ(0, Run({"job", "add", "Nightly", "--time", "22:15"}).status);
+  ASSERT_EQ(0, Run({"job", "add", "Archive", "--time", "02:00", "--suspended"}).status);
+  {
+    TWSettings settings(SettingsPath());
+    clsJob nightly = settings.General().JobByName("Nightly");
+    nightly.RunStatus(-2);
+    nightly.RunStartTime(clock_.Now() - 75.0 / 1440);
+    test::WriteFile(dir_ / "BackupLog-Archive.txt", "tar: /srv\n");
+    clsReportLogs reports(dir_.Path(), settings, clock_, [] { return 0.0; });
+    for (const int32_t status : {2, 0}) {
+      clsReportLogEntry entry;
+      entry.TimeStart = clock_.Now() - 1;
+      entry.TimeEnd = entry.TimeStart + 0.01;
+      entry.JobName = "Archive";
+      entry.Status = status;
+      reports.SaveNewEntry(entry);
+      clock_.AdvanceSeconds(1);
+    }
+  }
+  Result r = Run({"status"});
+  ASSERT_EQ(0, r.status) << r.err;
+  EXPECT_EQ("JOB      NEXT RUN          RUNNING          LAST OUTCOME\n"
+            "Nightly  2024-01-30 22:15  yes, 1 h 15 min  none\n"
+            "Archive  suspended         yes              Normal, ended 2024-01-29 21:14\n",
+            r.out);
+  const auto json = nlohmann::json::parse(Run({"status", "--json"}).out);
+  EXPECT_EQ("2024-01-30 22:15:00", json[0]["next_run"]);
+  EXPECT_EQ(4502, json[0]["running_seconds"]);
+  EXPECT_EQ(0, json[1]["last_outcome"]["status"]);
+}
+
 TEST_F(TwctlTest, HelpIsAvailableEverywhere) {
   for (const auto& args : std::vector<std::vector<std::string>>{
            {"--help"}, {"job", "--help"}, {"job", "add", "--help"}, {"config", "set", "-h"}, {"logs", "--help"}}) {

@@ -1,0 +1,37 @@
+#pragma once
+// twctl request (test backup, run now, reminder test), twctl answers and twctl status: the console
+// asks the running service for something through the settings store and follows its answers.
+#include <optional>
+#include <ostream>
+#include <string>
+
+#include "common/Clock.h"
+#include "console/Twctl.h"
+#include "settings/TWSettings.h"
+
+namespace tw::console {
+
+// A request waits in the store until the service's next poll tick takes it. A request still
+// waiting is refused unless `replace` is given, since all requests share the job name.
+int RequestTestBackup(TWSettings& settings, const std::string& job, bool replace, std::ostream& out);
+// `date` is "YYYY-MM-DD"; today when not given.
+int RequestRun(TWSettings& settings, const std::string& job, const std::optional<std::string>& date, bool replace,
+               const Clock& clock, std::ostream& out);
+int RequestTestReminder(TWSettings& settings, const std::string& job, bool byEmail, bool byBroadcast, bool replace,
+                        std::ostream& out);
+
+struct AnswersOptions {
+  bool follow = false;
+  bool all = false;           // from the first line kept, not from the latest request
+  int timeoutSeconds = 600;   // --follow only
+  int pollMilliseconds = 500;
+};
+
+// Prints the service's answer lines. With `follow`, waits for new ones and ends at the first
+// "RESULT: " line: 0 for a success, 1 for anything else or a time-out.
+int Answers(TWSettings& settings, const AnswersOptions& options, std::ostream& out, std::ostream& err);
+
+int Status(TWSettings& settings, const ConsoleEnvironment& environment, bool json, const Clock& clock,
+           std::ostream& out);
+
+}  // namespace tw::console
