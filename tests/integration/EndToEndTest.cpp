@@ -250,5 +250,19 @@ TEST_F(EndToEndTest, ARunOutlivesPauseContinueAndStop) {
   EXPECT_NE(titles.end(), std::find(titles.begin(), titles.end(), "Backup run picked up again"));
 }
 
+TEST_F(EndToEndTest, ElevenJobsInOneMinuteRunTenAndReportTheEleventh) {
+  for (int i = 0; i < 11; ++i) Job("Job" + std::to_string(i), TimeSerial(21, 0, 0), dir_ / "src");
+  Start("2026-11-23 21:00:05");
+  ASSERT_TRUE(ReportsArrive(10));
+  const auto titles = Titles(40);
+  EXPECT_EQ(1, std::count_if(titles.begin(), titles.end(), [](const std::string& title) {
+              return title.rfind("Internal error #20007 - ", 0) == 0;
+            }));
+  EXPECT_NE(titles.end(), std::find(titles.begin(), titles.end(), "Number of backup jobs currently running: 11"));
+  Stop();
+  EXPECT_EQ(10u, Reports().size());
+  for (const auto& report : Reports()) EXPECT_EQ(0, report.Status) << report.JobName << "\n" << report.Report;
+}
+
 }  // namespace
 }  // namespace tw
