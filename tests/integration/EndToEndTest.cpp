@@ -94,10 +94,7 @@ class EndToEndTest : public ::testing::Test {
   std::vector<std::string> Events() {
     std::vector<std::string> events;
     while (auto datagram = syslog_.Receive(100)) {
-      std::istringstream in(*datagram);
-      std::string pri, time, host, app, procid, msgid;
-      in >> pri >> time >> host >> app >> procid >> msgid;
-      events.push_back(app + " " + msgid);
+      events.push_back(test::SyslogSourceAndId(*datagram));
     }
     std::sort(events.begin(), events.end());
     return events;

@@ -64,10 +64,7 @@ class FrmServiceJobsTest : public ::testing::Test {
   std::vector<std::string> Events() {
     std::vector<std::string> events;
     while (auto datagram = syslog_.Receive(200)) {
-      std::istringstream in(*datagram);
-      std::string pri, time, host, app, procid, msgid;
-      in >> pri >> time >> host >> app >> procid >> msgid;
-      events.push_back(app + " " + msgid);
+      events.push_back(test::SyslogSourceAndId(*datagram));
     }
     return events;
   }

@@ -249,4 +249,11 @@ ScopedTimeZone::~ScopedTimeZone() {
   ::tzset();
 }
 
+std::string SyslogSourceAndId(const std::string& datagram) {
+  std::istringstream in(datagram);
+  std::string pri, time, host, app, procid, msgid;
+  in >> pri >> time >> host >> app >> procid >> msgid;
+  return app + " " + msgid;
+}
+
 }  // namespace tw::test

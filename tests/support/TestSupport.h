@@ -48,6 +48,9 @@ class DatagramReceiver {
   std::string path_;
 };
 
+// "APP-NAME MSGID" of an RFC 5424 datagram: which source wrote which event.
+std::string SyslogSourceAndId(const std::string& datagram);
+
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
 
