@@ -70,8 +70,17 @@ std::vector<clsReportLogEntry> clsReportLogs::GetSummaries(int32_t maxCount) {
 }
 
 void clsReportLogs::SaveNewEntry(clsReportLogEntry& entry) {
-  settings_.General().Console().LatestReportTime(clock_.Now());
-  entry.NewFile(directory_, clock_.Now(), random_());
+  const Date now = clock_.Now();
+  settings_.General().Console().LatestReportTime(now);
+  const double random = random_();
+  entry.NewFile(directory_, now, random);
+  // Runs launched together end together, and the random part alone may give two of them one name;
+  // a later report moves on a millisecond at a time rather than overwrite an earlier one.
+  constexpr double kMillisecond = 1.0 / 86400 / 1000;
+  std::error_code error;
+  for (int step = 1; step <= 1000 && fs::exists(entry.Filename(), error); ++step) {
+    entry.NewFile(directory_, now + step * kMillisecond, random);
+  }
   entry.Save();
 }
 

@@ -28,7 +28,8 @@ class clsReportLogs {
   // The newest `maxCount` report logs (0: all), newest first, fully loaded. A file that cannot be
   // read is left out; a folder that cannot be read raises TWError.
   std::vector<clsReportLogEntry> GetSummaries(int32_t maxCount);
-  // Records the time in the settings (for the console), names the entry afresh and saves it.
+  // Records the time in the settings (for the console), names the entry afresh (never the name of
+  // a report already there) and saves it.
   void SaveNewEntry(clsReportLogEntry& entry);
 
  private:

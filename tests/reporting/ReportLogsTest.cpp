@@ -126,5 +126,25 @@ TEST_F(ReportLogsTest, SummariesComeNewestFirstWithinTheirLimit) {
   EXPECT_THROW(reports_.GetSummaries(0), TWError);
 }
 
+TEST_F(ReportLogsTest, RunsEndingInTheSameInstantKeepEveryReport) {
+  // Several runs launched together end together; their names must not meet even when the random
+  // part draws alike.
+  clsReportLogEntry entry = Sample();
+  std::vector<std::string> names;
+  for (int i = 0; i < 3; ++i) {
+    entry.JobName = "Run " + std::to_string(i);
+    reports_.SaveNewEntry(entry);
+    names.push_back(entry.Filename());
+  }
+  auto all = reports_.GetSummaries(0);
+  ASSERT_EQ(3u, all.size());
+  EXPECT_EQ("Run 2", all[0].JobName);
+  EXPECT_EQ("Run 1", all[1].JobName);
+  EXPECT_EQ("Run 0", all[2].JobName);
+  EXPECT_EQ(dir_ / "Reports/45321.9.log", names[0]);
+  EXPECT_EQ(dir_ / ("Reports/" + NumberToText(45321.9 + 1.0 / 86400 / 1000) + ".log"), names[1])
+      << "a millisecond on";
+}
+
 }  // namespace
 }  // namespace tw
