@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "common/Date.h"
 #include "tests/support/TestSupport.h"
 
@@ -82,6 +84,18 @@ TEST(DateTest, TextForms) {
   EXPECT_EQ("07/03/2026", DefaultDateText(DateSerial(2026, 3, 7)));
   EXPECT_EQ("21:00:00", DefaultDateText(0.875));
   EXPECT_EQ("2026-03-07 09:05:03", IsoText(when));
+}
+
+TEST(DateTest, NumbersBeyondTheDateRangeReadAsItsEnds) {
+  // A log line, report file or setting edited by hand can hold any number where a date belongs.
+  EXPECT_EQ("9999-12-31 23:59:59", Parts(1E+300));
+  EXPECT_EQ("9999-12-31 23:59:59", IsoText(HUGE_VAL));
+  EXPECT_EQ("0100-01-01 00:00:00", Parts(-1E+30));
+  EXPECT_EQ("1899-12-30 00:00:00", Parts(NAN));
+  EXPECT_EQ("9999-12-31 23:59:59", Parts(DateSerial(9999, 12, 31) + TimeSerial(23, 59, 59)));  // still in range
+  EXPECT_EQ(6, Weekday(1E+300));  // 31 December 9999 is a Friday
+  EXPECT_EQ(0, MinutesBetween(1E+300, 2E+300));
+  EXPECT_EQ("31/12/9999", ShortDate(1E+20));
 }
 
 TEST(DateTest, ParsesTimesAndDatesTypedByAnAdministrator) {
