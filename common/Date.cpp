@@ -110,8 +110,14 @@ Date TimeSerial(int hour, int minute, int second) {
   return (hour * 3600.0 + minute * 60.0 + second) / kSecondsPerDay;
 }
 
+namespace {
+// Before 1899-12-30 the number is negative while its fraction still counts forward from midnight,
+// so the time is taken away from the day number rather than added to it.
+Date WithTime(Date day, Date time) { return day < 0 ? day - time : day + time; }
+}  // namespace
+
 Date MakeDate(const DateParts& p) {
-  return DateSerial(p.year, p.month, p.day) + TimeSerial(p.hour, p.minute, p.second);
+  return WithTime(DateSerial(p.year, p.month, p.day), TimeSerial(p.hour, p.minute, p.second));
 }
 
 DateParts SplitDate(Date value) {
@@ -262,7 +268,7 @@ std::optional<Date> ParseIsoDate(std::string_view text) {
   if (!Expect(text, pos, ' ')) return std::nullopt;
   const auto time = ParseTimeOfDay(text.substr(pos));
   if (!time) return std::nullopt;
-  return result + *time;
+  return WithTime(result, *time);
 }
 
 }  // namespace tw
