@@ -1,5 +1,6 @@
 #include "common/Date.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -31,8 +32,16 @@ void CivilFromDays(int64_t z, int& year, int& month, int& day) {
 // Serial 0 in days since 1970; a constant, so dates are right even in other files' static initialisers.
 constexpr int64_t kEpochOffset = DaysFromCivil(1899, 12, 30);
 
-// Day number and second of the day, rounded to the nearest second.
+// The platform's date type holds 1 January 100 to 31 December 9999, 23:59:59.
+constexpr double kFirstSerial = -657434.0;
+constexpr double kLastSerial = 2958465.0 + 86399.0 / kSecondsPerDay;
+
+// Day number and second of the day, rounded to the nearest second. A number beyond the date
+// range (a hand-edited file can hold 1E+300) reads as the nearest end of it, and one that is not
+// a number as day 0, so that no stored value can make the calendar arithmetic overflow.
 void SplitSerial(Date value, int64_t& dayNumber, int64_t& secondOfDay) {
+  if (std::isnan(value)) value = 0;
+  value = std::clamp(value, kFirstSerial, kLastSerial);
   const double whole = std::trunc(value);
   const double fraction = std::fabs(value - whole);
   dayNumber = static_cast<int64_t>(whole);
@@ -101,8 +110,14 @@ Date TimeSerial(int hour, int minute, int second) {
   return (hour * 3600.0 + minute * 60.0 + second) / kSecondsPerDay;
 }
 
+namespace {
+// Before 1899-12-30 the number is negative while its fraction still counts forward from midnight,
+// so the time is taken away from the day number rather than added to it.
+Date WithTime(Date day, Date time) { return day < 0 ? day - time : day + time; }
+}  // namespace
+
 Date MakeDate(const DateParts& p) {
-  return DateSerial(p.year, p.month, p.day) + TimeSerial(p.hour, p.minute, p.second);
+  return WithTime(DateSerial(p.year, p.month, p.day), TimeSerial(p.hour, p.minute, p.second));
 }
 
 DateParts SplitDate(Date value) {
@@ -253,7 +268,7 @@ std::optional<Date> ParseIsoDate(std::string_view text) {
   if (!Expect(text, pos, ' ')) return std::nullopt;
   const auto time = ParseTimeOfDay(text.substr(pos));
   if (!time) return std::nullopt;
-  return result + *time;
+  return WithTime(result, *time);
 }
 
 }  // namespace tw

@@ -28,7 +28,9 @@ Date DateSerial(int year, int month, int day);  // month and day may run over (m
 Date TimeSerial(int hour, int minute, int second);
 Date MakeDate(const DateParts& parts);
 // Rounded to the nearest second. For values before 1899-12-30 the integer part is the day and
-// the magnitude of the fraction the time, as the platform date type has always read them.
+// the magnitude of the fraction the time, as the platform date type has always read them. Values
+// outside the years 100 to 9999 read as the nearest end of that range, and NaN as 0; so do they
+// for every function below that takes a Date apart.
 DateParts SplitDate(Date value);
 int Weekday(Date value);  // 1 = Sunday .. 7 = Saturday
 Date DateOnly(Date value);

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 
 #include "common/Error.h"
 #include "common/Strings.h"
@@ -57,8 +58,10 @@ double ConvertCanonical(const std::string& canonical) {
   auto [ptr, ec] = std::from_chars(first, last, value);
   if (ec == std::errc::result_out_of_range) {
     // Too large or too small for a double: the platform gives Overflow for the first and 0 for
-    // the second; the caller sees the nearest representable value instead of an error.
+    // the second; the caller sees the nearest representable value instead of an error. strtod
+    // gives an infinity for the first, which no number text can write back, so it is capped.
     value = std::strtod(canonical.c_str(), nullptr);
+    if (std::isinf(value)) value = std::copysign(std::numeric_limits<double>::max(), value);
   }
   (void)ptr;
   return value;

@@ -16,10 +16,15 @@ constexpr size_t kComputerNameBuffer = 256;
 }  // namespace
 
 std::string EscapeArgument(const std::string& text) {
-  // Code 0 cannot occur in the text: it stands for a doubled backslash until the quotes are done.
-  std::string escaped = ReplaceAll(text, "\\", std::string_view("\0", 1));
-  escaped = ReplaceAll(escaped, "\"", "\\\"");
-  return ReplaceAll(escaped, std::string_view("\0", 1), "\\\\");
+  // One pass, so that the backslashes put before quotes are not doubled again; every other
+  // character, a code 0 included, stays as it is.
+  std::string escaped;
+  escaped.reserve(text.size());
+  for (const char c : text) {
+    if (c == '\\' || c == '"') escaped += '\\';
+    escaped += c;
+  }
+  return escaped;
 }
 
 std::string DeploymentSetting(TWSettings& settings, std::string_view key) {

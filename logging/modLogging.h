@@ -15,8 +15,7 @@
 namespace tw {
 
 // Prepares a value to stand between double quotes on a command line: every "\" becomes "\\" and
-// every double quote "\"". Backslashes are doubled first, so the ones added before quotes are
-// not doubled again.
+// every double quote "\""; nothing else changes.
 std::string EscapeArgument(const std::string& text);
 
 // A deployment setting (support address, help pages) for a message. When the store cannot be

@@ -1,6 +1,7 @@
 #include "settings/SettingKeys.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "common/Error.h"
 #include "common/NumberText.h"
@@ -109,8 +110,9 @@ std::optional<std::string> ValidateSettingText(const SettingKey& key, std::strin
       return "invalid value " + shown + " for " + std::string(key.key) + " (expected true or false)";
     case ValueKind::Integer: {
       const auto number = ParseNumber(text);
-      if (number && *number == static_cast<double>(static_cast<int64_t>(*number)) && *number >= key.minimum &&
-          *number <= key.maximum) {
+      // The range first: a number beyond every integer type must not be converted to one.
+      if (number && *number >= static_cast<double>(key.minimum) && *number <= static_cast<double>(key.maximum) &&
+          *number == std::trunc(*number)) {
         return std::nullopt;
       }
       return "invalid number " + shown + " for " + std::string(key.key) + " (expected a whole number from " +

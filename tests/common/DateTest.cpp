@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "common/Date.h"
 #include "tests/support/TestSupport.h"
 
@@ -84,6 +86,18 @@ TEST(DateTest, TextForms) {
   EXPECT_EQ("2026-03-07 09:05:03", IsoText(when));
 }
 
+TEST(DateTest, NumbersBeyondTheDateRangeReadAsItsEnds) {
+  // A log line, report file or setting edited by hand can hold any number where a date belongs.
+  EXPECT_EQ("9999-12-31 23:59:59", Parts(1E+300));
+  EXPECT_EQ("9999-12-31 23:59:59", IsoText(HUGE_VAL));
+  EXPECT_EQ("0100-01-01 00:00:00", Parts(-1E+30));
+  EXPECT_EQ("1899-12-30 00:00:00", Parts(NAN));
+  EXPECT_EQ("9999-12-31 23:59:59", Parts(DateSerial(9999, 12, 31) + TimeSerial(23, 59, 59)));  // still in range
+  EXPECT_EQ(6, Weekday(1E+300));  // 31 December 9999 is a Friday
+  EXPECT_EQ(0, MinutesBetween(1E+300, 2E+300));
+  EXPECT_EQ("31/12/9999", ShortDate(1E+20));
+}
+
 TEST(DateTest, ParsesTimesAndDatesTypedByAnAdministrator) {
   EXPECT_DOUBLE_EQ(0.875, *ParseTimeOfDay("21:00"));
   EXPECT_DOUBLE_EQ(TimeSerial(6, 0, 30), *ParseTimeOfDay("06:00:30"));
@@ -92,6 +106,9 @@ TEST(DateTest, ParsesTimesAndDatesTypedByAnAdministrator) {
   }
   EXPECT_EQ(DateSerial(2024, 2, 29), *ParseIsoDate("2024-02-29"));
   EXPECT_EQ(DateSerial(2024, 2, 29) + 0.875, *ParseIsoDate("2024-02-29 21:00"));
+  // Before 1899-12-30 the time is the magnitude of the fraction of a negative number.
+  EXPECT_EQ("1026-11-23 21:00:00", IsoText(*ParseIsoDate("1026-11-23 21:00")));
+  EXPECT_EQ("1899-12-29 06:00:00", IsoText(MakeDate({1899, 12, 29, 6, 0, 0})));
   for (const char* bad : {"2023-02-29", "2024-13-01", "2024-1-01", "2024-01-01T10:00", "2024-01-01 25:00"}) {
     EXPECT_FALSE(ParseIsoDate(bad)) << bad;
   }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <random>
 
 #include "common/Error.h"
@@ -44,6 +45,12 @@ TEST(NumberTextTest, LeadingNumberTakesTheLongestNumericPrefix) {
   EXPECT_DOUBLE_EQ(0, LeadingNumber(""));
   EXPECT_DOUBLE_EQ(0, LeadingNumber("-"));
   EXPECT_DOUBLE_EQ(0, LeadingNumber("."));
+  // Beyond the range of a double: the nearest value there is, which writes and reads back.
+  EXPECT_EQ(std::numeric_limits<double>::max(), LeadingNumber("1e999"));
+  EXPECT_EQ(-std::numeric_limits<double>::max(), *ParseNumber(" -412e0412 "));
+  EXPECT_EQ("1.79769313486232E+308", NumberToText(LeadingNumber("3e646387")));
+  EXPECT_EQ(std::numeric_limits<double>::max(), *ParseNumber("1.79769313486232E+308"));
+  EXPECT_EQ(0, LeadingNumber("1e-999"));
 }
 
 TEST(NumberTextTest, TextRoundTripsThroughTheParse) {

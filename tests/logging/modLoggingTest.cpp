@@ -101,6 +101,8 @@ TEST_F(ModLoggingTest, EscapeArgumentDoublesBackslashesAndEscapesQuotes) {
   EXPECT_EQ("plain text", EscapeArgument("plain text"));
   EXPECT_EQ("CORP\\\\backup", EscapeArgument("CORP\\backup"));
   EXPECT_EQ("say \\\"hi\\\"", EscapeArgument("say \"hi\""));
+  // A code 0 in a value (a password set through the store can hold one) is a character like any other.
+  EXPECT_EQ(std::string("a\0\\\\b", 5), EscapeArgument(std::string("a\0\\b", 4)));
 }
 
 TEST_F(ModLoggingTest, WaitSecondsSleepsInFifthsAndPumpsBetween) {

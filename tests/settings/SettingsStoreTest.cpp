@@ -97,6 +97,15 @@ TEST_F(SettingsStoreTest, AHandEditedValueOfTheWrongKindIsAClearError) {
   EXPECT_EQ(errnum::Overflow, ErrorOf([&] { job.RunStatus(); }).Number);
 }
 
+TEST(SettingKeysTest, TypedNumbersBeyondTheRangeOfEveryIntegerAreRefused) {
+  EXPECT_EQ("invalid number \"22222222222222222251\" for console.answers_start (expected a whole number from 0 to "
+            "2147483647)",
+            ValidateSettingText(SettingKeyOf("console.answers_start"), "22222222222222222251"));
+  EXPECT_TRUE(ValidateSettingText(SettingKeyOf("mail.port"), "-1e999"));
+  EXPECT_TRUE(ValidateSettingText(SettingKeyOf("mail.port"), "25.5"));
+  EXPECT_FALSE(ValidateSettingText(SettingKeyOf("mail.port"), " 2.5e1 "));
+}
+
 TEST_F(SettingsStoreTest, AFileThatIsNotOursIsRefusedWithItsReason) {
   test::WriteFile(Path(), std::string(4096, 'x'));
   TWSettings garbage(Path());
