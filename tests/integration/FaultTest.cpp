@@ -113,8 +113,10 @@ TEST_F(FaultTest, ASettingsFileLockedForHalfAMinuteDelaysTheRunButLosesNothing) 
 TEST_F(FaultTest, ACorruptOrDeletedSettingsFileIsReportedAndAFreshOneIsUsed) {
   // Garbage in place of the settings at start: reported at every tick, and the file is left alone.
   const std::string garbage(8192, '\x5a');
-  const std::string good = test::ReadFile(dir_ / "settings.db");
   test::WriteFile(dir_ / "settings.db", garbage);
+  // The fixture's own connection must not lend the service its write-ahead log.
+  fs::remove(dir_ / "settings.db-wal");
+  fs::remove(dir_ / "settings.db-shm");
   Start("2026-11-23 21:00:05");
   ASSERT_TRUE(test::WaitUntil([&] { return CountStartingWith(Titles(20), "Internal error #20000 - ") > 0; }, 30000))
       << test::ReadFile(dir_ / "Logs/TWLog.0000");
@@ -124,14 +126,17 @@ TEST_F(FaultTest, ACorruptOrDeletedSettingsFileIsReportedAndAFreshOneIsUsed) {
   EXPECT_EQ(garbage, test::ReadFile(dir_ / "settings.db"));
   EXPECT_TRUE(HasTitle(Titles(20), "Tarnwick service stopping"));
 
-  // Garbage written over the file while the service runs.
+  // Garbage put in the file's place while the service runs (a restore gone wrong).
   fs::remove(dir_ / "settings.db");
   TWSettings settings(dir_ / "settings.db");
   settings.General().AddJob("Later", "Later").ScheduledTime(TimeSerial(23, 0, 0));
   settings.Store().WriteText("deployment.support_email", "help@example.org");
   Start("2026-11-23 21:00:05");
   ASSERT_TRUE(TitleArrives("Tarnwick service starting"));
-  test::WriteFile(dir_ / "settings.db", garbage);
+  test::WriteFile(dir_ / "settings.new", garbage);
+  fs::rename(dir_ / "settings.new", dir_ / "settings.db");
+  fs::remove(dir_ / "settings.db-wal");
+  fs::remove(dir_ / "settings.db-shm");
   const size_t before = CountStartingWith(Titles(100), "Internal error #20000 - ");
   ASSERT_TRUE(test::WaitUntil([&] { return CountStartingWith(Titles(100), "Internal error #20000 - ") > before; },
                               30000));
