@@ -42,11 +42,20 @@ class FaultTest : public test::ServiceFixture {
                       "db='" + (dir_ / "settings.db") + "'\nmarker=$(ls '" + dir_.Path() +
                           "'/BackupLog-*.txt | head -n 1)\n"
                           "ready() { printf R > /proc/$$/fd/$TARNWICK_READY_FD; }\n"
-                          "status() { sqlite3 \"$db\" \"UPDATE jobs SET run_status = $1\"; }\n"
+                          "status() { sqlite3 -cmd '.timeout 5000' \"$db\" \"UPDATE jobs SET run_status = $1\"; }\n"
                           // A report as the executor writes it: UTF-16LE with a byte-order mark.
                           "report() { { printf '\\377\\376'; printf \"$1\" | iconv -f UTF-8 -t UTF-16LE; } "
                           "> \"$marker\"; }\n" +
                           body);
+  }
+  // The newest answer that ends a test. (A launch that fails at once answers before "Backup
+  // launched...".)
+  std::string LastResult() {
+    const auto answers = Answers();
+    for (auto it = answers.rbegin(); it != answers.rend(); ++it) {
+      if (it->rfind("RESULT: ", 0) == 0) return *it;
+    }
+    return {};
   }
   // The newest application-log entries whose title begins with `prefix`, newest first.
   std::vector<clsLogEntry> EntriesStartingWith(const std::string& prefix, int count = 100) {
@@ -215,6 +224,216 @@ TEST_F(FaultTest, AFullOrReadOnlyLogFolderLosesOnlyTheEntriesItCannotHold) {
   EXPECT_EQ((std::vector<std::string>{"SmallBusinessServer 5633", "Tarnwick 1000"}), Events());
   Stop();
   EXPECT_EQ(seed, test::ReadFile(logs + "/TWLog.0000"));
+}
+
+
+TEST_F(FaultTest, MailThatHangsIsRefusedOrRejectedIsReportedAndSentAgain) {
+  Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
+  auto console = settings_.General().Console();
+  auto requestTestBackup = [&] {
+    console.RequestJobName("Nightly");
+    console.TestBackupRequested(true);
+  };
+
+  // A server that takes the connection and never answers holds up nothing but the mail.
+  test::SmtpServer silent({"--silent"});
+  settings_.Store().WriteInt("mail.port", silent.Port());
+  settings_.Store().WriteInt("mail.timeout", 6);
+  requestTestBackup();
+  Start();
+  ASSERT_TRUE(AnswerArrives("RESULT: Backup process completed normally"));
+  service_->Signal(SIGUSR1);
+  ASSERT_TRUE(TitleArrives("Tarnwick service pausing", 5, 3000)) << "the service answers while the mail hangs";
+  service_->Signal(SIGUSR2);
+  ASSERT_TRUE(TitleArrives("Report email could not be sent", 20, 20000));
+  // Stopping with a mail still hanging stops at once.
+  requestTestBackup();
+  ASSERT_TRUE(ReportsArrive(2));
+  Stop();
+
+  // Refused, then the server is back: the mail goes again after fifteen minutes and arrives.
+  settings_.Store().WriteInt("mail.port", 1);
+  settings_.Store().WriteInt("mail.timeout", 120);
+  requestTestBackup();
+  Start("2026-11-23 21:30:00 x60");
+  ASSERT_TRUE(TitleArrives("Report email could not be sent", 5));
+  const auto failed = test::LastLogs(dir_.Path(), 5);
+  const auto refused = std::find_if(failed.begin(), failed.end(), [](const clsLogEntry& e) {
+    return e.Title == "Report email could not be sent";
+  });
+  EXPECT_EQ("The report email could not be sent. Details can be found in the attachment.", refused->Message);
+  EXPECT_NE(std::string::npos, refused->Attachment.find("127.0.0.1")) << refused->Attachment;
+  settings_.Store().WriteInt("mail.port", smtp_.Port());
+  ASSERT_TRUE(TitleArrives("Attempting to re-send email (retry #1)", 5, 60000));
+  ASSERT_TRUE(test::WaitUntil([&] { return smtp_.Count() == 1; }, 20000));
+  EXPECT_EQ((std::vector<std::string>{"Tarnwick backup Nightly completed normally"}), Subjects());
+
+  // Rejected (5xx): each attempt is logged with the server's answer, and tried again.
+  test::SmtpServer rejecting({"--reject", "ok@example.org"});
+  settings_.Store().WriteInt("mail.port", rejecting.Port());
+  requestTestBackup();
+  ASSERT_TRUE(TitleArrives("Attempt to re-send email failed (retry #1)", 10, 90000));
+  Stop();
+  const auto entries = test::LastLogs(dir_.Path(), 10);
+  const auto rejected = std::find_if(entries.begin(), entries.end(), [](const clsLogEntry& e) {
+    return e.Title == "Attempt to re-send email failed (retry #1)";
+  });
+  EXPECT_NE(std::string::npos, rejected->Attachment.find("550")) << rejected->Attachment;
+  EXPECT_EQ(0, rejecting.Count());
+}
+
+TEST_F(FaultTest, MissingOrNonExecutableHelpersFailTheRunWithTheirCodes) {
+  Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
+  auto console = settings_.General().Console();
+  int requests = 0;
+  // One test backup; its result line, and the newest error's title.
+  auto testBackup = [&]() -> std::pair<std::string, std::string> {
+    console.RequestJobName("Nightly");
+    console.TestBackupRequested(true);
+    ++requests;
+    EXPECT_TRUE(test::WaitUntil([&] {
+      const auto answers = Answers();
+      return std::count_if(answers.begin(), answers.end(), [](const std::string& line) {
+               return line.rfind("RESULT: ", 0) == 0;
+             }) == requests;
+    }, 40000));
+    const auto errors = EntriesStartingWith("Error #", 10);
+    return {LastResult(), errors.empty() ? std::string() : errors[0].Title};
+  };
+  Start();
+  fs::remove(dir_ / "DesktopRights");
+  EXPECT_EQ(std::make_pair(std::string("RESULT: Backup process encountered errors"),
+                           std::string("Error #00101 - Unable to launch Backup executor (Code -1)")),
+            testBackup());
+  fs::copy_file(std::string(TW_BIN_DIR) + "/DesktopRights", dir_ / "DesktopRights");
+  fs::permissions(dir_ / "DesktopRights", fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_EQ(std::make_pair(std::string("RESULT: Backup process encountered errors"),
+                           std::string("Error #00101 - Unable to launch Backup executor (Code -1)")),
+            testBackup());
+  fs::permissions(dir_ / "DesktopRights", fs::perms::owner_all);
+  fs::remove(dir_ / "TWExecutor");
+  EXPECT_EQ(std::make_pair(std::string("RESULT: Backup process encountered errors"),
+                           std::string("Error #00106 - Error launching backup")),
+            testBackup());
+  fs::copy_file(std::string(TW_BIN_DIR) + "/TWExecutor", dir_ / "TWExecutor");
+  fs::permissions(dir_ / "TWExecutor", fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_EQ(std::make_pair(std::string("RESULT: Backup process encountered errors"),
+                           std::string("Error #00106 - Error launching backup")),
+            testBackup());
+  ASSERT_TRUE(ReportsArrive(4));
+  ASSERT_TRUE(test::WaitUntil([&] { return smtp_.Count() == 4; }, 20000));
+  Stop();
+  for (const auto& report : Reports()) EXPECT_EQ(2, report.Status) << report.Report;
+  EXPECT_FALSE(fs::exists(dir_ / "BackupLog-Nightly.txt")) << "a run that never began leaves no marker";
+}
+
+TEST_F(FaultTest, AnExecutorThatCrashesNeverFinishesOrFloodsIsReported) {
+  // Not due while the test runs: only the test backups asked for run.
+  Job("Nightly", TimeSerial(23, 0, 0), dir_ / "src").BackupTimeout(0);
+  auto console = settings_.General().Console();
+  int requests = 0;
+  auto testBackup = [&] {
+    console.RequestJobName("Nightly");
+    console.TestBackupRequested(true);
+    ++requests;
+    EXPECT_TRUE(test::WaitUntil([&] {
+      const auto answers = Answers();
+      return std::count_if(answers.begin(), answers.end(), [](const std::string& line) {
+               return line.rfind("RESULT: ", 0) == 0;
+             }) == requests;
+    }, 60000));
+    return LastResult();
+  };
+  // Thirty times faster: the five minutes of grace pass within seconds.
+  Start("2026-11-23 21:00:05 x30");
+
+  // Killed before it could say it had started: the rights launcher says so.
+  StandInExecutor("kill -ABRT $$\n");
+  EXPECT_EQ("RESULT: Backup process encountered errors", testBackup());
+  EXPECT_EQ("Error #00106 - Error launching backup", EntriesStartingWith("Error #", 10).at(0).Title);
+
+  // A run that floods its output and writes a report of several megabytes: all of it is kept.
+  std::string longReport;
+  for (int i = 0; i < 100000; ++i) longReport += "Copied file number " + std::to_string(i) + "\r\n";
+  longReport += "Result: done\r\n";
+  StandInExecutor("status -2\nready\nhead -c 20000000 /dev/zero\n"
+                  "i=0; while [ $i -lt 100000 ]; do printf 'Copied file number %d\\r\\n' $i; i=$((i+1)); done "
+                  "> \"$marker.txt\"\nprintf 'Result: done\\r\\n' >> \"$marker.txt\"\n"
+                  "{ printf '\\377\\376'; iconv -f UTF-8 -t UTF-16LE \"$marker.txt\"; } > \"$marker\"\nstatus 1\n");
+  EXPECT_EQ("RESULT: Backup process completed normally", testBackup());
+  ASSERT_TRUE(ReportsArrive(2));
+  const auto reports = Reports();
+  const auto flood = std::find_if(reports.begin(), reports.end(), [](const auto& r) { return r.Status == 0; });
+  ASSERT_NE(reports.end(), flood);
+  EXPECT_EQ(longReport.size(), flood->Report.size());
+  EXPECT_TRUE(flood->Report == longReport) << flood->Report.substr(0, 200);
+
+  // Crashed after it claimed the run: reported as timed out once the time-out has passed.
+  StandInExecutor("status -2\nready\nkill -SEGV $$\n");
+  EXPECT_EQ("RESULT: Backup process timed out", testBackup());
+  EXPECT_TRUE(HasTitle(Titles(10), "Backup process timed out"));
+
+  // Started, and ended without ever setting the run's status: the last run's status is not taken
+  // for this run's.
+  StandInExecutor("status -2\nready\nreport 'Done\\r\\n'\nstatus 1\n");
+  EXPECT_EQ("RESULT: Backup process completed normally", testBackup());
+  StandInExecutor("ready\n");
+  EXPECT_NE("RESULT: Backup process completed normally", testBackup());
+
+  ASSERT_TRUE(ReportsArrive(5));
+  ASSERT_TRUE(test::WaitUntil([&] { return smtp_.Count() == 5; }, 20000));
+  Stop();
+  const auto events = Events();
+  EXPECT_EQ(1, std::count(events.begin(), events.end(), "Tarnwick 1001")) << ::testing::PrintToString(events);
+  EXPECT_EQ(2, std::count(events.begin(), events.end(), "Tarnwick 1000")) << ::testing::PrintToString(events);
+  EXPECT_EQ(2, std::count(events.begin(), events.end(), "Tarnwick 1002")) << ::testing::PrintToString(events);
+}
+
+TEST_F(FaultTest, AThousandJobsDueInOneMinuteRunTenAndReportEveryOther) {
+  settings_.Store().InTransaction([&] {
+    for (int i = 0; i < 1000; ++i) {
+      clsJob job = settings_.General().AddJob("Job" + std::to_string(i), "Job" + std::to_string(i));
+      job.ScheduledTime(TimeSerial(21, 0, 0));
+      job.Sources({dir_ / "src"});
+      job.Destination().Path(dir_ / "dest");
+      job.JobNotification().SendReportEmail(false);
+    }
+  });
+  Start("2026-11-23 21:00:05");
+  ASSERT_TRUE(ReportsArrive(10, 120000));
+  ASSERT_TRUE(test::WaitUntil([&] { return CountStartingWith(Titles(3000), "Internal error #20007 - ") == 990; },
+                              60000))
+      << CountStartingWith(Titles(3000), "Internal error #20007 - ");
+  // The service is still at its work: it answers at once.
+  service_->Signal(SIGUSR1);
+  ASSERT_TRUE(test::WaitUntil([&] { return Titles(1) == std::vector<std::string>{"Tarnwick service pausing"}; }));
+  Stop();
+  EXPECT_EQ(10u, Reports().size());
+  for (const auto& report : Reports()) EXPECT_EQ(0, report.Status) << report.JobName << "\n" << report.Report;
+  EXPECT_TRUE(HasTitle(Titles(3000), "Number of backup jobs currently running: 1000"));
+}
+
+TEST_F(FaultTest, SigtermDuringARunStopsTheServiceAndTheRunIsReportedAtTheNextStart) {
+  Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
+  // Slow to start and slow to finish: the service stops while the rights launcher still waits.
+  StandInExecutor("sleep 2\nstatus -2\nready\nsleep 3\nreport 'Interrupted run\\r\\nResult: done\\r\\n'\nstatus 1\n");
+  Start("2026-11-23 21:00:05");
+  ASSERT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "BackupLog-Nightly.txt"); }, 20000));
+  const auto stopped = std::chrono::steady_clock::now();
+  Stop();
+  EXPECT_LT(std::chrono::steady_clock::now() - stopped, std::chrono::seconds(5)) << "it does not wait for the run";
+  EXPECT_EQ("Tarnwick service stopping", Titles(1).at(0));
+  EXPECT_TRUE(Reports().empty());
+  // The run goes on without the service and leaves its report in the marker.
+  ASSERT_TRUE(test::WaitUntil([&] { return settings_.General().JobByName("Nightly").RunStatus() == 1; }, 20000));
+  Start("2026-11-23 21:00:40");
+  ASSERT_TRUE(ReportsArrive(1));
+  ASSERT_TRUE(test::WaitUntil([&] { return smtp_.Count() == 1; }, 20000));
+  Stop();
+  EXPECT_EQ("Interrupted run\r\nResult: done\r\n", Reports()[0].Report);
+  EXPECT_EQ(0, Reports()[0].Status);
+  EXPECT_TRUE(HasTitle(Titles(10), "Backup run picked up again"));
+  EXPECT_EQ((std::vector<std::string>{"SmallBusinessServer 5633", "Tarnwick 1000"}), Events());
 }
 
 }  // namespace
