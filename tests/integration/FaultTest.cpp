@@ -86,11 +86,10 @@ class FaultTest : public test::ServiceFixture {
 
 TEST_F(FaultTest, ASettingsFileLockedForHalfAMinuteDelaysTheRunButLosesNothing) {
   Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
-  // Another program holds the file for 30 seconds: no one else may write, or read, meanwhile.
+  // Another program holds the file for 30 seconds: no one else may write meanwhile.
   test::WriteFile(dir_ / "lock.py",
                   "import sqlite3, sys, time\n"
                   "db = sqlite3.connect(sys.argv[1], isolation_level=None)\n"
-                  "db.execute('PRAGMA locking_mode = EXCLUSIVE')\n"
                   "db.execute('BEGIN EXCLUSIVE')\n"
                   "db.execute(\"UPDATE settings SET value = value WHERE key = 'mail.server'\")\n"
                   "print('LOCKED', flush=True)\n"
