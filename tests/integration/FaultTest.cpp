@@ -392,7 +392,7 @@ TEST_F(FaultTest, AnExecutorThatCrashesNeverFinishesOrFloodsIsReported) {
   EXPECT_EQ(2, std::count(events.begin(), events.end(), "Tarnwick 1002")) << ::testing::PrintToString(events);
 }
 
-TEST_F(FaultTest, AThousandJobsDueInOneMinuteRunTenAndReportEveryOther) {
+TEST_F(FaultTest, AThousandJobsDueInOneMinuteRunTenAtOnceAndReportTheRest) {
   settings_.Store().InTransaction([&] {
     for (int i = 0; i < 1000; ++i) {
       clsJob job = settings_.General().AddJob("Job" + std::to_string(i), "Job" + std::to_string(i));
@@ -403,17 +403,18 @@ TEST_F(FaultTest, AThousandJobsDueInOneMinuteRunTenAndReportEveryOther) {
     }
   });
   Start("2026-11-23 21:00:05");
+  // Every job is either run or reported as not started (20007): ten at once, and more when runs end
+  // while the walk through the thousand is still going.
+  auto notStarted = [&] { return CountStartingWith(Titles(3000), "Internal error #20007 - "); };
   ASSERT_TRUE(ReportsArrive(10, 120000));
-  ASSERT_TRUE(test::WaitUntil([&] { return CountStartingWith(Titles(3000), "Internal error #20007 - ") == 990; },
-                              60000))
-      << CountStartingWith(Titles(3000), "Internal error #20007 - ");
+  ASSERT_TRUE(test::WaitUntil([&] { return Reports().size() + notStarted() == 1000; }, 600000))
+      << Reports().size() << " run, " << notStarted() << " not started";
   // The service is still at its work: it answers at once.
   service_->Signal(SIGUSR1);
   ASSERT_TRUE(test::WaitUntil([&] { return Titles(1) == std::vector<std::string>{"Tarnwick service pausing"}; }));
   Stop();
-  EXPECT_EQ(10u, Reports().size());
+  EXPECT_EQ(1000u, Reports().size() + notStarted());
   for (const auto& report : Reports()) EXPECT_EQ(0, report.Status) << report.JobName << "\n" << report.Report;
-  EXPECT_TRUE(HasTitle(Titles(3000), "Number of backup jobs currently running: 1000"));
 }
 
 TEST_F(FaultTest, SigtermDuringARunStopsTheServiceAndTheRunIsReportedAtTheNextStart) {
