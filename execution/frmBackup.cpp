@@ -44,6 +44,10 @@ void frmBackup::DoBackup(const RunningJob& record, const clsJob& job) {
                                   "Path/File access error: " + backupLogPath_, "TWService");
     }
 
+    // The executor sets -2 when it claims the run and its result when it ends. An executor that
+    // never sets it must not leave this run with the last run's result: 0 reads as no result.
+    job_->RunStatus(0);
+
     auto general = host_.settings.General();
     const std::string option =
         OptionWord(general.Options().DetailedLogging(), general.Options().ExecutorNoLogon());

@@ -45,6 +45,20 @@ void WriteText(const std::string& path, const std::string& text, std::ios::openm
   if (!out) throw TWError(errnum::PathFileAccess, "Path/File access error: " + path, "TWService");
 }
 
+// Appends one line or nothing: a line cut short by a full disk is cut off again, or the next entry
+// would be glued to it and both would read back broken.
+void AppendLine(const std::string& path, const std::string& line) {
+  std::error_code error;
+  const auto size = fs::file_size(path, error);
+  const std::uintmax_t before = error ? 0 : size;
+  try {
+    WriteText(path, line, std::ios::app);
+  } catch (...) {
+    fs::resize_file(path, before, error);
+    throw;
+  }
+}
+
 }  // namespace
 
 clsLogs::clsLogs(const std::string& applicationFolder, TWSettings& settings, const Clock& clock, EventPump& pump,
@@ -92,7 +106,7 @@ void clsLogs::AddLog(clsLogEntry& entry) {
   if (lines_.size() >= kEntriesPerFile) ++number;
 
   const FormattedLogLine formatted = FormatLogLine(entry, random_());
-  WriteText(LogFilePath(number), formatted.line + "\r\n", std::ios::app);
+  AppendLine(LogFilePath(number), formatted.line + "\r\n");
 
   const std::string attachmentPath = attachmentDirectory_ + "/" + formatted.attachmentName;
   if (entry.AttachmentType == 2) {

@@ -3,142 +3,20 @@
 // starts the service's clock at a chosen moment (and may run it faster).
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <memory>
-#include <nlohmann/json.hpp>
 
-#include "common/EventPump.h"
 #include "common/NumberText.h"
-#include "logging/clsLogs.h"
 #include "platform/Process.h"
-#include "reporting/clsReportLogs.h"
-#include "settings/TWSettings.h"
-#include "tests/support/TestSupport.h"
+#include "tests/support/ServiceFixture.h"
 
 namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
-using Json = nlohmann::json;
 
-const char* const kFakeTimeLibrary = "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1";
-
-class EndToEndTest : public ::testing::Test {
- protected:
-  EndToEndTest() {
-    // twprocess and TWCam stay out: a lingering-executor check must not reach other tests' runs.
-    for (const char* program : {"TWService", "DesktopRights", "TWExecutor", "TWPrintOut", "twmessage"}) {
-      fs::create_symlink(std::string(TW_BIN_DIR) + "/" + program, dir_ / program);
-    }
-    fs::create_directories(dir_ / "src/sub");
-    test::WriteFile(dir_ / "src/a.txt", "alpha\n");
-    test::WriteFile(dir_ / "src/sub/b.txt", "beta\n");
-    auto general = settings_.General();
-    settings_.Store().WriteBool("mail.email_enabled", true);
-    settings_.Store().WriteText("mail.server", "127.0.0.1");
-    settings_.Store().WriteInt("mail.port", smtp_.Port());
-    settings_.Store().WriteText("mail.success_recipients", "ok@example.org");
-    settings_.Store().WriteText("mail.failure_recipients", "failed@example.org");
-    settings_.Store().WriteText("mail.reminder_recipients", "reminders@example.org");
-    general.Options().SbsReportingEnabled(true);
-    general.Options().EventLogEnabled(true);
-  }
-
-  clsJob Job(const std::string& name, Date time, const std::string& source) {
-    clsJob job = settings_.General().AddJob(name, name);
-    job.ScheduledTime(time);
-    job.Sources({source});
-    job.Destination().Path(dir_ / "dest");
-    job.JobNotification().SendReportEmail(true);
-    return job;
-  }
-  // Starts TWService; with `fakeStart` ("2026-11-23 21:00:05", or with " x30" to run faster) its
-  // clock starts there.
-  void Start(const std::string& fakeStart = "") {
-    std::vector<std::string> environment{"TARNWICK_HOME=" + dir_.Path(), "TARNWICK_SYSLOG_SOCKET=" + (dir_ / "syslog")};
-    if (!fakeStart.empty()) {
-      // The library itself rather than the faketime wrapper, so that signals reach the service.
-      environment.push_back("LD_PRELOAD=" + std::string(kFakeTimeLibrary));
-      environment.push_back("FAKETIME=@" + fakeStart);
-    }
-    service_ = std::make_unique<test::ChildProcess>(std::vector<std::string>{dir_ / "TWService"}, environment);
-  }
-  void Stop() {
-    service_->Signal(SIGTERM);
-    EXPECT_EQ(0, service_->Wait(10000));
-  }
-  std::vector<clsReportLogEntry> Reports() {
-    SystemClock clock;
-    clsReportLogs reports(dir_.Path(), settings_, clock);
-    return reports.GetSummaries(0);
-  }
-  bool ReportsArrive(size_t count, int timeoutMs = 40000) {
-    return test::WaitUntil([&] { return Reports().size() >= count; }, timeoutMs);
-  }
-  std::vector<std::string> Titles(int count) {
-    SystemClock clock;
-    BlockingPump pump;
-    clsLogs logs(dir_.Path(), settings_, clock, pump);
-    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
-    logs.GetLastLogs(count, entries);
-    std::vector<std::string> titles;
-    for (const auto& e : entries) {
-      if (!e.Title.empty()) titles.push_back(e.Title);
-    }
-    return titles;
-  }
-  // Event-log entries received so far, as "APP-NAME MSGID", sorted.
-  std::vector<std::string> Events() {
-    std::vector<std::string> events;
-    while (auto datagram = syslog_.Receive(100)) {
-      events.push_back(test::SyslogSourceAndId(*datagram));
-    }
-    std::sort(events.begin(), events.end());
-    return events;
-  }
-  std::vector<std::string> Subjects() {
-    std::vector<std::string> subjects;
-    for (int i = 1; i <= smtp_.Count(); ++i) subjects.push_back(Json::parse(smtp_.Read(i))["subject"]);
-    std::sort(subjects.begin(), subjects.end());
-    return subjects;
-  }
-  std::vector<std::string> Answers() {
-    std::vector<std::string> lines;
-    for (const auto& [number, line] : settings_.General().Console().AnswersAfter(0)) lines.push_back(line);
-    return lines;
-  }
-  bool AnswerArrives(const std::string& line, int timeoutMs = 40000) {
-    return test::WaitUntil([&] {
-      const auto answers = Answers();
-      return std::find(answers.begin(), answers.end(), line) != answers.end();
-    }, timeoutMs);
-  }
-  // A rights launcher whose executor takes `seconds` to finish, or never finishes (-1): it marks the
-  // run as under way, answers as the real launcher does, and later writes a report and status 1.
-  void SlowLauncher(int seconds) {
-    fs::remove(dir_ / "DesktopRights");
-    const std::string db = dir_ / "settings.db";
-    std::string body = "sqlite3 '" + db + "' 'UPDATE jobs SET run_status = -2'\n";
-    if (seconds >= 0) {
-      body += "( sleep " + std::to_string(seconds) + "; marker=$(ls '" + dir_.Path() +
-              "'/BackupLog-*.txt); { printf '\\377\\376'; printf 'Slow run\\r\\nResult: done\\r\\n' | "
-              "iconv -f UTF-8 -t UTF-16LE; } > \"$marker\"; sqlite3 '" + db +
-              "' 'UPDATE jobs SET run_status = 1' ) >/dev/null 2>&1 &\n";
-    }
-    body += "exit 255\n";
-    test::WriteFile(dir_ / "DesktopRights", "#!/bin/sh\n" + body);
-    ::chmod((dir_ / "DesktopRights").c_str(), 0755);
-  }
-
-  test::TempDir dir_;
-  test::DatagramReceiver syslog_{dir_ / "syslog"};
-  test::SmtpServer smtp_;
-  TWSettings settings_{dir_ / "settings.db"};
-  std::unique_ptr<test::ChildProcess> service_;
-};
+class EndToEndTest : public test::ServiceFixture {};
 
 TEST_F(EndToEndTest, ScheduledRunsAreBackedUpReportedMailedAndLogged) {
   Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");

@@ -5,10 +5,8 @@
 
 #include <filesystem>
 
-#include "common/EventPump.h"
-#include "logging/clsLogs.h"
 #include "settings/TWSettings.h"
-#include "tests/support/TestSupport.h"
+#include "tests/support/ServiceFixture.h"
 
 namespace tw {
 namespace {
@@ -17,20 +15,7 @@ namespace fs = std::filesystem;
 
 class ServiceProcessTest : public ::testing::Test {
  protected:
-  // The newest application-log titles, newest first.
-  std::vector<std::string> Titles(int count) {
-    TWSettings settings(dir_ / "settings.db");
-    SystemClock clock;
-    BlockingPump pump;
-    clsLogs logs(dir_.Path(), settings, clock, pump);
-    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
-    logs.GetLastLogs(count, entries);
-    std::vector<std::string> titles;
-    for (const auto& e : entries) {
-      if (!e.Title.empty()) titles.push_back(e.Title);
-    }
-    return titles;
-  }
+  std::vector<std::string> Titles(int count) { return test::LogTitles(dir_.Path(), count); }
   bool NewestTitleIs(const std::string& title) {
     return test::WaitUntil([&] {
       const auto titles = Titles(1);

@@ -1,0 +1,157 @@
+#include "tests/support/ServiceFixture.h"
+
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "common/Clock.h"
+#include "common/EventPump.h"
+#include "logging/clsLogs.h"
+
+namespace tw::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+const char* const kFakeTimeLibrary = "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1";
+
+}  // namespace
+
+std::vector<clsLogEntry> LastLogs(const std::string& applicationFolder, int count) {
+  // Reading the log needs no settings; the file named here is never opened.
+  TWSettings settings(applicationFolder + "/settings.db");
+  SystemClock clock;
+  BlockingPump pump;
+  clsLogs logs(applicationFolder, settings, clock, pump);
+  std::vector<clsLogEntry> entries(static_cast<size_t>(count));
+  logs.GetLastLogs(count, entries);
+  std::erase_if(entries, [](const clsLogEntry& e) { return e.Title.empty(); });
+  return entries;
+}
+
+std::vector<std::string> LogTitles(const std::string& applicationFolder, int count) {
+  std::vector<std::string> titles;
+  for (const auto& e : LastLogs(applicationFolder, count)) titles.push_back(e.Title);
+  return titles;
+}
+
+void WriteScript(const std::string& path, const std::string& body) {
+  fs::remove(path);
+  WriteFile(path, "#!/bin/sh\n" + body);
+  ::chmod(path.c_str(), 0755);
+}
+
+ServiceFixture::ServiceFixture() {
+  // twprocess and TWCam stay out: a lingering-executor check must not reach other tests' runs.
+  for (const char* program : {"TWService", "DesktopRights", "TWExecutor", "TWPrintOut", "twmessage"}) {
+    fs::create_symlink(std::string(TW_BIN_DIR) + "/" + program, dir_ / program);
+  }
+  fs::create_directories(dir_ / "src/sub");
+  WriteFile(dir_ / "src/a.txt", "alpha\n");
+  WriteFile(dir_ / "src/sub/b.txt", "beta\n");
+  auto general = settings_.General();
+  settings_.Store().WriteBool("mail.email_enabled", true);
+  settings_.Store().WriteText("mail.server", "127.0.0.1");
+  settings_.Store().WriteInt("mail.port", smtp_.Port());
+  settings_.Store().WriteText("mail.success_recipients", "ok@example.org");
+  settings_.Store().WriteText("mail.failure_recipients", "failed@example.org");
+  settings_.Store().WriteText("mail.reminder_recipients", "reminders@example.org");
+  general.Options().SbsReportingEnabled(true);
+  general.Options().EventLogEnabled(true);
+}
+
+clsJob ServiceFixture::Job(const std::string& name, Date time, const std::string& source) {
+  clsJob job = settings_.General().AddJob(name, name);
+  job.ScheduledTime(time);
+  job.Sources({source});
+  job.Destination().Path(dir_ / "dest");
+  job.JobNotification().SendReportEmail(true);
+  return job;
+}
+
+void ServiceFixture::Start(const std::string& fakeStart, const std::string& setup) {
+  std::vector<std::string> environment{"TARNWICK_HOME=" + dir_.Path(), "TARNWICK_SYSLOG_SOCKET=" + (dir_ / "syslog")};
+  if (!fakeStart.empty()) {
+    // The library itself rather than the faketime wrapper, so that signals reach the service.
+    environment.push_back("LD_PRELOAD=" + std::string(kFakeTimeLibrary));
+    environment.push_back("FAKETIME=@" + fakeStart);
+  }
+  std::vector<std::string> argv{dir_ / "TWService"};
+  if (!setup.empty()) {
+    // unshare and the shell exec in turn, so the process the test signals is the service.
+    argv = {"/usr/bin/unshare", "-m", "/bin/sh", "-ec", setup + "\nexec \"$0\"", dir_ / "TWService"};
+  }
+  service_ = std::make_unique<ChildProcess>(argv, environment, dir_ / "service.out");
+}
+
+void ServiceFixture::Stop() {
+  service_->Signal(SIGTERM);
+  EXPECT_EQ(0, service_->Wait(10000));
+}
+
+std::vector<clsReportLogEntry> ServiceFixture::Reports() {
+  SystemClock clock;
+  TWSettings settings(dir_ / "settings.db");
+  clsReportLogs reports(dir_.Path(), settings, clock);
+  return reports.GetSummaries(0);
+}
+
+bool ServiceFixture::ReportsArrive(size_t count, int timeoutMs) {
+  return WaitUntil([&] { return Reports().size() >= count; }, timeoutMs);
+}
+
+std::vector<std::string> ServiceFixture::Titles(int count, const std::string& folder) {
+  return LogTitles(folder.empty() ? dir_.Path() : folder, count);
+}
+
+bool ServiceFixture::TitleArrives(const std::string& title, int count, int timeoutMs) {
+  return WaitUntil([&] {
+    const auto titles = Titles(count);
+    return std::find(titles.begin(), titles.end(), title) != titles.end();
+  }, timeoutMs);
+}
+
+std::vector<std::string> ServiceFixture::Events() {
+  std::vector<std::string> events;
+  while (auto datagram = syslog_.Receive(100)) events.push_back(SyslogSourceAndId(*datagram));
+  std::sort(events.begin(), events.end());
+  return events;
+}
+
+std::vector<std::string> ServiceFixture::Subjects() {
+  std::vector<std::string> subjects;
+  for (int i = 1; i <= smtp_.Count(); ++i) subjects.push_back(nlohmann::json::parse(smtp_.Read(i))["subject"]);
+  std::sort(subjects.begin(), subjects.end());
+  return subjects;
+}
+
+std::vector<std::string> ServiceFixture::Answers() {
+  std::vector<std::string> lines;
+  for (const auto& [number, line] : settings_.General().Console().AnswersAfter(0)) lines.push_back(line);
+  return lines;
+}
+
+bool ServiceFixture::AnswerArrives(const std::string& line, int timeoutMs) {
+  return WaitUntil([&] {
+    const auto answers = Answers();
+    return std::find(answers.begin(), answers.end(), line) != answers.end();
+  }, timeoutMs);
+}
+
+void ServiceFixture::SlowLauncher(int seconds) {
+  const std::string db = dir_ / "settings.db";
+  std::string body = "sqlite3 -cmd '.timeout 5000' '" + db + "' 'UPDATE jobs SET run_status = -2'\n";
+  if (seconds >= 0) {
+    body += "( sleep " + std::to_string(seconds) + "; marker=$(ls '" + dir_.Path() +
+            "'/BackupLog-*.txt); { printf '\\377\\376'; printf 'Slow run\\r\\nResult: done\\r\\n' | "
+            "iconv -f UTF-8 -t UTF-16LE; } > \"$marker\"; sqlite3 -cmd '.timeout 5000' '" + db +
+            "' 'UPDATE jobs SET run_status = 1' ) >/dev/null 2>&1 &\n";
+  }
+  body += "exit 255\n";
+  WriteScript(dir_ / "DesktopRights", body);
+}
+
+}  // namespace tw::test

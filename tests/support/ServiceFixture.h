@@ -1,0 +1,57 @@
+#pragma once
+// The built programs in a temporary application folder, run as a user runs them: the programs
+// linked in from the build, a settings file, a syslog socket and an SMTP server of the test's own,
+// and TWService started there with its clock moved by faketime. Shared by the end-to-end and the
+// fault tests.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "logging/clsLogEntry.h"
+#include "reporting/clsReportLogs.h"
+#include "settings/TWSettings.h"
+#include "tests/support/TestSupport.h"
+
+namespace tw::test {
+
+// The newest entries of the application log in `applicationFolder`, newest first, and their titles.
+std::vector<clsLogEntry> LastLogs(const std::string& applicationFolder, int count);
+std::vector<std::string> LogTitles(const std::string& applicationFolder, int count);
+
+// Writes an executable shell script.
+void WriteScript(const std::string& path, const std::string& body);
+
+class ServiceFixture : public ::testing::Test {
+ protected:
+  ServiceFixture();
+
+  clsJob Job(const std::string& name, Date time, const std::string& source);
+  // Starts TWService; with `fakeStart` ("2026-11-23 21:00:05", or with " x30" to run faster) its
+  // clock starts there. With `setup`, the service runs in a mount namespace of its own after that
+  // shell text has run there (as root: mounts that only the service sees).
+  void Start(const std::string& fakeStart = "", const std::string& setup = "");
+  void Stop();
+  std::vector<clsReportLogEntry> Reports();
+  bool ReportsArrive(size_t count, int timeoutMs = 40000);
+  // The newest application-log titles, newest first; `folder` reads another view of the folder.
+  std::vector<std::string> Titles(int count, const std::string& folder = "");
+  bool TitleArrives(const std::string& title, int count = 20, int timeoutMs = 40000);
+  // Event-log entries received so far, as "APP-NAME MSGID", sorted.
+  std::vector<std::string> Events();
+  std::vector<std::string> Subjects();
+  std::vector<std::string> Answers();
+  bool AnswerArrives(const std::string& line, int timeoutMs = 40000);
+  // A rights launcher whose executor takes `seconds` to finish, or never finishes (-1): it marks the
+  // run as under way, answers as the real launcher does, and later writes a report and status 1.
+  void SlowLauncher(int seconds);
+
+  TempDir dir_;
+  DatagramReceiver syslog_{dir_ / "syslog"};
+  SmtpServer smtp_;
+  TWSettings settings_{dir_ / "settings.db"};
+  std::unique_ptr<ChildProcess> service_;
+};
+
+}  // namespace tw::test
