@@ -262,7 +262,8 @@ std::optional<Date> ParseIsoDate(std::string_view text) {
       !Expect(text, pos, '-') || !ReadNumber(text, pos, 2, day)) {
     return std::nullopt;
   }
-  if (month < 1 || month > 12 || day < 1 || day > DaysInMonth(year, month)) return std::nullopt;
+  // A year before 100 lies outside what a date can hold; it is refused rather than shown as 0100.
+  if (year < 100 || month < 1 || month > 12 || day < 1 || day > DaysInMonth(year, month)) return std::nullopt;
   Date result = DateSerial(year, month, day);
   if (pos == text.size()) return result;
   if (!Expect(text, pos, ' ')) return std::nullopt;

@@ -109,7 +109,8 @@ TEST(DateTest, ParsesTimesAndDatesTypedByAnAdministrator) {
   // Before 1899-12-30 the time is the magnitude of the fraction of a negative number.
   EXPECT_EQ("1026-11-23 21:00:00", IsoText(*ParseIsoDate("1026-11-23 21:00")));
   EXPECT_EQ("1899-12-29 06:00:00", IsoText(MakeDate({1899, 12, 29, 6, 0, 0})));
-  for (const char* bad : {"2023-02-29", "2024-13-01", "2024-1-01", "2024-01-01T10:00", "2024-01-01 25:00"}) {
+  for (const char* bad : {"2023-02-29", "2024-13-01", "2024-1-01", "2024-01-01T10:00", "2024-01-01 25:00",
+                          "0026-11-23"}) {
     EXPECT_FALSE(ParseIsoDate(bad)) << bad;
   }
 }
