@@ -87,7 +87,8 @@ class frmService {
   // Empties the slot that holds `form`; the form is destroyed from the loop, after the call that
   // is running now has returned.
   void ReleaseSlot(size_t slot);
-  void ReleaseSlotOf(const RunningJob& record);
+  // Gives up watching the run of `record`: its slot is released and its marker removed.
+  void AbandonRunOf(const RunningJob& record);
 
   int InstallationDialog();
   int Setup(const std::string& accountText);

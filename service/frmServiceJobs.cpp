@@ -76,8 +76,9 @@ void frmService::tmrPoll_Timer() {
       late->Status = 0;
       late->BackupReport = message;
       late->BackupEndTime = host_.clock.Now();
-      // The slot that watched the hung run is freed: a run that ends later is not reported twice.
-      ReleaseSlotOf(late);
+      // The slot that watched the hung run is freed and its marker removed: neither a late end nor
+      // the next start of the service reports the run a second time.
+      AbandonRunOf(late);
       CompletionHandling(late);
     } else if (host_.mail.ResendDue()) {
       host_.mail.ResendMail();
@@ -157,9 +158,13 @@ void frmService::ReleaseSlot(size_t slot) {
   host_.loop.Post([form] {});  // the last reference goes once the current call has returned
 }
 
-void frmService::ReleaseSlotOf(const RunningJob& record) {
+void frmService::AbandonRunOf(const RunningJob& record) {
   for (size_t i = 0; i < objBackup_.size(); ++i) {
-    if (objBackup_[i] && objBackup_[i]->Record() == record) ReleaseSlot(i);
+    if (!objBackup_[i] || objBackup_[i]->Record() != record) continue;
+    // An executor still holding the marker open writes into the removed file, which nobody reads.
+    std::error_code ignored;
+    std::filesystem::remove(objBackup_[i]->BackupLogPath(), ignored);
+    ReleaseSlot(i);
   }
 }
 

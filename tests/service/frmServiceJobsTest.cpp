@@ -213,6 +213,8 @@ TEST_F(FrmServiceJobsTest, ARunPastItsTimeOutIsReportedAsTimedOut) {
   service_.tmrPoll_Timer();
   EXPECT_EQ(0, service_.JobManager().JobsRunning());
   EXPECT_EQ(0, Occupied()) << "the slot is free for the next run";
+  EXPECT_FALSE(fs::exists(dir_ / ("BackupLog-" + job.BackupLogId() + ".txt")))
+      << "a marker left behind would have the run picked up and reported again at the next start";
 
   const std::string message =
       "The Tarnwick service has detected that the backup operation failed to complete within the timeout period. "
