@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <set>
 
 #include "common/Error.h"
 #include "common/NumberText.h"
@@ -31,9 +32,7 @@ struct Claim {
   std::string backupLogId;
 };
 
-// The oldest marker nobody has claimed: one holding at most its byte-order mark that this process
-// can lock. Claiming writes a first line, so that no other executor takes it.
-std::optional<Claim> ClaimMarker(const std::string& folder) {
+std::vector<std::pair<int64_t, std::string>> ListMarkers(const std::string& folder) {
   std::vector<std::pair<int64_t, std::string>> markers;
   std::error_code error;
   for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
@@ -43,11 +42,27 @@ std::optional<Claim> ClaimMarker(const std::string& folder) {
     }
   }
   std::sort(markers.begin(), markers.end());
-  for (const auto& [time, name] : markers) {
-    auto marker = platform::LockedFile::TryLock(folder + "/" + name);
-    if (!marker || marker->Size() > 2) continue;
-    if (!marker->Replace(Utf16FileBytes("Tarnwick backup report\r\nThe backup is running.\r\n"))) continue;
-    return Claim{std::move(marker), name.substr(10, name.size() - 14)};
+  return markers;
+}
+
+// The oldest marker nobody has claimed: one holding at most its byte-order mark that this process
+// can lock. Claiming writes a first line, so that no other executor takes it.
+// When several runs start together, an executor that listed the folder before the next run's
+// marker existed may find its own marker taken by a later executor; it then looks again, and takes
+// the marker that later executor left behind.
+std::optional<Claim> ClaimMarker(const std::string& folder) {
+  std::set<std::string> tried;
+  for (int attempt = 0; attempt < 20; ++attempt) {
+    bool sawNew = false;
+    for (const auto& [time, name] : ListMarkers(folder)) {
+      if (!tried.insert(name).second) continue;
+      sawNew = true;
+      auto marker = platform::LockedFile::TryLock(folder + "/" + name);
+      if (!marker || marker->Size() > 2) continue;
+      if (!marker->Replace(Utf16FileBytes("Tarnwick backup report\r\nThe backup is running.\r\n"))) continue;
+      return Claim{std::move(marker), name.substr(10, name.size() - 14)};
+    }
+    if (!sawNew) break;
   }
   return std::nullopt;
 }
