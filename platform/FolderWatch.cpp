@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 namespace tw::platform {
 
@@ -42,7 +43,8 @@ std::optional<std::vector<FolderWatch::Change>> FolderWatch::Changes() {
       if (event.mask & (IN_Q_OVERFLOW | IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT)) {
         lost = true;
       } else if (event.len > 0) {
-        changes.push_back({std::string(name, ::strnlen(name, event.len)), (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0});
+        const bool added = (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0;
+        changes.push_back({std::string(name, ::strnlen(name, event.len)), added});
       }
     }
     if (lost) {
@@ -62,7 +64,8 @@ std::optional<std::vector<std::string>> FolderNames(const std::string& folder) {
     errno = 0;  // readdir tells the end from a failure only by errno
     const dirent* entry = ::readdir(directory.get());
     if (entry == nullptr) break;
-    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) names.emplace_back(entry->d_name);
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
   }
   if (errno != 0) return std::nullopt;
   return names;

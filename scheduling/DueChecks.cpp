@@ -42,9 +42,8 @@ bool MayBeDue(const JobTimingValues& job, Date now, std::unordered_map<std::stri
   if (!job.suspended) return true;
   if (*job.suspended) return false;
   if (!job.reminderByEmail || !job.reminderByBroadcast) return true;
-  if ((*job.reminderByEmail || *job.reminderByBroadcast) && (!job.reminderTime || InWindowAfter(*job.reminderTime, now))) {
-    return true;
-  }
+  const bool reminder = *job.reminderByEmail || *job.reminderByBroadcast;
+  if (reminder && (!job.reminderTime || InWindowAfter(*job.reminderTime, now))) return true;
   if (!job.scheduledTime || InWindowAfter(*job.scheduledTime, now)) return true;
   if (!job.maintenanceEnabled) return true;
   if (!*job.maintenanceEnabled) return false;
