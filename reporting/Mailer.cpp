@@ -264,6 +264,9 @@ void Mailer::Send(const std::string& subject, const std::string& body, int32_t m
     early.error = CurrentError("Mailer").Description;
     early.transcript = "The message could not be prepared: " + early.error + "\n";
   }
+  // The library is loaded here, before the transfer starts, so that the first message takes no
+  // longer in flight than the others: a transfer still under way when the service stops is given up.
+  LoadCurl();
   auto transfer = transfers_.emplace(transfers_.end());
   auto alive = alive_;
   *transfer = std::thread([this, transfer, alive, server, recipients, mime, early, onSuccess, onFailure] {
