@@ -1,4 +1,4 @@
-// The cost of finding schedule matches, and of one poll tick's due checks over many jobs.
+// The cost of finding schedule matches, and of the due checks of one poll tick over many jobs.
 //   build/bin/bench_scheduling
 #include <benchmark/benchmark.h>
 
@@ -39,14 +39,13 @@ void BM_NextMatchesYearByMinute(benchmark::State& state, const char* text) {
 }
 BENCHMARK_CAPTURE(BM_NextMatchesYearByMinute, monday_friday, kMondayFriday)->Unit(benchmark::kMillisecond);
 
-// One pass of the three due checks over every job, at a moment when nothing is due: what an idle
-// poll tick costs in the real store.
-void BM_DueChecksPass(benchmark::State& state) {
-  const int jobs = static_cast<int>(state.range(0));
-  char pattern[] = "/tmp/tarnwick-bench-XXXXXX";
-  const std::string folder = mkdtemp(pattern);
-  {
-    tw::TWSettings settings(folder + "/settings.db");
+// An application folder whose store holds `jobs` jobs, none due at noon on a Monday.
+class JobsFolder {
+ public:
+  explicit JobsFolder(int jobs) {
+    char pattern[] = "/tmp/tarnwick-bench-XXXXXX";
+    path_ = mkdtemp(pattern);
+    tw::TWSettings settings(path_ + "/settings.db");
     auto general = settings.General();
     settings.Store().InTransaction([&] {
       for (int i = 0; i < jobs; ++i) {
@@ -57,10 +56,21 @@ void BM_DueChecksPass(benchmark::State& state) {
       }
     });
   }
-  tw::TWSettings settings(folder + "/settings.db");
+  ~JobsFolder() { std::filesystem::remove_all(path_); }
+  const std::string& Path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+// The three due checks asked of every job, one job after the other, at a moment when nothing is
+// due: each check reads its values afresh, several small queries a job.
+void BM_DueChecksEveryJob(benchmark::State& state) {
+  JobsFolder folder(static_cast<int>(state.range(0)));
+  tw::TWSettings settings(folder.Path() + "/settings.db");
   tw::ManualClock clock(tw::DateSerial(2026, 11, 23) + tw::TimeSerial(12, 0, 30));
   tw::BlockingPump pump;
-  tw::clsLogs logs(folder, settings, clock, pump);
+  tw::clsLogs logs(folder.Path(), settings, clock, pump);
   tw::modLogging logging(logs, settings, pump);
   tw::clsDueChecks checks(clock, logging);
   for (auto _ : state) {
@@ -73,7 +83,28 @@ void BM_DueChecksPass(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(due);
   }
-  std::filesystem::remove_all(folder);
+}
+BENCHMARK(BM_DueChecksEveryJob)->ArgName("jobs")->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
+
+// What the poll tick does instead: one read of every job's timing values, and the checks asked
+// only of the jobs that may be due.
+void BM_DueChecksPass(benchmark::State& state) {
+  JobsFolder folder(static_cast<int>(state.range(0)));
+  tw::TWSettings settings(folder.Path() + "/settings.db");
+  tw::ManualClock clock(tw::DateSerial(2026, 11, 23) + tw::TimeSerial(12, 0, 30));
+  tw::BlockingPump pump;
+  tw::clsLogs logs(folder.Path(), settings, clock, pump);
+  tw::modLogging logging(logs, settings, pump);
+  tw::clsDueChecks checks(clock, logging);
+  for (auto _ : state) {
+    auto general = settings.General();
+    int due = 0;
+    for (const int32_t i : checks.JobsThatMayBeDue(general.JobTimings())) {
+      auto job = general.JobByIndex(i);
+      if (checks.IsReminderDue(job) || checks.IsScheduledTimeDue(job) || checks.IsMaintenanceDue(job)) ++due;
+    }
+    benchmark::DoNotOptimize(due);
+  }
 }
 BENCHMARK(BM_DueChecksPass)->ArgName("jobs")->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
 

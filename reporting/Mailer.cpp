@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
 #include <random>
 
 #include "common/Error.h"
 #include "common/Strings.h"
 #include "platform/HostName.h"
+#include "platform/SharedLibrary.h"
 #include "reporting/MailMessage.h"
 
 namespace tw {
@@ -21,9 +21,45 @@ namespace fs = std::filesystem;
 // Transcripts kept in their folder; older ones are removed.
 constexpr size_t kTranscriptsKept = 100;
 
-void InitialiseCurl() {
-  static std::once_flag once;
-  std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+// libcurl, loaded when the first message goes out. Loading it brings in TLS and directory
+// libraries whose start-up work alone takes several megabytes of memory; a service that sends
+// no mail has no need of them.
+struct Curl {
+  CURLcode (*global_init)(long flags);
+  CURL* (*easy_init)();
+  CURLcode (*easy_setopt)(CURL* handle, CURLoption option, ...);
+  CURLcode (*easy_perform)(CURL* handle);
+  void (*easy_cleanup)(CURL* handle);
+  const char* (*easy_strerror)(CURLcode code);
+  curl_slist* (*slist_append)(curl_slist* list, const char* text);
+  void (*slist_free_all)(curl_slist* list);
+};
+
+template <typename Function>
+bool Bind(platform::SharedLibrary& library, const char* name, Function& function) {
+  function = reinterpret_cast<Function>(library.Symbol(name));
+  return function != nullptr;
+}
+
+// The loaded and initialised library, kept for the life of the process; nullptr when it cannot
+// be loaded.
+const Curl* LoadCurl() {
+  static const Curl* loaded = [] () -> const Curl* {
+    static platform::SharedLibrary library("libcurl.so.4");
+    static Curl curl;
+    if (!library.Loaded() || !Bind(library, "curl_global_init", curl.global_init) ||
+        !Bind(library, "curl_easy_init", curl.easy_init) || !Bind(library, "curl_easy_setopt", curl.easy_setopt) ||
+        !Bind(library, "curl_easy_perform", curl.easy_perform) ||
+        !Bind(library, "curl_easy_cleanup", curl.easy_cleanup) ||
+        !Bind(library, "curl_easy_strerror", curl.easy_strerror) ||
+        !Bind(library, "curl_slist_append", curl.slist_append) ||
+        !Bind(library, "curl_slist_free_all", curl.slist_free_all)) {
+      return nullptr;
+    }
+    if (curl.global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) return nullptr;
+    return &curl;
+  }();
+  return loaded;
 }
 
 std::string HostName() {
@@ -91,12 +127,15 @@ size_t OnRead(char* buffer, size_t size, size_t count, void* user) {
 
 // Releases what curl was given, whatever happens.
 struct CurlHandles {
-  CURL* easy = curl_easy_init();
-  curl_slist* recipients = nullptr;
+  explicit CurlHandles(const Curl* library) : api(library), easy(library ? library->easy_init() : nullptr) {}
   ~CurlHandles() {
-    curl_slist_free_all(recipients);
-    curl_easy_cleanup(easy);
+    if (api == nullptr) return;
+    api->slist_free_all(recipients);
+    if (easy != nullptr) api->easy_cleanup(easy);
   }
+  const Curl* api;
+  CURL* easy;
+  curl_slist* recipients = nullptr;
 };
 
 }  // namespace
@@ -134,7 +173,6 @@ std::string SenderAddress(const MailServer& server) {
 
 SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& recipients, const std::string& mime,
                      const std::atomic<bool>* keepGoing) {
-  InitialiseCurl();
   SendOutcome outcome;
   const std::string url = (server.security == "tls" ? "smtps://" : "smtp://") + server.host + ":" +
                           std::to_string(server.port);
@@ -146,7 +184,8 @@ SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& r
     outcome.transcript = transcript.text + "Result: " + outcome.error + "\n";
     return outcome;
   }
-  CurlHandles curl;
+  const Curl* api = LoadCurl();
+  CurlHandles curl(api);
   if (curl.easy == nullptr) {
     outcome.error = "the mail library could not start";
     outcome.transcript = transcript.text + "Result: " + outcome.error + "\n";
@@ -156,48 +195,46 @@ SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& r
   char errorText[CURL_ERROR_SIZE] = {};
   const std::string from = "<" + SenderAddress(server) + ">";
   for (const auto& recipient : recipients) {
-    curl.recipients = curl_slist_append(curl.recipients, ("<" + recipient + ">").c_str());
+    curl.recipients = api->slist_append(curl.recipients, ("<" + recipient + ">").c_str());
   }
-  curl_easy_setopt(curl.easy, CURLOPT_URL, url.c_str());
-  if (server.security == "starttls") curl_easy_setopt(curl.easy, CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
+  api->easy_setopt(curl.easy, CURLOPT_URL, url.c_str());
+  if (server.security == "starttls") api->easy_setopt(curl.easy, CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
   if (!server.user.empty()) {
-    curl_easy_setopt(curl.easy, CURLOPT_USERNAME, server.user.c_str());
-    curl_easy_setopt(curl.easy, CURLOPT_PASSWORD, server.password.c_str());
+    api->easy_setopt(curl.easy, CURLOPT_USERNAME, server.user.c_str());
+    api->easy_setopt(curl.easy, CURLOPT_PASSWORD, server.password.c_str());
   }
-  if (!server.caFile.empty()) curl_easy_setopt(curl.easy, CURLOPT_CAINFO, server.caFile.c_str());
+  if (!server.caFile.empty()) api->easy_setopt(curl.easy, CURLOPT_CAINFO, server.caFile.c_str());
   if (!server.verifyCertificate) {
-    curl_easy_setopt(curl.easy, CURLOPT_SSL_VERIFYPEER, 0L);
-    curl_easy_setopt(curl.easy, CURLOPT_SSL_VERIFYHOST, 0L);
+    api->easy_setopt(curl.easy, CURLOPT_SSL_VERIFYPEER, 0L);
+    api->easy_setopt(curl.easy, CURLOPT_SSL_VERIFYHOST, 0L);
   }
-  curl_easy_setopt(curl.easy, CURLOPT_MAIL_FROM, from.c_str());
-  curl_easy_setopt(curl.easy, CURLOPT_MAIL_RCPT, curl.recipients);
-  curl_easy_setopt(curl.easy, CURLOPT_READFUNCTION, OnRead);
-  curl_easy_setopt(curl.easy, CURLOPT_READDATA, &upload);
-  curl_easy_setopt(curl.easy, CURLOPT_UPLOAD, 1L);
-  curl_easy_setopt(curl.easy, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(mime.size()));
-  curl_easy_setopt(curl.easy, CURLOPT_CONNECTTIMEOUT, static_cast<long>(server.connectTimeoutSeconds));
-  curl_easy_setopt(curl.easy, CURLOPT_TIMEOUT, static_cast<long>(server.timeoutSeconds));
-  curl_easy_setopt(curl.easy, CURLOPT_NOSIGNAL, 1L);  // time-outs without signals: we run on a thread
-  curl_easy_setopt(curl.easy, CURLOPT_ERRORBUFFER, errorText);
+  api->easy_setopt(curl.easy, CURLOPT_MAIL_FROM, from.c_str());
+  api->easy_setopt(curl.easy, CURLOPT_MAIL_RCPT, curl.recipients);
+  api->easy_setopt(curl.easy, CURLOPT_READFUNCTION, OnRead);
+  api->easy_setopt(curl.easy, CURLOPT_READDATA, &upload);
+  api->easy_setopt(curl.easy, CURLOPT_UPLOAD, 1L);
+  api->easy_setopt(curl.easy, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(mime.size()));
+  api->easy_setopt(curl.easy, CURLOPT_CONNECTTIMEOUT, static_cast<long>(server.connectTimeoutSeconds));
+  api->easy_setopt(curl.easy, CURLOPT_TIMEOUT, static_cast<long>(server.timeoutSeconds));
+  api->easy_setopt(curl.easy, CURLOPT_NOSIGNAL, 1L);  // time-outs without signals: we run on a thread
+  api->easy_setopt(curl.easy, CURLOPT_ERRORBUFFER, errorText);
   if (keepGoing != nullptr) {
-    curl_easy_setopt(curl.easy, CURLOPT_NOPROGRESS, 0L);
-    curl_easy_setopt(curl.easy, CURLOPT_XFERINFOFUNCTION, OnProgress);
-    curl_easy_setopt(curl.easy, CURLOPT_XFERINFODATA, keepGoing);
+    api->easy_setopt(curl.easy, CURLOPT_NOPROGRESS, 0L);
+    api->easy_setopt(curl.easy, CURLOPT_XFERINFOFUNCTION, OnProgress);
+    api->easy_setopt(curl.easy, CURLOPT_XFERINFODATA, keepGoing);
   }
-  curl_easy_setopt(curl.easy, CURLOPT_VERBOSE, 1L);
-  curl_easy_setopt(curl.easy, CURLOPT_DEBUGFUNCTION, OnDebug);
-  curl_easy_setopt(curl.easy, CURLOPT_DEBUGDATA, &transcript);
-  const CURLcode result = curl_easy_perform(curl.easy);
+  api->easy_setopt(curl.easy, CURLOPT_VERBOSE, 1L);
+  api->easy_setopt(curl.easy, CURLOPT_DEBUGFUNCTION, OnDebug);
+  api->easy_setopt(curl.easy, CURLOPT_DEBUGDATA, &transcript);
+  const CURLcode result = api->easy_perform(curl.easy);
   outcome.ok = result == CURLE_OK;
-  if (!outcome.ok) outcome.error = errorText[0] != '\0' ? errorText : curl_easy_strerror(result);
+  if (!outcome.ok) outcome.error = errorText[0] != '\0' ? errorText : api->easy_strerror(result);
   outcome.transcript = transcript.text + "\nResult: " + (outcome.ok ? "sent" : outcome.error) + "\n";
   return outcome;
 }
 
 Mailer::Mailer(TWSettings& settings, platform::EventLoop& loop, const Clock& clock, std::string transcriptFolder)
-    : settings_(settings), loop_(loop), clock_(clock), transcriptFolder_(std::move(transcriptFolder)) {
-  InitialiseCurl();
-}
+    : settings_(settings), loop_(loop), clock_(clock), transcriptFolder_(std::move(transcriptFolder)) {}
 
 Mailer::~Mailer() {
   *alive_ = false;
@@ -227,6 +264,9 @@ void Mailer::Send(const std::string& subject, const std::string& body, int32_t m
     early.error = CurrentError("Mailer").Description;
     early.transcript = "The message could not be prepared: " + early.error + "\n";
   }
+  // The library is loaded here, before the transfer starts, so that the first message takes no
+  // longer in flight than the others: a transfer still under way when the service stops is given up.
+  LoadCurl();
   auto transfer = transfers_.emplace(transfers_.end());
   auto alive = alive_;
   *transfer = std::thread([this, transfer, alive, server, recipients, mime, early, onSuccess, onFailure] {

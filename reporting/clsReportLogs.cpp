@@ -41,17 +41,40 @@ void clsReportLogs::Clear() {
   }
 }
 
-std::vector<clsReportLogEntry> clsReportLogs::GetSummaries(int32_t maxCount) {
-  std::vector<std::string> names;
-  std::error_code error;
-  fs::directory_iterator it(directory_, error);
-  if (error) throw TWError(76, "Path not found: " + directory_, "TWService");
-  for (fs::directory_iterator end; !error && it != end; it.increment(error)) {
-    const std::string name = it->path().filename().string();
-    if (IsReportLog(name)) names.push_back(name);
+const std::vector<std::string>& clsReportLogs::ReportLogNames() {
+  // Newest first: the names are day numbers, so the greater name is the later report.
+  const auto newerFirst = [](const std::string& a, const std::string& b) { return IComparator_Compare(a, b) < 0; };
+  if (watch_ && watchedDirectory_ == directory_) {
+    if (const auto changes = watch_->Changes()) {
+      for (const auto& change : *changes) {
+        if (!IsReportLog(change.name)) continue;
+        // A change may already be in the listing when it happened while the folder was read.
+        const auto at = std::lower_bound(names_.begin(), names_.end(), change.name, newerFirst);
+        const bool listed = at != names_.end() && *at == change.name;
+        if (change.added && !listed) names_.insert(at, change.name);
+        if (!change.added && listed) names_.erase(at);
+      }
+      return names_;
+    }
   }
-  std::stable_sort(names.begin(), names.end(),
-                   [](const std::string& a, const std::string& b) { return IComparator_Compare(a, b) < 0; });
+  // The watch begins before the reading, so that nothing done meanwhile is missed.
+  watch_ = std::make_unique<platform::FolderWatch>(directory_);
+  watchedDirectory_ = directory_;
+  names_.clear();
+  auto names = platform::FolderNames(directory_);
+  if (!names) {
+    watch_.reset();
+    throw TWError(76, "Path not found: " + directory_, "TWService");
+  }
+  for (auto& name : *names) {
+    if (IsReportLog(name)) names_.push_back(std::move(name));
+  }
+  std::stable_sort(names_.begin(), names_.end(), newerFirst);
+  return names_;
+}
+
+std::vector<clsReportLogEntry> clsReportLogs::GetSummaries(int32_t maxCount) {
+  const std::vector<std::string>& names = ReportLogNames();
   // 0, or more than there are, means all of them; a negative count none.
   size_t limit = names.size();
   if (maxCount != 0 && static_cast<int64_t>(maxCount) <= static_cast<int64_t>(names.size())) {

@@ -3,10 +3,12 @@
 // listing the newest, deleting them all.
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "common/Clock.h"
+#include "platform/FolderWatch.h"
 #include "reporting/clsReportLogEntry.h"
 #include "settings/TWSettings.h"
 
@@ -26,17 +28,26 @@ class clsReportLogs {
   // Deletes every ".log" file of the folder; errors are ignored.
   void Clear();
   // The newest `maxCount` report logs (0: all), newest first, fully loaded. A file that cannot be
-  // read is left out; a folder that cannot be read raises TWError.
+  // read is left out; a folder that cannot be read raises TWError. The folder's names are read
+  // once and then kept up to date by watching the folder, so that a folder of years of reports
+  // is not read through at every call; the files themselves are read afresh each time.
   std::vector<clsReportLogEntry> GetSummaries(int32_t maxCount);
   // Records the time in the settings (for the console), names the entry afresh (never the name of
   // a report already there) and saves it.
   void SaveNewEntry(clsReportLogEntry& entry);
 
  private:
+  // The names of the report logs in the folder, newest first.
+  const std::vector<std::string>& ReportLogNames();
+
   std::string directory_;
   TWSettings& settings_;
   const Clock& clock_;
   std::function<double()> random_;
+  // The listing of `watchedDirectory_` as it stands, while `watch_` can tell what changed.
+  std::unique_ptr<platform::FolderWatch> watch_;
+  std::string watchedDirectory_;
+  std::vector<std::string> names_;
 };
 
 }  // namespace tw

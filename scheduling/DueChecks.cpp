@@ -1,6 +1,7 @@
 #include "scheduling/DueChecks.h"
 
 #include <cstdlib>
+#include <unordered_map>
 
 #include "common/Error.h"
 #include "scheduling/Occurrence.h"
@@ -34,7 +35,42 @@ Date TodayAt(Date now, Date timeOfDay) {
   return DateOnly(now) + TimeSerial(t.hour, t.minute, t.second);
 }
 
+// Whether any of the three checks can fire for these values at `now`: each needs the job not to be
+// suspended and the moment inside its window. `maintenanceMayMatch` remembers, per schedule
+// string, whether it matches now or cannot be read.
+bool MayBeDue(const JobTimingValues& job, Date now, std::unordered_map<std::string, bool>& maintenanceMayMatch) {
+  if (!job.suspended) return true;
+  if (*job.suspended) return false;
+  if (!job.reminderByEmail || !job.reminderByBroadcast) return true;
+  const bool reminder = *job.reminderByEmail || *job.reminderByBroadcast;
+  if (reminder && (!job.reminderTime || InWindowAfter(*job.reminderTime, now))) return true;
+  if (!job.scheduledTime || InWindowAfter(*job.scheduledTime, now)) return true;
+  if (!job.maintenanceEnabled) return true;
+  if (!*job.maintenanceEnabled) return false;
+  auto known = maintenanceMayMatch.find(job.maintenanceOccurrence);
+  if (known == maintenanceMayMatch.end()) {
+    bool mayMatch = true;  // a schedule that cannot be read is warned about by the check
+    try {
+      const auto occurrence = clsOccurrenceFactory::CreateOccurrence(job.maintenanceOccurrence);
+      if (occurrence) mayMatch = occurrence->MatchDayAndTime(now);
+    } catch (...) {
+    }
+    known = maintenanceMayMatch.emplace(job.maintenanceOccurrence, mayMatch).first;
+  }
+  return known->second;
+}
+
 }  // namespace
+
+std::vector<int32_t> clsDueChecks::JobsThatMayBeDue(const std::vector<JobTimingValues>& jobs) const {
+  const Date now = clock_.Now();
+  std::unordered_map<std::string, bool> maintenanceMayMatch;
+  std::vector<int32_t> indexes;
+  for (size_t i = 0; i < jobs.size(); ++i) {
+    if (MayBeDue(jobs[i], now, maintenanceMayMatch)) indexes.push_back(static_cast<int32_t>(i));
+  }
+  return indexes;
+}
 
 Date clsDueChecks::RunDateFor(Date scheduledTime, Date now) {
   return TimeOfDay(scheduledTime) <= kSmallHoursEnd ? now - 1 : now;

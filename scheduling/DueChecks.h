@@ -5,6 +5,7 @@
 // catch up. Every check traps its own errors, reports them under its location code and answers
 // false, so one faulty job never stops the others.
 #include <string>
+#include <vector>
 
 #include "common/Clock.h"
 #include "logging/modLogging.h"
@@ -26,6 +27,11 @@ class clsDueChecks {
   // In the 59 seconds after the job's scheduled time, as the scheme decides for the run date (a
   // time at or before 06:00 belongs to the night that began the day before). Location code 20001.
   bool IsScheduledTimeDue(clsJob job);
+
+  // The indexes of the jobs in `jobs` whose reminder, scheduled run or maintenance e-mail may be
+  // due now; for every other job the three checks above answer false. A job with a value that
+  // does not read is among them, so that its check reports the error.
+  std::vector<int32_t> JobsThatMayBeDue(const std::vector<JobTimingValues>& jobs) const;
 
   bool InvokeSchemeReminder(clsJob job, Date when);   // location code 20018
   bool InvokeSchemeScheduled(clsJob job, Date when);  // location code 20013

@@ -54,8 +54,9 @@ void frmService::tmrPoll_Timer() {
     } else if (console.ReminderRequested()) {
       host_.mail.ReminderTest(general.JobByName(console.RequestJobName()));
     } else {
-      const int32_t count = general.JobCount();
-      for (int32_t i = 0; i < count; ++i) {
+      // One read of every job's timing tells which few can be due this tick; only those are asked
+      // the checks, which read each value afresh. At most moments none is.
+      for (const int32_t i : host_.checks.JobsThatMayBeDue(general.JobTimings())) {
         clsJob job = general.JobByIndex(i);
         if (host_.checks.IsReminderDue(job)) {
           host_.mail.MediaReminder(job);

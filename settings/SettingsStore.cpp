@@ -138,14 +138,15 @@ const JobColumn& ColumnOf(JobField field) {
                 kSource);
 }
 
-// Reads column 0 of the current row as the given kind, tolerating what a hand edit may leave
-// (a number stored as text, a Boolean as a word) and refusing what cannot be meant.
-bool AsBool(const Query& q, const std::string& what) {
-  switch (q.ColumnKind(0)) {
-    case Query::Kind::Integer: return q.Int(0) != 0;
-    case Query::Kind::Real: return q.Real(0) != 0;
+// Reads a column (the first unless told) of the current row as the given kind, tolerating what a
+// hand edit may leave (a number stored as text, a Boolean as a word) and refusing what cannot be
+// meant.
+bool AsBool(const Query& q, const std::string& what, int column = 0) {
+  switch (q.ColumnKind(column)) {
+    case Query::Kind::Integer: return q.Int(column) != 0;
+    case Query::Kind::Real: return q.Real(column) != 0;
     case Query::Kind::Text: {
-      const std::string text = q.Text(0);
+      const std::string text = q.Text(column);
       if (auto word = ParseBooleanWord(text)) return *word;
       try {
         return TextToBool(text);
@@ -153,34 +154,34 @@ bool AsBool(const Query& q, const std::string& what) {
         Malformed(what, text, "true or false");
       }
     }
-    default: Malformed(what, q.Text(0), "true or false");
+    default: Malformed(what, q.Text(column), "true or false");
   }
 }
 
-int64_t AsInteger(const Query& q, const std::string& what) {
-  switch (q.ColumnKind(0)) {
-    case Query::Kind::Integer: return q.Int(0);
+int64_t AsInteger(const Query& q, const std::string& what, int column = 0) {
+  switch (q.ColumnKind(column)) {
+    case Query::Kind::Integer: return q.Int(column);
     case Query::Kind::Real:
     case Query::Kind::Text: {
-      const std::string text = q.Text(0);
+      const std::string text = q.Text(column);
       const auto number = ParseNumber(text);
       if (!number || *number < -9.2e18 || *number > 9.2e18) Malformed(what, text, "a whole number");
       return static_cast<int64_t>(std::llround(*number));
     }
-    default: Malformed(what, q.Text(0), "a whole number");
+    default: Malformed(what, q.Text(column), "a whole number");
   }
 }
 
-double AsReal(const Query& q, const std::string& what) {
-  switch (q.ColumnKind(0)) {
+double AsReal(const Query& q, const std::string& what, int column = 0) {
+  switch (q.ColumnKind(column)) {
     case Query::Kind::Integer:
-    case Query::Kind::Real: return q.Real(0);
+    case Query::Kind::Real: return q.Real(column);
     case Query::Kind::Text: {
-      const std::string text = q.Text(0);
+      const std::string text = q.Text(column);
       if (const auto number = ParseNumber(text)) return *number;
       Malformed(what, text, "a date number");
     }
-    default: Malformed(what, q.Text(0), "a date number");
+    default: Malformed(what, q.Text(column), "a date number");
   }
 }
 
@@ -369,7 +370,10 @@ void SettingsStore::WriteDate(std::string_view key, Date value) {
 }
 
 bool SettingsStore::TakeBool(std::string_view key) {
+  // Nearly always nothing is waiting: a plain read says so without taking the write lock, which
+  // the console and the executor may want at the same moment.
   if (!Exists()) return ReadBool(key);
+  if (!ReadBool(key)) return false;
   bool taken = false;
   InTransaction([&] {
     taken = ReadBool(key);
@@ -540,6 +544,42 @@ void SettingsStore::SetJobSources(int64_t id, const std::vector<std::string>& pa
           .Run();
     }
   });
+}
+
+std::vector<JobTimingValues> SettingsStore::JobTimings() {
+  std::vector<JobTimingValues> jobs;
+  Database* database = Open(false);
+  if (database == nullptr) return jobs;
+  auto q = database->Prepare(
+      "SELECT id, suspended, scheduled_time, media_reminder_by_email, media_reminder_by_broadcast, reminder_time, "
+      "maintenance_email_enabled, maintenance_occurrence FROM jobs ORDER BY position");
+  // A value that does not read as its kind is left out; whoever reads it one by one reports it.
+  const auto readBool = [&](int column) -> std::optional<bool> {
+    try {
+      return AsBool(q, std::string(), column);
+    } catch (const TWError&) {
+      return std::nullopt;
+    }
+  };
+  const auto readDate = [&](int column) -> std::optional<Date> {
+    try {
+      return AsReal(q, std::string(), column);
+    } catch (const TWError&) {
+      return std::nullopt;
+    }
+  };
+  while (q.Step()) {
+    JobTimingValues& job = jobs.emplace_back();
+    job.id = q.Int(0);
+    job.suspended = readBool(1);
+    job.scheduledTime = readDate(2);
+    job.reminderByEmail = readBool(3);
+    job.reminderByBroadcast = readBool(4);
+    job.reminderTime = readDate(5);
+    job.maintenanceEnabled = readBool(6);
+    job.maintenanceOccurrence = q.Text(7);
+  }
+  return jobs;
 }
 
 // ---- console answers ------------------------------------------------------------------------

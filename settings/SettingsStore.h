@@ -28,6 +28,19 @@ enum class JobField {
   MaintenanceLastFired, RunTapeLabel, RunBackupMethod, RunBackupMode, RunEject, RunStartTime,
 };
 
+// The values of one job that decide whether its reminder, scheduled run or maintenance e-mail
+// can be due at a given moment. A value that does not read as its kind is empty.
+struct JobTimingValues {
+  int64_t id = 0;
+  std::optional<bool> suspended;
+  std::optional<Date> scheduledTime;
+  std::optional<bool> reminderByEmail;
+  std::optional<bool> reminderByBroadcast;
+  std::optional<Date> reminderTime;
+  std::optional<bool> maintenanceEnabled;
+  std::string maintenanceOccurrence;
+};
+
 class SettingsStore {
  public:
   // The schema this program writes; older files are migrated when first opened.
@@ -77,6 +90,8 @@ class SettingsStore {
   void SetJobBool(int64_t id, JobField field, bool value);
   void SetJobInt(int64_t id, JobField field, int64_t value);
   void SetJobDate(int64_t id, JobField field, Date value);
+  // Every job's timing values in job order, read at once: one query instead of several per job.
+  std::vector<JobTimingValues> JobTimings();
   std::vector<std::string> JobSources(int64_t id);
   void SetJobSources(int64_t id, const std::vector<std::string>& paths);
 

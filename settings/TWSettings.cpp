@@ -230,6 +230,7 @@ clsIdentity clsGeneral::Identity() { return clsIdentity(store_); }
 clsConsole clsGeneral::Console() { return clsConsole(store_); }
 clsTemplates clsGeneral::Templates() { return clsTemplates(store_); }
 int32_t clsGeneral::JobCount() { return store_->JobCount(); }
+std::vector<JobTimingValues> clsGeneral::JobTimings() { return store_->JobTimings(); }
 
 clsJob clsGeneral::JobByIndex(int32_t index) {
   const auto id = store_->JobIdAt(index);

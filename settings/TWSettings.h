@@ -250,6 +250,8 @@ class clsGeneral {
   clsConsole Console();
   clsTemplates Templates();
   int32_t JobCount();
+  // Every job's timing values in job order (index i is JobByIndex(i)), read in one go.
+  std::vector<JobTimingValues> JobTimings();
   // Raises Subscript out of range (9) for an index outside 0 .. JobCount - 1.
   clsJob JobByIndex(int32_t index);
   // Raises Subscript out of range (9) with "Unknown backup job "<name>"" when there is none.

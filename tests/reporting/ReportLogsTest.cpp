@@ -146,5 +146,44 @@ TEST_F(ReportLogsTest, RunsEndingInTheSameInstantKeepEveryReport) {
       << "a millisecond on";
 }
 
+TEST_F(ReportLogsTest, TheListingFollowsChangesMadeBetweenCalls) {
+  auto names = [&](int32_t count) {
+    std::vector<std::string> found;
+    for (const auto& entry : reports_.GetSummaries(count)) found.push_back(fs::path(entry.Filename()).filename());
+    return found;
+  };
+  clsReportLogEntry entry;
+  entry.JobName = "Nightly";
+  for (int i = 0; i < 3; ++i) {
+    clock_.AdvanceSeconds(60);
+    reports_.SaveNewEntry(entry);
+  }
+  const std::vector<std::string> first = names(0);
+  ASSERT_EQ(3u, first.size());
+
+  // Another program (the service) adds reports, the administrator deletes, renames and copies.
+  SystemClock clock;
+  clsReportLogs other(dir_.Path(), settings_, clock, [] { return 0.0; });
+  other.SaveNewEntry(entry);
+  const std::string newest = fs::path(entry.Filename()).filename();
+  fs::remove(dir_ / ("Reports/" + first[0]));
+  fs::rename(dir_ / ("Reports/" + first[1]), dir_ / ("Reports/" + first[1] + ".old"));
+  fs::copy_file(dir_ / ("Reports/" + first[2]), dir_ / "Reports/45000.5.log");
+  test::WriteFile(dir_ / "Reports/notes.txt", "not a report");
+  EXPECT_EQ((std::vector<std::string>{newest, first[2], "45000.5.log"}), names(0));
+  EXPECT_EQ((std::vector<std::string>{newest}), names(1));
+
+  fs::rename(dir_ / ("Reports/" + first[1] + ".old"), dir_ / ("Reports/" + first[1]));
+  EXPECT_EQ((std::vector<std::string>{newest, first[1], first[2], "45000.5.log"}), names(0));
+  other.Clear();
+  EXPECT_TRUE(names(0).empty());
+
+  // A folder removed and made again is read afresh.
+  fs::remove_all(dir_ / "Reports");
+  fs::create_directory(dir_ / "Reports");
+  other.SaveNewEntry(entry);
+  EXPECT_EQ((std::vector<std::string>{fs::path(entry.Filename()).filename()}), names(0));
+}
+
 }  // namespace
 }  // namespace tw

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <set>
+
 #include "common/Error.h"
 #include "common/NumberText.h"
 #include "scheduling/DueChecks.h"
@@ -224,6 +227,64 @@ TEST_F(DueChecksTest, SchemeFailuresAreTrappedUnderTheirCodes) {
   EXPECT_FALSE(checks_.IsReminderDue(job_));
   EXPECT_FALSE(checks_.IsMaintenanceDue(job_));
   EXPECT_EQ(0u, Last(1)[0].Title.find("Internal error #20002 - "));
+}
+
+TEST_F(DueChecksTest, TheJobsLeftOutOfTheChecksAreNeverDue) {
+  auto general = settings_.General();
+  auto add = [&](const std::string& name, Date time) {
+    clsJob job = general.AddJob(name, name);
+    job.SchemeProgId("Test.Scripted");
+    job.ScheduledTime(time);
+    return job;
+  };
+  // Index 0 is job_, at 21:00.
+  add("Reminder", TimeSerial(3, 0, 0)).JobNotification().MediaReminderByEmail(true);  // 1
+  clsJob suspended = add("Suspended", TimeSerial(21, 0, 0));  // 2
+  suspended.Suspended(true);
+  suspended.JobNotification().MediaReminderByBroadcast(true);
+  add("Maintenance", TimeSerial(10, 0, 0)).JobNotification().MaintenanceOccurrence(WeeklyOccurrence("mon@21:01"));  // 3
+  add("Broken schedule", TimeSerial(10, 0, 0)).JobNotification().MaintenanceOccurrence("x");  // 4
+  const clsJob unreadable = add("Unreadable", TimeSerial(10, 0, 0));  // 5
+  const clsJob unreadableTime = add("Unreadable time", TimeSerial(10, 0, 0));  // 6
+  for (int i : {0, 1, 2}) general.JobByIndex(i).JobNotification().ReminderTime(TimeSerial(20, 0, 0));
+  for (int i : {3, 4}) general.JobByIndex(i).JobNotification().MaintenanceEmailEnabled(true);
+  settings_.Store().SetJobText(unreadable.Id(), JobField::Suspended, "maybe");
+  settings_.Store().SetJobText(unreadableTime.Id(), JobField::ScheduledTime, "soon");
+
+  auto mayBeDue = [&] { return checks_.JobsThatMayBeDue(general.JobTimings()); };
+  clock_.Set(monday_ + TimeSerial(12, 0, 30));
+  EXPECT_EQ((std::vector<int32_t>{4, 5, 6}), mayBeDue()) << "only the jobs whose checks report something";
+
+  // Around every window: a job left out is one whose checks neither fire nor log anything.
+  std::set<std::pair<int32_t, std::string>> fired;
+  for (const Date from : {monday_ + TimeSerial(2, 59, 30), monday_ + TimeSerial(19, 59, 30),
+                          monday_ + TimeSerial(20, 59, 30)}) {
+    for (clock_.Set(from); clock_.Now() < from + TimeSerial(0, 3, 0); clock_.AdvanceSeconds(10)) {
+      const std::vector<int32_t> candidates = mayBeDue();
+      const std::vector<clsLogEntry> before = Last(1);
+      for (int32_t i = 0; i < general.JobCount(); ++i) {
+        if (std::find(candidates.begin(), candidates.end(), i) != candidates.end()) continue;
+        clsJob job = general.JobByIndex(i);
+        EXPECT_FALSE(checks_.IsReminderDue(job) || checks_.IsScheduledTimeDue(job) || checks_.IsMaintenanceDue(job))
+            << job.Name() << " at " << IsoText(clock_.Now());
+        const std::vector<clsLogEntry> after = Last(1);
+        EXPECT_TRUE(before.size() == after.size() && (before.empty() || before[0].Timestamp == after[0].Timestamp))
+            << job.Name() << " logged at " << IsoText(clock_.Now());
+      }
+      for (const int32_t i : candidates) {
+        clsJob job = general.JobByIndex(i);
+        const std::string when = IsoText(clock_.Now());
+        if (checks_.IsReminderDue(job)) fired.emplace(i, "reminder " + when);
+        if (checks_.IsScheduledTimeDue(job)) fired.emplace(i, "run " + when);
+        if (checks_.IsMaintenanceDue(job)) fired.emplace(i, "maintenance " + when);
+      }
+    }
+  }
+  EXPECT_EQ((std::set<std::pair<int32_t, std::string>>{{1, "run 2026-11-23 03:00:10"},
+                                                         {1, "reminder 2026-11-23 20:00:10"},
+                                                         {0, "run 2026-11-23 21:00:10"},
+                                                         {3, "maintenance 2026-11-23 21:01:00"}}),
+            fired);
 }
 
 }  // namespace

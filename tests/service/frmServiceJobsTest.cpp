@@ -109,6 +109,29 @@ TEST_F(FrmServiceJobsTest, TenJobsRunAtOnceAndAnEleventhIsReportedUnder20007) {
   EXPECT_EQ(entries, Entries(40));
 }
 
+TEST_F(FrmServiceJobsTest, AChangeMadeByAnotherProgramCountsAtTheNextTick) {
+  HangingLauncher();
+  Job("Nightly", TimeSerial(22, 0, 0));
+  service_.tmrPoll_Timer();
+  EXPECT_EQ(0, service_.JobManager().JobsRunning());
+
+  // The console, with its own connection to the store, moves the job into this minute.
+  TWSettings console(dir_ / "settings.db");
+  console.General().JobByName("Nightly").ScheduledTime(TimeSerial(21, 0, 0));
+  clock_.AdvanceSeconds(10);
+  service_.tmrPoll_Timer();
+  EXPECT_EQ(1, service_.JobManager().JobsRunning());
+
+  // A value that cannot be read is reported by the job's check at the next tick, not passed over.
+  clsJob broken = console.General().AddJob("Broken", "Broken");
+  console.Store().SetJobText(broken.Id(), JobField::ScheduledTime, "soon");
+  clock_.AdvanceSeconds(10);
+  service_.tmrPoll_Timer();
+  const auto entries = Entries(1);
+  ASSERT_EQ(1u, entries.size());
+  EXPECT_EQ(0u, entries[0].rfind("Internal error #20001 - ", 0)) << entries[0];
+}
+
 TEST_F(FrmServiceJobsTest, ConsoleRequestsComeBeforeTheJobWalk) {
   HangingLauncher();
   clsJob early = Job("Early", TimeSerial(6, 0, 0));
