@@ -64,7 +64,7 @@ struct Maintenance {
   static Maintenance On(std::vector<chr::sys_seconds> dates) { return Maintenance{Dates, 0, 0, {}, {}, std::move(dates)}; }
 };
 
-struct JobSpec {
+struct JobPlan {
   std::string name;
   int hour = 0, minute = 0, second = 0;
   Scheme scheme = Scheme::Daily;
@@ -158,7 +158,7 @@ using Minutes = std::vector<int>;
 
 // The minute in which each scheduled run falls due: once a day, on the days its scheme runs, a
 // job timed at or before 06:00 counting as the night of the day before.
-Minutes ExpectedRuns(const JobSpec& job, int days) {
+Minutes ExpectedRuns(const JobPlan& job, int days) {
   Minutes minutes;
   const bool smallHours = job.hour * 3600 + job.minute * 60 + job.second <= 6 * 3600;
   for (int d = 0; d < days; ++d) {
@@ -169,7 +169,7 @@ Minutes ExpectedRuns(const JobSpec& job, int days) {
 
 // Reminders go out on the days the scheme runs, judged by the day of sending itself. (Every
 // weekday under the grandfather-father-son scheme too, since its medium changes every weekday.)
-Minutes ExpectedReminders(const JobSpec& job, int days) {
+Minutes ExpectedReminders(const JobPlan& job, int days) {
   Minutes minutes;
   if (job.reminder == Reminder::None) return minutes;
   for (int d = 0; d < days; ++d) {
@@ -178,7 +178,7 @@ Minutes ExpectedReminders(const JobSpec& job, int days) {
   return minutes;
 }
 
-Minutes ExpectedMaintenance(const JobSpec& job, int days) {
+Minutes ExpectedMaintenance(const JobPlan& job, int days) {
   Minutes minutes;
   if (job.maintenance.kind == Maintenance::None) return minutes;
   for (int m = 0; m < days * 1440; ++m) {
@@ -190,17 +190,17 @@ Minutes ExpectedMaintenance(const JobSpec& job, int days) {
 // Fifty jobs: daily ones at spread times, clusters at 21:00 and 22:00, the small hours up to and
 // including 06:00, a time with seconds, the two weekday schemes, reminders by e-mail and by
 // broadcast (one in the minute of its own run), and every kind of maintenance schedule.
-std::vector<JobSpec> FiftyJobs() {
+std::vector<JobPlan> FiftyJobs() {
   using M = Maintenance;
-  std::vector<JobSpec> jobs;
-  const auto add = [&](int h, int m, int s, Scheme scheme) -> JobSpec& {
-    JobSpec spec;
-    spec.name = "Job" + std::to_string(jobs.size());
-    spec.hour = h;
-    spec.minute = m;
-    spec.second = s;
-    spec.scheme = scheme;
-    jobs.push_back(spec);
+  std::vector<JobPlan> jobs;
+  const auto add = [&](int h, int m, int s, Scheme scheme) -> JobPlan& {
+    JobPlan plan;
+    plan.name = "Job" + std::to_string(jobs.size());
+    plan.hour = h;
+    plan.minute = m;
+    plan.second = s;
+    plan.scheme = scheme;
+    jobs.push_back(plan);
     return jobs.back();
   };
   for (int i = 0; i < 8; ++i) add(21, 0, 0, Scheme::Daily);      // 0-7: eight at once
@@ -308,21 +308,21 @@ class SoakTest : public ::testing::Test {
     ::chmod((dir_ / name).c_str(), 0755);
   }
 
-  void AddJobs(const std::vector<JobSpec>& specs) {
+  void AddJobs(const std::vector<JobPlan>& plans) {
     static const char* const kSchemes[] = {"TWSchemes.Daily", "TWSchemes.Weekdays", "TWSchemes.GFS"};
-    for (const auto& spec : specs) {
-      clsJob job = host_.settings.General().AddJob(spec.name, spec.name);
-      job.ScheduledTime(TimeSerial(spec.hour, spec.minute, spec.second));
-      job.SchemeProgId(kSchemes[static_cast<int>(spec.scheme)]);
+    for (const auto& plan : plans) {
+      clsJob job = host_.settings.General().AddJob(plan.name, plan.name);
+      job.ScheduledTime(TimeSerial(plan.hour, plan.minute, plan.second));
+      job.SchemeProgId(kSchemes[static_cast<int>(plan.scheme)]);
       auto notification = job.JobNotification();
-      notification.MediaReminderByEmail(spec.reminder == Reminder::Email || spec.reminder == Reminder::Both);
-      notification.MediaReminderByBroadcast(spec.reminder == Reminder::Broadcast || spec.reminder == Reminder::Both);
-      notification.ReminderTime(TimeSerial(spec.reminderHour, spec.reminderMinute, 0));
-      if (spec.maintenance.kind != Maintenance::None) {
+      notification.MediaReminderByEmail(plan.reminder == Reminder::Email || plan.reminder == Reminder::Both);
+      notification.MediaReminderByBroadcast(plan.reminder == Reminder::Broadcast || plan.reminder == Reminder::Both);
+      notification.ReminderTime(TimeSerial(plan.reminderHour, plan.reminderMinute, 0));
+      if (plan.maintenance.kind != Maintenance::None) {
         notification.MaintenanceEmailEnabled(true);
-        notification.MaintenanceSubject("Maintenance " + spec.name);
+        notification.MaintenanceSubject("Maintenance " + plan.name);
         notification.MaintenanceBody("Clean the drive heads.");
-        notification.MaintenanceOccurrence(OccurrenceText(spec.maintenance));
+        notification.MaintenanceOccurrence(OccurrenceText(plan.maintenance));
       }
     }
   }
@@ -371,9 +371,9 @@ class SoakTest : public ::testing::Test {
 };
 
 TEST_F(SoakTest, AWeekOfFiftyJobsFiresEveryScheduledMinuteOnceAndHoldsItsMemory) {
-  const std::vector<JobSpec> specs = FiftyJobs();
-  ASSERT_EQ(50u, specs.size());
-  AddJobs(specs);
+  const std::vector<JobPlan> plans = FiftyJobs();
+  ASSERT_EQ(50u, plans.size());
+  AddJobs(plans);
   const int days = SimulatedDays();
 
   size_t heapAfterDay1 = 0;
@@ -422,9 +422,9 @@ TEST_F(SoakTest, AWeekOfFiftyJobsFiresEveryScheduledMinuteOnceAndHoldsItsMemory)
   ASSERT_TRUE(test::WaitUntil([&] {
     const std::string text = test::ReadFile(dir_ / "broadcasts");
     int expected = 0;
-    for (const auto& spec : specs) {
-      if (spec.reminder == Reminder::Broadcast || spec.reminder == Reminder::Both) {
-        expected += static_cast<int>(ExpectedReminders(spec, days).size());
+    for (const auto& plan : plans) {
+      if (plan.reminder == Reminder::Broadcast || plan.reminder == Reminder::Both) {
+        expected += static_cast<int>(ExpectedReminders(plan, days).size());
       }
     }
     broadcasts = static_cast<int>(std::count(text.begin(), text.end(), '\n'));
@@ -433,26 +433,26 @@ TEST_F(SoakTest, AWeekOfFiftyJobsFiresEveryScheduledMinuteOnceAndHoldsItsMemory)
   const std::string broadcastText = test::ReadFile(dir_ / "broadcasts");
 
   size_t expectedRuns = 0, expectedMails = 0;
-  for (const auto& spec : specs) {
-    Minutes got = runs[spec.name];
+  for (const auto& plan : plans) {
+    Minutes got = runs[plan.name];
     std::sort(got.begin(), got.end());
-    const Minutes want = ExpectedRuns(spec, days);
-    EXPECT_EQ(want, got) << spec.name << " runs";
+    const Minutes want = ExpectedRuns(plan, days);
+    EXPECT_EQ(want, got) << plan.name << " runs";
     expectedRuns += want.size();
 
-    Minutes reminders = mails["Tarnwick media reminder for " + spec.name];
-    const bool byEmail = spec.reminder == Reminder::Email || spec.reminder == Reminder::Both;
-    const Minutes wantReminders = ExpectedReminders(spec, days);
-    EXPECT_EQ(byEmail ? wantReminders : Minutes{}, reminders) << spec.name << " reminders";
+    Minutes reminders = mails["Tarnwick media reminder for " + plan.name];
+    const bool byEmail = plan.reminder == Reminder::Email || plan.reminder == Reminder::Both;
+    const Minutes wantReminders = ExpectedReminders(plan, days);
+    EXPECT_EQ(byEmail ? wantReminders : Minutes{}, reminders) << plan.name << " reminders";
     if (byEmail) expectedMails += wantReminders.size();
-    const bool byBroadcast = spec.reminder == Reminder::Broadcast || spec.reminder == Reminder::Both;
-    const std::string title = " Tarnwick media reminder for " + spec.name + "\x14\x14";
+    const bool byBroadcast = plan.reminder == Reminder::Broadcast || plan.reminder == Reminder::Both;
+    const std::string title = " Tarnwick media reminder for " + plan.name + "\x14\x14";
     size_t heard = 0;
     for (size_t at = broadcastText.find(title); at != std::string::npos; at = broadcastText.find(title, at + 1)) ++heard;
-    EXPECT_EQ(byBroadcast ? wantReminders.size() : 0u, heard) << spec.name << " broadcasts";
+    EXPECT_EQ(byBroadcast ? wantReminders.size() : 0u, heard) << plan.name << " broadcasts";
 
-    const Minutes wantMaintenance = ExpectedMaintenance(spec, days);
-    EXPECT_EQ(wantMaintenance, mails["Maintenance " + spec.name]) << spec.name << " maintenance";
+    const Minutes wantMaintenance = ExpectedMaintenance(plan, days);
+    EXPECT_EQ(wantMaintenance, mails["Maintenance " + plan.name]) << plan.name << " maintenance";
     expectedMails += wantMaintenance.size();
   }
   EXPECT_EQ(expectedRuns, host_.reports.GetSummaries(0).size());
@@ -461,7 +461,7 @@ TEST_F(SoakTest, AWeekOfFiftyJobsFiresEveryScheduledMinuteOnceAndHoldsItsMemory)
   if (days == kWeek) {
     // The week holds every kind of schedule at least once; a sanity check on the expectations.
     EXPECT_GT(expectedRuns, 250u);
-    EXPECT_EQ(4u, ExpectedMaintenance(specs[22], days).size()) << "two dates, two times";
+    EXPECT_EQ(4u, ExpectedMaintenance(plans[22], days).size()) << "two dates, two times";
   }
 
   // Nothing went wrong on the way: no warning or error in the application log.
