@@ -57,6 +57,20 @@ class FaultTest : public test::ServiceFixture {
     }
     return {};
   }
+  // Asks for a test backup of Nightly and waits for the answer that ends it; returns that answer.
+  std::string TestBackup(int timeoutMs) {
+    auto console = settings_.General().Console();
+    console.RequestJobName("Nightly");
+    console.TestBackupRequested(true);
+    ++testBackups_;
+    EXPECT_TRUE(test::WaitUntil([&] {
+      const auto answers = Answers();
+      return std::count_if(answers.begin(), answers.end(), [](const std::string& line) {
+               return line.rfind("RESULT: ", 0) == 0;
+             }) == testBackups_;
+    }, timeoutMs));
+    return LastResult();
+  }
   // The newest application-log entries whose title begins with `prefix`, newest first.
   std::vector<clsLogEntry> EntriesStartingWith(const std::string& prefix, int count = 100) {
     auto entries = test::LastLogs(dir_.Path(), count);
@@ -82,6 +96,8 @@ class FaultTest : public test::ServiceFixture {
     }
     return lines;
   }
+
+  int testBackups_ = 0;  // test backups asked for so far
 };
 
 TEST_F(FaultTest, ASettingsFileLockedForHalfAMinuteDelaysTheRunButLosesNothing) {
@@ -289,21 +305,11 @@ TEST_F(FaultTest, MailThatHangsIsRefusedOrRejectedIsReportedAndSentAgain) {
 
 TEST_F(FaultTest, MissingOrNonExecutableHelpersFailTheRunWithTheirCodes) {
   Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
-  auto console = settings_.General().Console();
-  int requests = 0;
-  // One test backup; its result line, and the newest error's title.
+  // One test backup: its result line, and the newest error's title.
   auto testBackup = [&]() -> std::pair<std::string, std::string> {
-    console.RequestJobName("Nightly");
-    console.TestBackupRequested(true);
-    ++requests;
-    EXPECT_TRUE(test::WaitUntil([&] {
-      const auto answers = Answers();
-      return std::count_if(answers.begin(), answers.end(), [](const std::string& line) {
-               return line.rfind("RESULT: ", 0) == 0;
-             }) == requests;
-    }, 40000));
+    const std::string result = TestBackup(40000);
     const auto errors = EntriesStartingWith("Error #", 10);
-    return {LastResult(), errors.empty() ? std::string() : errors[0].Title};
+    return {result, errors.empty() ? std::string() : errors[0].Title};
   };
   Start();
   fs::remove(dir_ / "DesktopRights");
@@ -335,20 +341,7 @@ TEST_F(FaultTest, MissingOrNonExecutableHelpersFailTheRunWithTheirCodes) {
 TEST_F(FaultTest, AnExecutorThatCrashesNeverFinishesOrFloodsIsReported) {
   // Not due while the test runs: only the test backups asked for run.
   Job("Nightly", TimeSerial(23, 0, 0), dir_ / "src").BackupTimeout(0);
-  auto console = settings_.General().Console();
-  int requests = 0;
-  auto testBackup = [&] {
-    console.RequestJobName("Nightly");
-    console.TestBackupRequested(true);
-    ++requests;
-    EXPECT_TRUE(test::WaitUntil([&] {
-      const auto answers = Answers();
-      return std::count_if(answers.begin(), answers.end(), [](const std::string& line) {
-               return line.rfind("RESULT: ", 0) == 0;
-             }) == requests;
-    }, 60000));
-    return LastResult();
-  };
+  auto testBackup = [&] { return TestBackup(60000); };
   // Thirty times faster: the five minutes of grace pass within seconds.
   Start("2026-11-23 21:00:05 x30");
 
