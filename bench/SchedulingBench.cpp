@@ -63,16 +63,24 @@ class JobsFolder {
   std::string path_;
 };
 
+// The due checks over a folder of `jobs` jobs, at a moment when nothing is due.
+struct CheckedStore {
+  explicit CheckedStore(int jobs) : folder(jobs) {}
+  JobsFolder folder;
+  tw::TWSettings settings{folder.Path() + "/settings.db"};
+  tw::ManualClock clock{tw::DateSerial(2026, 11, 23) + tw::TimeSerial(12, 0, 30)};
+  tw::BlockingPump pump;
+  tw::clsLogs logs{folder.Path(), settings, clock, pump};
+  tw::modLogging logging{logs, settings, pump};
+  tw::clsDueChecks checks{clock, logging};
+};
+
 // The three due checks asked of every job, one job after the other, at a moment when nothing is
 // due: each check reads its values afresh, several small queries a job.
 void BM_DueChecksEveryJob(benchmark::State& state) {
-  JobsFolder folder(static_cast<int>(state.range(0)));
-  tw::TWSettings settings(folder.Path() + "/settings.db");
-  tw::ManualClock clock(tw::DateSerial(2026, 11, 23) + tw::TimeSerial(12, 0, 30));
-  tw::BlockingPump pump;
-  tw::clsLogs logs(folder.Path(), settings, clock, pump);
-  tw::modLogging logging(logs, settings, pump);
-  tw::clsDueChecks checks(clock, logging);
+  CheckedStore store(static_cast<int>(state.range(0)));
+  auto& settings = store.settings;
+  auto& checks = store.checks;
   for (auto _ : state) {
     auto general = settings.General();
     const int32_t count = general.JobCount();
@@ -89,13 +97,9 @@ BENCHMARK(BM_DueChecksEveryJob)->ArgName("jobs")->Arg(1000)->Arg(10000)->Unit(be
 // What the poll tick does instead: one read of every job's timing values, and the checks asked
 // only of the jobs that may be due.
 void BM_DueChecksPass(benchmark::State& state) {
-  JobsFolder folder(static_cast<int>(state.range(0)));
-  tw::TWSettings settings(folder.Path() + "/settings.db");
-  tw::ManualClock clock(tw::DateSerial(2026, 11, 23) + tw::TimeSerial(12, 0, 30));
-  tw::BlockingPump pump;
-  tw::clsLogs logs(folder.Path(), settings, clock, pump);
-  tw::modLogging logging(logs, settings, pump);
-  tw::clsDueChecks checks(clock, logging);
+  CheckedStore store(static_cast<int>(state.range(0)));
+  auto& settings = store.settings;
+  auto& checks = store.checks;
   for (auto _ : state) {
     auto general = settings.General();
     int due = 0;
