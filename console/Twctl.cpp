@@ -9,6 +9,7 @@
 #include "console/OccurrenceCommands.h"
 #include "console/ReportCommands.h"
 #include "console/RequestCommands.h"
+#include "console/ServiceCommands.h"
 #include "settings/TWSettings.h"
 
 namespace tw {
@@ -155,6 +156,12 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   auto* status = app.add_subcommand("status", "each job's next run, whether it runs now, and its last outcome");
   status->add_flag("--json", json, "print JSON");
 
+  auto* service = app.add_subcommand("service", "pause or continue the running service");
+  service->require_subcommand(1);
+  auto* servicePause =
+      service->add_subcommand("pause", "stop starting backups, reminders and mails; runs under way go on");
+  auto* serviceContinue = service->add_subcommand("continue", "start polling again after a pause");
+
   std::vector<const char*> argv{"twctl"};
   for (const auto& arg : args) argv.push_back(arg.c_str());
   try {
@@ -180,6 +187,9 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
                             clock, out);
     }
     if (schemes->parsed()) return Schemes(out);
+    if (servicePause->parsed() || serviceContinue->parsed()) {
+      return ServicePauseOrContinue(environment, servicePause->parsed(), out);
+    }
 
     TWSettings settings(settingsPath);
     if (jobAdd->parsed()) return JobAdd(settings, jobName, addOptions, out);

@@ -2,9 +2,11 @@
 
 #include "console/Twctl.h"
 #include "platform/Environment.h"
+#include "platform/ProgramSetup.h"
 #include "platform/Terminal.h"
 
 int main(int argc, char** argv) {
+  tw::platform::MakeCreatedFilesPrivate();
   tw::ConsoleEnvironment environment;
   environment.settingsPath = tw::platform::DefaultSettingsPath();
   environment.applicationFolder = tw::platform::ApplicationFolder();

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "common/Error.h"
+#include "execution/RightsLaunch.h"
 #include "execution/clsAdvShell.h"
 
 namespace tw {
@@ -39,15 +40,12 @@ bool HungProcessRecovery::KillPreviousBackup(const std::string& processArgument)
 std::string HungProcessRecovery::CaptureScreenshot() {
   try {
     const std::string picture = host_.logging.Logs().AttachmentDirectory() + "/" + FormatStamp(host_.clock.Now()) + ".png";
-    auto identity = host_.settings.General().Identity();
-    const std::string arguments = "\"" + EscapeArgument(identity.IdentityValue1()) + "\" \"" +
-                                  EscapeArgument(identity.IdentityValue2()) + "\" \"" +
-                                  EscapeArgument(identity.IdentityValue3()) + "\" \"" + host_.applicationFolder +
-                                  "/TWCam\"";
+    const RightsLaunch launch = RightsLaunchOf(host_.settings.General().Identity(), host_.applicationFolder + "/TWCam");
     clsAdvShell shell(host_);
     // The camera learns where to put the picture from its environment.
     shell.Environment("TARNWICK_SCREENSHOT", picture);
-    shell.AdvShell(host_.applicationFolder + "/DesktopRights", arguments, "", 0, false, true);
+    shell.Input(launch.input);
+    shell.AdvShell(host_.applicationFolder + "/DesktopRights", launch.arguments, "", 0, false, true);
     std::error_code error;
     return std::filesystem::exists(picture, error) ? picture : std::string();
   } catch (...) {

@@ -62,6 +62,7 @@ int32_t clsAdvShell::AdvShell(const std::string& file, const std::string& argume
     launch.workingFolder = workDir_;
     launch.captureOutput = captureOutput;
     launch.environment = environment_;
+    launch.input = input_;
     int startError = 0;
     process_ = platform::Subprocess::Start(launch, startError);
     if (!process_) {

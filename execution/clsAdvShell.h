@@ -45,6 +45,9 @@ class clsAdvShell {
 
   // Adds a variable to the environment of the programs started from now on.
   void Environment(const std::string& name, const std::string& value);
+  // What the programs started from now on read on their standard input (empty: nothing). A pipe
+  // only the program reads: the way to hand it a secret.
+  void Input(const std::string& text) { input_ = text; }
 
   // Events.
   std::function<void()> LoadProg;
@@ -63,6 +66,7 @@ class clsAdvShell {
   std::unique_ptr<frmAdvShell> mfrmMonitor_;
   std::unique_ptr<platform::Subprocess> process_;
   std::vector<std::pair<std::string, std::string>> environment_;
+  std::string input_;
   bool busy_ = false;
   bool killRequested_ = false;
   bool captureOutput_ = false;

@@ -6,6 +6,7 @@
 #include "common/NumberText.h"
 #include "common/Strings.h"
 #include "common/Utf16.h"
+#include "execution/RightsLaunch.h"
 #include "logging/clsAuthMessages.h"
 
 namespace tw {
@@ -51,15 +52,11 @@ void frmBackup::DoBackup(const RunningJob& record, const clsJob& job) {
     auto general = host_.settings.General();
     const std::string option =
         OptionWord(general.Options().DetailedLogging(), general.Options().ExecutorNoLogon());
-    auto identity = general.Identity();
-    const std::string value1 = EscapeArgument(identity.IdentityValue1());
-    const std::string value2 = EscapeArgument(identity.IdentityValue2());
-    const std::string value3 = EscapeArgument(identity.IdentityValue3());
-    const std::string arguments = "\"" + value1 + "\" \"" + value2 + "\" \"" + value3 + "\" \"" +
-                                  host_.applicationFolder + "/TWExecutor\"" + option;
-
-    const int32_t result =
-        mobjAdvShell_.AdvShell(host_.applicationFolder + "/DesktopRights", arguments, "", 0, true, true);
+    ShareRunFiles(general.Identity());
+    const RightsLaunch launch = RightsLaunchOf(general.Identity(), host_.applicationFolder + "/TWExecutor");
+    mobjAdvShell_.Input(launch.input);
+    const int32_t result = mobjAdvShell_.AdvShell(host_.applicationFolder + "/DesktopRights",
+                                                  launch.arguments + option, "", 0, true, true);
     host_.logging.Logs().AddLogSimple(3, "DesktopRights", mobjAdvShell_.ComLine(), 1,
                                       std::to_string(result) + "\r\n\r\n" + mobjAdvShell_.ConsoleOutput());
     if (result != 0) {
@@ -114,8 +111,12 @@ void frmBackup::mobjAdvShell_ReturnProg(int32_t exitCode) {
     // The rights launcher could not log on or start the executor; it says why with a number.
     host_.loop.TimerEnabled(tmrPoll_, false);
     DeleteBackupLog();
+    // The number stands on the first line; what the executor printed before it ended follows.
     const std::string output = mobjAdvShell_.ConsoleOutput();
-    const std::string number(TrimWhitespace(ReplaceAll(output, "\r\n", "")));
+    const size_t lineEnd = output.find('\n');
+    const std::string number(TrimWhitespace(ReplaceAll(output.substr(0, lineEnd), "\r", "")));
+    const std::string said =
+        lineEnd == std::string::npos ? std::string() : std::string(TrimWhitespace(output.substr(lineEnd + 1)));
     clsAuthMessages messages(host_.settings);
     const std::string explanation = messages.GetMessage(ToInt32(LeadingNumber(number)), 106);
     host_.logging.Logs().AddLogSimple(3, "Desktop rights output", output, 0, "");
@@ -124,7 +125,7 @@ void frmBackup::mobjAdvShell_ReturnProg(int32_t exitCode) {
         "\r\n" +
         explanation;
     host_.logging.ReportError("00106", "Error launching backup", description);
-    Complete(2, description);
+    Complete(2, said.empty() ? description : description + "\r\n\r\n" + said);
   } catch (...) {
     host_.logging.ReportInternalError("20100", CurrentError("TWService"));
   }
@@ -152,6 +153,16 @@ void frmBackup::tmrPoll_Timer() {
     Complete(job_->RunStatus(), report);
   } catch (...) {
     host_.logging.ReportInternalError("20103", CurrentError("TWService"));
+  }
+}
+
+void frmBackup::ShareRunFiles(clsIdentity identity) {
+  try {
+    ShareRunFilesWithBackupAccount(identity, host_.applicationFolder, host_.settings.Path(), backupLogPath_);
+  } catch (...) {
+    // The run goes ahead: the executor says what it could not reach, and that is reported.
+    host_.logging.Logs().AddLogSimple(1, "Backup account cannot reach the run's files",
+                                      CurrentError("TWService").Description, 0, "");
   }
 }
 

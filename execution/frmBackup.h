@@ -50,6 +50,8 @@ class frmBackup {
  private:
   void mobjAdvShell_ReturnProg(int32_t exitCode);
   void DeleteBackupLog();
+  // Gives the backup account what the executor must reach when it runs as that account.
+  void ShareRunFiles(clsIdentity identity);
   // Ends the run with `status` and `report`: end time, status, report, BackupComplete.
   void Complete(int16_t status, const std::string& report);
 

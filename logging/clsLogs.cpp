@@ -9,6 +9,7 @@
 #include "common/NumberText.h"
 #include "common/Strings.h"
 #include "logging/LogLine.h"
+#include "platform/Files.h"
 
 namespace tw {
 namespace {
@@ -26,8 +27,7 @@ std::function<double()> DefaultRandom() {
 }
 
 void CreateFolderIfMissing(const std::string& folder) {
-  std::error_code error;
-  if (!fs::exists(folder, error)) fs::create_directory(folder, error);
+  platform::CreatePrivateFolder(folder);  // a failure shows when an entry is written
 }
 
 void DeleteFilesIn(const std::string& folder) {

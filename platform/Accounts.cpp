@@ -8,7 +8,20 @@
 #include <ctime>
 #include <vector>
 
+#include "common/Strings.h"
+#include "platform/HostName.h"
+
 namespace tw::platform {
+namespace {
+
+std::string ComputerShortName() {
+  char buffer[256] = {};
+  if (GetHostName(buffer, sizeof buffer - 1) != 0) return {};
+  const std::string name = buffer;
+  return name.substr(0, name.find('.'));
+}
+
+}  // namespace
 
 std::optional<Account> LookUpAccount(const std::string& name) {
   passwd entry{};
@@ -19,6 +32,15 @@ std::optional<Account> LookUpAccount(const std::string& name) {
   }
   return Account{found->pw_name, found->pw_uid, found->pw_gid, found->pw_dir ? found->pw_dir : "/",
                  found->pw_shell ? found->pw_shell : "/bin/sh"};
+}
+
+std::string AccountNameFor(const std::string& user, const std::string& domain, const std::string& computer) {
+  if (domain.empty() || domain == "." || EqualsIgnoreCase(domain, computer)) return user;
+  return user + "@" + domain;
+}
+
+std::optional<Account> LookUpIdentity(const std::string& user, const std::string& domain) {
+  return LookUpAccount(AccountNameFor(user, domain, ComputerShortName()));
 }
 
 bool RunningAsRoot() { return ::geteuid() == 0; }

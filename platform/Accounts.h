@@ -15,6 +15,12 @@ struct Account {
 };
 
 std::optional<Account> LookUpAccount(const std::string& name);
+// The local name of the backup account given as user and domain: the user alone when the domain
+// is empty, "." or this computer (`computer`, compared without regard to case); otherwise
+// user@domain, as SSSD names domain users.
+std::string AccountNameFor(const std::string& user, const std::string& domain, const std::string& computer);
+// The account of `user` in `domain` (as above, against this computer's short host name).
+std::optional<Account> LookUpIdentity(const std::string& user, const std::string& domain);
 bool RunningAsRoot();
 std::string CurrentAccountName();
 

@@ -34,6 +34,8 @@ std::string DefaultSettingsPath() {
   return ApplicationFolder() + "/settings.db";
 }
 
+std::string ServiceLockPath(const std::string& applicationFolder) { return applicationFolder + "/TWService.lock"; }
+
 int ProcessId() { return static_cast<int>(::getpid()); }
 
 }  // namespace tw::platform

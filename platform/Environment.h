@@ -13,6 +13,9 @@ std::string ExecutableFolder();
 std::string ApplicationFolder();
 // TARNWICK_SETTINGS when set, otherwise <application folder>/settings.db.
 std::string DefaultSettingsPath();
+// The file a running service holds locked for its whole life, holding its process id:
+// <application folder>/TWService.lock.
+std::string ServiceLockPath(const std::string& applicationFolder);
 int ProcessId();
 
 }  // namespace tw::platform

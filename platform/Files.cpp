@@ -1,6 +1,7 @@
 #include "platform/Files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,10 +9,22 @@
 namespace tw::platform {
 
 int CreatePrivateFile(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (fd < 0) return errno;
   ::close(fd);
   return 0;
+}
+
+int CreatePrivateFolder(const std::string& path) {
+  if (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) return 0;
+  return errno;
+}
+
+int GiveToAccount(const std::string& path, unsigned uid, unsigned gid) {
+  struct stat info {};
+  if (::lstat(path.c_str(), &info) != 0) return errno == ENOENT ? 0 : errno;
+  if (info.st_uid == uid && info.st_gid == gid) return 0;
+  return ::lchown(path.c_str(), uid, gid) == 0 ? 0 : errno;
 }
 
 }  // namespace tw::platform

@@ -68,15 +68,24 @@ CommandResult RunCommand(const std::vector<std::string>& argv) {
   return result;
 }
 
-bool StartDetached(const std::vector<std::string>& argv) {
+bool StartDetached(const std::vector<std::string>& argv, const std::string& input) {
+  const int inputFd = input.empty() ? -1 : PipeHolding(input);
+  if (!input.empty() && inputFd < 0) return false;
   // The intermediate child starts the program and exits at once, so the program is adopted by
   // init and never becomes a zombie of ours.
   const pid_t child = ::fork();
-  if (child < 0) return false;
+  if (child < 0) {
+    if (inputFd >= 0) ::close(inputFd);
+    return false;
+  }
   if (child == 0) {
     ::setsid();
     FileActions actions;
-    posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    if (inputFd >= 0) {
+      posix_spawn_file_actions_adddup2(actions.get(), inputFd, STDIN_FILENO);
+    } else {
+      posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    }
     posix_spawn_file_actions_addopen(actions.get(), STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(actions.get(), STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     CleanSignalAttributes signals;
@@ -85,6 +94,7 @@ bool StartDetached(const std::vector<std::string>& argv) {
     const int rc = ::posix_spawnp(&grandchild, args[0], actions.get(), signals.get(), args.data(), environ);
     ::_exit(rc == 0 ? 0 : 1);
   }
+  if (inputFd >= 0) ::close(inputFd);
   int status = 0;
   while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
@@ -109,6 +119,10 @@ std::optional<std::string> FindOnPath(const std::string& program) {
 bool IsExecutableFile(const std::string& path) {
   struct stat info {};
   return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && ::access(path.c_str(), X_OK) == 0;
+}
+
+int SignalService(int pid, bool pause) {
+  return ::kill(static_cast<pid_t>(pid), pause ? SIGUSR1 : SIGUSR2) == 0 ? 0 : errno;
 }
 
 bool AccountExists(const std::string& name) {

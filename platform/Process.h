@@ -1,6 +1,6 @@
 #pragma once
-// Starting other programs. Children start with a clean signal mask and default signal actions,
-// whatever the service has blocked for its event loop.
+// Starting other programs. Children start with default signal actions, whatever the service has
+// blocked for its event loop; only the service's pause and continue signals stay shut out.
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,15 +17,19 @@ struct CommandResult {
 // Runs argv[0] (looked up on PATH when it has no "/"), waits for it and collects its output.
 CommandResult RunCommand(const std::vector<std::string>& argv);
 
-// Starts argv[0] without waiting and without keeping it as a child: nothing to reap later.
-// Returns false when it could not be started.
-bool StartDetached(const std::vector<std::string>& argv);
+// Starts argv[0] without waiting and without keeping it as a child: nothing to reap later. It
+// reads `input` on its standard input. Returns false when it could not be started.
+bool StartDetached(const std::vector<std::string>& argv, const std::string& input = "");
 
 // The full path of `program` on PATH, or nothing.
 std::optional<std::string> FindOnPath(const std::string& program);
 
 // Whether `path` is a file this process may execute.
 bool IsExecutableFile(const std::string& path);
+
+// Sends the service process `pid` its pause (SIGUSR1) or continue (SIGUSR2) signal. Returns 0, or
+// the errno of the failure.
+int SignalService(int pid, bool pause);
 
 // Whether a local account of that name exists (as the system's user database knows it).
 bool AccountExists(const std::string& name);

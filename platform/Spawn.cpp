@@ -1,6 +1,10 @@
 #include "platform/Spawn.h"
 
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include <string_view>
 
@@ -30,13 +34,42 @@ std::vector<std::string> EnvironmentWith(const std::vector<std::pair<std::string
   return result;
 }
 
+int PipeHolding(const std::string& bytes) {
+  int fds[2];
+  if (::pipe2(fds, O_CLOEXEC) != 0) return -1;
+  // Written before the child exists, so a child that ends without reading cannot raise SIGPIPE here.
+  size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t written = ::write(fds[1], bytes.data() + done, bytes.size() - done);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      const int error = written < 0 ? errno : EIO;
+      ::close(fds[0]);
+      ::close(fds[1]);
+      errno = error;
+      return -1;
+    }
+    done += static_cast<size_t>(written);
+  }
+  ::close(fds[1]);
+  return fds[0];
+}
+
 CleanSignalAttributes::CleanSignalAttributes() {
   posix_spawnattr_init(&attributes_);
-  sigset_t empty, all;
-  sigemptyset(&empty);
-  sigfillset(&all);
-  posix_spawnattr_setsigmask(&attributes_, &empty);
-  posix_spawnattr_setsigdefault(&attributes_, &all);
+  // The service's pause and continue signals are meant for its main process alone, but
+  // "systemctl kill" sends them to every process of the unit by default. A child starts with them
+  // blocked and keeps whether they are ignored, so a stray one can never end a backup: the product's
+  // programs then ignore them (which drops one already pending), and so does what they start.
+  sigset_t controls, others;
+  sigemptyset(&controls);
+  sigaddset(&controls, SIGUSR1);
+  sigaddset(&controls, SIGUSR2);
+  sigfillset(&others);
+  sigdelset(&others, SIGUSR1);
+  sigdelset(&others, SIGUSR2);
+  posix_spawnattr_setsigmask(&attributes_, &controls);
+  posix_spawnattr_setsigdefault(&attributes_, &others);
   posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 }
 

@@ -41,7 +41,21 @@ std::unique_ptr<Subprocess> Subprocess::Start(const Launch& launch, int& error) 
     error = errno;
     return nullptr;
   }
+  const int input = launch.input.empty() ? -1 : PipeHolding(launch.input);
+  if (!launch.input.empty() && input < 0) {
+    error = errno;
+    if (launch.captureOutput) {
+      ::close(pipeFds[0]);
+      ::close(pipeFds[1]);
+    }
+    return nullptr;
+  }
   FileActions actions;
+  if (input >= 0) {
+    posix_spawn_file_actions_adddup2(actions.get(), input, STDIN_FILENO);
+  } else {
+    posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  }
   if (launch.captureOutput) {
     posix_spawn_file_actions_adddup2(actions.get(), pipeFds[1], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(actions.get(), pipeFds[1], STDERR_FILENO);
@@ -55,6 +69,7 @@ std::unique_ptr<Subprocess> Subprocess::Start(const Launch& launch, int& error) 
   pid_t pid = -1;
   const int rc = ::posix_spawn(&pid, launch.path.c_str(), actions.get(), attributes.get(), argv.data(), envp.data());
   if (launch.captureOutput) ::close(pipeFds[1]);
+  if (input >= 0) ::close(input);
   if (rc != 0) {
     if (launch.captureOutput) ::close(pipeFds[0]);
     error = rc;

@@ -1,7 +1,8 @@
 #pragma once
 // One started program: its pid, a pidfd that becomes readable when it ends, and, when asked for,
 // one pipe carrying both its standard output and its standard error. The owner reads the pipe as
-// data arrives, so a child never stalls on a full pipe. Children start with a clean signal mask.
+// data arrives, so a child never stalls on a full pipe. Children start with default signal actions,
+// the service's pause and continue signals shut out.
 #include <memory>
 #include <string>
 #include <utility>
@@ -17,6 +18,7 @@ class Subprocess {
     std::string workingFolder;      // empty: the current folder
     bool captureOutput = false;
     std::vector<std::pair<std::string, std::string>> environment;  // added to this process's own
+    std::string input;  // what the program reads on standard input; empty: nothing (/dev/null)
   };
 
   // Starts the program; nullptr and the errno in `error` when it cannot be started.

@@ -9,6 +9,7 @@
 
 #include "common/Error.h"
 #include "common/Strings.h"
+#include "platform/Files.h"
 #include "platform/HostName.h"
 #include "platform/SharedLibrary.h"
 #include "reporting/MailMessage.h"
@@ -290,7 +291,7 @@ void Mailer::Report(std::list<std::thread>::iterator transfer, const SendOutcome
 
 std::string Mailer::WriteTranscript(const std::string& text) {
   std::error_code error;
-  fs::create_directories(transcriptFolder_, error);
+  platform::CreatePrivateFolder(transcriptFolder_);
   const std::string path =
       transcriptFolder_ + "/transcript-" + FormatStamp(clock_.Now()) + "-" + std::to_string(++sequence_) + ".txt";
   std::ofstream(path, std::ios::binary) << text;

@@ -6,6 +6,7 @@
 
 #include "common/Error.h"
 #include "common/Strings.h"
+#include "platform/Files.h"
 
 namespace tw {
 namespace {
@@ -23,8 +24,7 @@ clsReportLogs::clsReportLogs(const std::string& applicationFolder, TWSettings& s
     auto generator = std::make_shared<std::mt19937_64>(std::random_device{}());
     random_ = [generator] { return std::uniform_real_distribution<double>(0.0, 1.0)(*generator); };
   }
-  std::error_code ignored;
-  if (!fs::exists(directory_, ignored)) fs::create_directory(directory_, ignored);
+  platform::CreatePrivateFolder(directory_);  // a failure shows when a report is written
 }
 
 int clsReportLogs::IComparator_Compare(const std::string& a, const std::string& b) {

@@ -3,7 +3,10 @@
 #include <iostream>
 
 #include "common/Error.h"
+#include "common/Strings.h"
 #include "logging/LogDisplay.h"
+#include "platform/Environment.h"
+#include "platform/FileLock.h"
 
 namespace tw {
 namespace {
@@ -175,6 +178,18 @@ int frmService::InstallationDialog() {
 }
 
 int frmService::RunService(bool debug) {
+  // Two services on one application folder would both pick up, and report, every run in progress.
+  const std::string lockPath = platform::ServiceLockPath(host_.applicationFolder);
+  const auto folderLock = platform::LockedFile::CreateAndLock(lockPath);
+  if (!folderLock) {
+    const std::string holder(TrimWhitespace(platform::ReadWhileLocked(lockPath).value_or("")));
+    err_ << "TWService: another TWService" << (holder.empty() ? "" : " (process " + holder + ")")
+         << " is running on the application folder " << host_.applicationFolder
+         << "; one folder has one service, or every run would be reported twice. Lock file: " << lockPath << "\n";
+    return 1;
+  }
+  // twctl reads the process to signal from here.
+  folderLock->Replace(std::to_string(platform::ProcessId()) + "\n");
   if (debug) {
     host_.logs.SetEcho([this](const clsLogEntry& entry) { err_ << FormatLogEntry(entry) << std::flush; });
   }

@@ -6,6 +6,7 @@
 #include "common/NumberText.h"
 #include "common/CommandLine.h"
 #include "common/Utf16.h"
+#include "execution/RightsLaunch.h"
 #include "logging/modAppLog.h"
 #include "platform/Process.h"
 #include "settings/PrintRequest.h"
@@ -214,14 +215,16 @@ void frmService::CompletionHandling(const RunningJob& record) {
 
     // 4. The print-out, through the rights launcher and the print-out program.
     if (job.JobNotification().PrintReport() && !general.Options().PrintSetting().empty()) {
-      clsPrintRequest(host_.applicationFolder + "/Spool", host_.clock).Print(subject, body);
-      auto identity = general.Identity();
-      const std::string command = host_.applicationFolder + "/DesktopRights \"" +
-                                  EscapeArgument(identity.IdentityValue1()) + "\" \"" +
-                                  EscapeArgument(identity.IdentityValue2()) + "\" \"" +
-                                  EscapeArgument(identity.IdentityValue3()) + "\" \"" + host_.applicationFolder +
-                                  "/TWPrintOut\"";
-      platform::StartDetached(SplitCommandLine(command));
+      const std::string spool = host_.applicationFolder + "/Spool";
+      SharePrintRequestWithBackupAccount(general.Identity(), spool,
+                                         clsPrintRequest(spool, host_.clock).Print(subject, body));
+      const RightsLaunch launch = RightsLaunchOf(general.Identity(), host_.applicationFolder + "/TWPrintOut");
+      // The launcher's path is one argument, blanks and all.
+      const std::string command = "\"" + host_.applicationFolder + "/DesktopRights\" " + launch.arguments;
+      if (!platform::StartDetached(SplitCommandLine(command), launch.input)) {
+        throw TWError(errnum::FileNotFound, "The print-out could not be started: " + host_.applicationFolder +
+                                                "/DesktopRights", "TWService");
+      }
     }
 
     // 5. The report log.

@@ -4,12 +4,14 @@
 #include "common/Strings.h"
 #include "platform/Environment.h"
 #include "platform/EventLoop.h"
+#include "platform/ProgramSetup.h"
 #include "platform/ServiceControl.h"
 #include "service/InstallDialog.h"
 #include "service/ServiceHost.h"
 #include "service/frmService.h"
 
 int main(int argc, char** argv) {
+  tw::platform::MakeCreatedFilesPrivate();
   const std::vector<std::string> args(argv + 1, argv + argc);
   tw::SystemClock clock;
   tw::platform::EventLoop loop;

@@ -6,12 +6,13 @@
 #include <sstream>
 
 #include "common/Error.h"
+#include "platform/Files.h"
 
 namespace tw {
 
 std::string clsPrintRequest::Print(const std::string& subject, const std::string& body) {
   namespace fs = std::filesystem;
-  fs::create_directories(spoolFolder_);
+  platform::CreatePrivateFolder(spoolFolder_);
   static std::mt19937 generator{std::random_device{}()};
   char suffix[16];
   std::snprintf(suffix, sizeof suffix, "%06x", static_cast<unsigned>(generator() & 0xFFFFFF));

@@ -1,7 +1,10 @@
 #include <iostream>
 
+#include "platform/ProgramSetup.h"
 #include "tools/RightsLauncher.h"
 
 int main(int argc, char** argv) {
-  return tw::tools::RunRightsLauncher(std::vector<std::string>(argv + 1, argv + argc), std::cout, std::cerr);
+  tw::platform::MakeCreatedFilesPrivate();
+  tw::platform::IgnoreServiceControlSignals();
+  return tw::tools::RunRightsLauncher(std::vector<std::string>(argv + 1, argv + argc), std::cin, std::cout, std::cerr);
 }

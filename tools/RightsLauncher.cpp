@@ -5,7 +5,6 @@
 
 #include "common/Strings.h"
 #include "platform/Accounts.h"
-#include "platform/HostName.h"
 #include "platform/Launch.h"
 #include "platform/Process.h"
 
@@ -23,14 +22,29 @@ constexpr int kPasswordExpired = 1330;
 constexpr int kAccountDisabled = 1331;
 constexpr int kMustChangePassword = 1907;
 
+// The longest password taken from standard input; a real one is far shorter.
+constexpr size_t kMaxPassword = 4096;
+
 const char* const kUsage =
     "Usage: DesktopRights USER PASSWORD DOMAIN PROGRAM [OPTION...]\n"
     "Starts PROGRAM detached as USER (the current account when USER is empty) and exits 255 once it\n"
-    "has started; exit 2 prints the logon error number that prevented it.\n";
+    "has started; exit 2 prints the logon error number that prevented it. A PASSWORD of - is read\n"
+    "from standard input, which keeps it out of the process list.\n";
 
-int Fail(std::ostream& out, int number) {
-  out << number << "\n";
+// The service reads the number from the first line; lines end in CR LF, as in its other texts.
+int Fail(std::ostream& out, int number, const std::string& programOutput = "") {
+  out << number << "\r\n" << ReplaceAll(ReplaceAll(programOutput, "\r\n", "\n"), "\n", "\r\n");
   return 2;
+}
+
+std::string ReadPassword(std::istream& in) {
+  std::string password;
+  char c;
+  while (password.size() < kMaxPassword && in.get(c)) password += c;
+  // "echo secret | DesktopRights user - ..." ends it with a line break that is not part of it.
+  if (!password.empty() && password.back() == '\n') password.pop_back();
+  if (!password.empty() && password.back() == '\r') password.pop_back();
+  return password;
 }
 
 int NumberForErrno(int error) {
@@ -43,21 +57,9 @@ int NumberForErrno(int error) {
   }
 }
 
-std::string ComputerShortName() {
-  char buffer[256] = {};
-  if (platform::GetHostName(buffer, sizeof buffer - 1) != 0) return {};
-  const std::string name = buffer;
-  return name.substr(0, name.find('.'));
-}
-
 }  // namespace
 
-std::string AccountName(const std::string& user, const std::string& domain, const std::string& computer) {
-  if (domain.empty() || domain == "." || EqualsIgnoreCase(domain, computer)) return user;
-  return user + "@" + domain;
-}
-
-int RunRightsLauncher(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+int RunRightsLauncher(const std::vector<std::string>& args, std::istream& in, std::ostream& out, std::ostream& err) {
   if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h")) {
     out << kUsage;
     return 0;
@@ -67,14 +69,14 @@ int RunRightsLauncher(const std::vector<std::string>& args, std::ostream& out, s
     return 1;
   }
   const std::string& user = args[0];
-  const std::string& password = args[1];
+  const std::string password = args[1] == "-" ? ReadPassword(in) : args[1];
   const std::string& domain = args[2];
   const std::string& program = args[3];
   const std::vector<std::string> options(args.begin() + 4, args.end());
 
   std::optional<platform::Account> runAs;
   if (!user.empty()) {
-    const auto account = platform::LookUpAccount(AccountName(user, domain, ComputerShortName()));
+    const auto account = platform::LookUpIdentity(user, domain);
     if (!account) return Fail(out, kLogonFailure);
     switch (platform::CheckLogon(account->name, password)) {
       case platform::LogonCheck::WrongPassword: return Fail(out, kLogonFailure);
@@ -93,8 +95,10 @@ int RunRightsLauncher(const std::vector<std::string>& args, std::ostream& out, s
 
   const auto result = platform::LaunchAndAwaitReady(program, options, runAs);
   switch (result.outcome) {
-    case platform::LaunchResult::Outcome::Ready: return 255;
-    case platform::LaunchResult::Outcome::EndedUnready: return Fail(out, kProcessAborted);
+    case platform::LaunchResult::Outcome::Ready:
+      out << result.output;
+      return 255;
+    case platform::LaunchResult::Outcome::EndedUnready: return Fail(out, kProcessAborted, result.output);
     case platform::LaunchResult::Outcome::NotStarted: return Fail(out, NumberForErrno(result.error));
   }
   return Fail(out, kGeneralFailure);

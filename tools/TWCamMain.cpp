@@ -2,9 +2,12 @@
 #include <string>
 
 #include "platform/Environment.h"
+#include "platform/ProgramSetup.h"
 #include "tools/Camera.h"
 
 int main(int argc, char** argv) {
+  tw::platform::MakeCreatedFilesPrivate();
+  tw::platform::IgnoreServiceControlSignals();
   if (argc > 1 && (std::string(argv[1]) == "--help" || std::string(argv[1]) == "-h")) {
     std::cout << "Usage: TWCam\nPhotographs the X display named by DISPLAY into the PNG file named by "
                  "TARNWICK_SCREENSHOT.\n";

@@ -2,9 +2,12 @@
 
 #include "common/Clock.h"
 #include "platform/Environment.h"
+#include "platform/ProgramSetup.h"
 #include "tools/Executor.h"
 
 int main(int argc, char** argv) {
+  tw::platform::MakeCreatedFilesPrivate();
+  tw::platform::IgnoreServiceControlSignals();
   tw::SystemClock clock;
   const tw::tools::ExecutorEnvironment environment{tw::platform::ApplicationFolder(),
                                                    tw::platform::DefaultSettingsPath(), clock};

@@ -2,9 +2,12 @@
 #include <string>
 
 #include "platform/Environment.h"
+#include "platform/ProgramSetup.h"
 #include "tools/PrintOut.h"
 
 int main(int argc, char** argv) {
+  tw::platform::MakeCreatedFilesPrivate();
+  tw::platform::IgnoreServiceControlSignals();
   if (argc > 1 && (std::string(argv[1]) == "--help" || std::string(argv[1]) == "-h")) {
     std::cout << "Usage: TWPrintOut\nPrints the reports waiting in the spool folder on the printer of "
                  "options.print_setting (CUPS lp).\n";

@@ -1,9 +1,12 @@
 #include <iostream>
 
 #include "common/Clock.h"
+#include "platform/ProgramSetup.h"
 #include "tools/Messenger.h"
 
 int main(int argc, char** argv) {
+  tw::platform::MakeCreatedFilesPrivate();
+  tw::platform::IgnoreServiceControlSignals();
   tw::SystemClock clock;
   return tw::tools::RunMessenger(std::vector<std::string>(argv + 1, argv + argc), clock, std::cout, std::cerr);
 }

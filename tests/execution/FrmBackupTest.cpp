@@ -34,16 +34,18 @@ TEST_F(FrmBackupTest, AStartedExecutorIsWatchedUntilItsStatusChanges) {
   settings_.General().Identity().IdentityValue2("pa\"ss");
   job_.RunStatus(1);  // the last run's status, still there
   // The rights launcher: the executor sets -2 before it returns.
-  Script("DesktopRights", "sleep 0.3; sqlite3 '" + (dir_ / "settings.db") +
+  Script("DesktopRights", "cat > '" + (dir_ / "stdin") + "'; sleep 0.3; sqlite3 '" + (dir_ / "settings.db") +
                               "' 'UPDATE jobs SET run_status = -2'; echo launched; exit 255");
   Start();
   EXPECT_EQ(std::string("\xFF\xFE", 2), test::ReadFile(Marker())) << "an empty Unicode marker";
   EXPECT_TRUE(form_.PollTimerEnabled());
-  EXPECT_EQ("DesktopRights \"back\\\\up\" \"pa\\\"ss\" \"\" \"" + dir_.Path() + "/TWExecutor\" logging", ComLine());
+  // The password travels on standard input; its place on the command line holds "-".
+  EXPECT_EQ("DesktopRights \"back\\\\up\" \"-\" \"\" \"" + dir_.Path() + "/TWExecutor\" logging", ComLine());
   form_.tmrPoll_Timer();
   EXPECT_TRUE(completions_.empty()) << "a stale status must not end the run while the launcher runs";
 
   ASSERT_TRUE(LoopUntil([&] { return !form_.Shell().Busy(); }));
+  EXPECT_EQ("pa\"ss", test::ReadFile(dir_ / "stdin"));
   form_.tmrPoll_Timer();
   EXPECT_TRUE(completions_.empty()) << "the executor is still running";
   // The executor finishes: report first, status last.
@@ -86,6 +88,9 @@ TEST_F(FrmBackupTest, EachRightsLauncherAnswerEndsTheRunWithItsReport) {
       {"printf '1326\\r\\n'; exit 2", "Error #00106 - Error launching backup",
        "An error occured whilst launching the backup. Please read the report below to take corrective action.\r\n\r\n"
        "Incorrect password/username/domain (Error 1326)\r\n"},
+      // What the executor printed before it ended follows the number, and ends the report.
+      {"printf '1067\\r\\nTWExecutor: no marker\\n'; exit 2", "Error #00106 - Error launching backup",
+       "An error occured whilst launching the backup. Please read the report below to take corrective action.\r\n\r\n"},
   };
   for (const auto& c : cases) {
     completions_.clear();
@@ -94,6 +99,8 @@ TEST_F(FrmBackupTest, EachRightsLauncherAnswerEndsTheRunWithItsReport) {
     ASSERT_TRUE(LoopUntil([&] { return !completions_.empty(); })) << c.script;
     EXPECT_EQ(2, completions_[0]->Status);
     EXPECT_EQ(0u, completions_[0]->BackupReport.find(c.report)) << completions_[0]->BackupReport;
+    const bool said = c.script.find("no marker") != std::string::npos;
+    EXPECT_EQ(said, completions_[0]->BackupReport.ends_with("\r\n\r\nTWExecutor: no marker")) << c.script;
     EXPECT_EQ(c.title, Logs(1)[0].Title);
     EXPECT_FALSE(fs::exists(Marker())) << c.script;
     EXPECT_FALSE(form_.PollTimerEnabled());

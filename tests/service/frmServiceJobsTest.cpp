@@ -170,7 +170,7 @@ TEST_F(FrmServiceJobsTest, ConsoleRequestsComeBeforeTheJobWalk) {
 }
 
 TEST_F(FrmServiceJobsTest, AFinishedRunIsReportedByItsOutcome) {
-  Script("DesktopRights", "echo \"$@\" >> '" + (dir_ / "launched") + "'; exit 255");
+  Script("DesktopRights", "cat >> '" + (dir_ / "input") + "'; echo \"$@\" >> '" + (dir_ / "launched") + "'; exit 255");
   clsJob job = Job("Nightly", TimeSerial(21, 0, 0));
   job.JobNotification().PrintReport(true);
   host_.settings.General().Options().PrintSetting("office");
@@ -201,10 +201,12 @@ TEST_F(FrmServiceJobsTest, AFinishedRunIsReportedByItsOutcome) {
     EXPECT_EQ(c.events, Events()) << "status " << c.status;
     clock_.AdvanceSeconds(1);  // report logs are named by their time
   }
-  // The print-out goes through the rights launcher, the account's values escaped.
+  // The print-out goes through the rights launcher, the account's values escaped, the password
+  // on its standard input.
   ASSERT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "launched"); }));
-  EXPECT_EQ("back\"up pa\\ss  " + dir_.Path() + "/TWPrintOut",
+  EXPECT_EQ("back\"up -  " + dir_.Path() + "/TWPrintOut",
             test::ReadFile(dir_ / "launched").substr(0, test::ReadFile(dir_ / "launched").find('\n')));
+  EXPECT_EQ(0u, test::ReadFile(dir_ / "input").find("pa\\ss"));
 
   // A test run is answered once.
   host_.settings.General().Console().RequestJobName("Nightly");

@@ -47,10 +47,10 @@ TEST_F(ToolsTest, TheRightsLauncherAnswersWithItsExitStatusAndANumber) {
   EXPECT_EQ(1, Rights({"a", "b", "c"}).exitCode);
   auto unknown = Rights({"no-such-user-here", "", "", "/bin/true"});
   EXPECT_EQ(2, unknown.exitCode);
-  EXPECT_EQ("1326\n", unknown.output);
+  EXPECT_EQ("1326\r\n", unknown.output);
   auto missing = Rights({"", "", "", dir_ / "nothing"});
   EXPECT_EQ(2, missing.exitCode);
-  EXPECT_EQ("2\n", missing.output);
+  EXPECT_EQ("2\r\n", missing.output);
 
   // A program that says it has started: the launcher returns while it still runs.
   Script(dir_ / "ready", "printf R >&\"$TARNWICK_READY_FD\"; sleep 5");
@@ -59,14 +59,15 @@ TEST_F(ToolsTest, TheRightsLauncherAnswersWithItsExitStatusAndANumber) {
   EXPECT_EQ(255, ready.exitCode) << ready.output;
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
   // One that ends without saying so.
-  Script(dir_ / "quiet", "exit 0");
+  // One that ends without saying so: what it said on the way is passed on after the number.
+  Script(dir_ / "quiet", "echo 'no marker waits' >&2; exit 0");
   auto quiet = Rights({"", "", "", dir_ / "quiet"});
   EXPECT_EQ(2, quiet.exitCode);
-  EXPECT_EQ("1067\n", quiet.output);
+  EXPECT_EQ("1067\r\nno marker waits\r\n", quiet.output);
 
-  EXPECT_EQ("backup", tools::AccountName("backup", "", "server1"));
-  EXPECT_EQ("backup", tools::AccountName("backup", "SERVER1", "server1"));
-  EXPECT_EQ("backup@CORP", tools::AccountName("backup", "CORP", "server1"));
+  EXPECT_EQ("backup", platform::AccountNameFor("backup", "", "server1"));
+  EXPECT_EQ("backup", platform::AccountNameFor("backup", "SERVER1", "server1"));
+  EXPECT_EQ("backup@CORP", platform::AccountNameFor("backup", "CORP", "server1"));
 }
 
 TEST_F(ToolsTest, AsRootTheRightsLauncherSwitchesToTheAccount) {

@@ -1,0 +1,211 @@
+// The built service as an attacker and a careful administrator see it: what it leaves readable,
+// what another local user can see of the backup account's password, and what a pause signal sent
+// to every process of the service does to a backup under way.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "common/Date.h"
+#include "platform/Accounts.h"
+#include "platform/Process.h"
+#include "tests/support/ServiceFixture.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Every process started from `folder`'s service: they all carry its TARNWICK_HOME, whatever session
+// or parent they have now (the executor is detached).
+std::vector<int> ProcessesOf(const std::string& folder) {
+  const std::string marker = std::string("TARNWICK_HOME=") + folder + std::string(1, '\0');
+  std::vector<int> pids;
+  std::error_code error;
+  for (fs::directory_iterator it("/proc", error), end; !error && it != end; it.increment(error)) {
+    const std::string name = it->path().filename();
+    if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+    std::string environment = test::ReadFile(it->path() / "environ");
+    if (environment.find(marker) != std::string::npos) pids.push_back(std::stoi(name));
+  }
+  return pids;
+}
+
+std::vector<std::string> FilesUnder(const std::string& root) {
+  if (!fs::is_directory(root)) return {root};
+  std::vector<std::string> files;
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    if (entry.is_regular_file()) files.push_back(entry.path());
+  }
+  return files;
+}
+
+std::string Twctl(const std::string& folder, const std::string& arguments) {
+  return platform::RunCommand({"/bin/sh", "-c", "TARNWICK_HOME='" + folder + "' " TW_BIN_DIR "/twctl " + arguments})
+      .output;
+}
+
+// A source large enough that tar and gzip are still at work while the test looks.
+void LargeSource(const std::string& folder) {
+  fs::create_directories(folder);
+  platform::RunCommand({"/bin/sh", "-c", "head -c 24000000 /dev/urandom > '" + folder + "/data.bin'"});
+}
+
+class SecurityTest : public test::ServiceFixture {
+ protected:
+  // Every folder and file the service and its helpers made: mode 0700 and 0600.
+  static void ExpectPrivate(const fs::path& path) {
+    struct stat info {};
+    ASSERT_EQ(0, ::lstat(path.c_str(), &info)) << path;
+    EXPECT_EQ(S_ISDIR(info.st_mode) ? 0700u : 0600u, info.st_mode & 07777) << path;
+    if (!S_ISDIR(info.st_mode)) return;
+    for (const auto& entry : fs::directory_iterator(path)) ExpectPrivate(entry.path());
+  }
+};
+
+TEST_F(SecurityTest, UnderAnOpenUmaskEveryFileTheServiceMakesIsPrivate) {
+  settings_.General().Options().DetailedLogging(true);
+  settings_.General().Options().PrintSetting("office");
+  settings_.Store().WriteInt("mail.port", 1);  // refused: the failed attempt leaves its transcript
+  clsJob job = Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
+  job.JobNotification().PrintReport(true);
+  const mode_t saved = ::umask(0);
+  Start("2026-11-23 21:00:05");
+  ::umask(saved);
+  ASSERT_TRUE(ReportsArrive(1)) << test::ReadFile(dir_ / "service.out");
+  ASSERT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "Mail") && !fs::is_empty(dir_ / "Mail"); }, 20000));
+  Stop();
+  EXPECT_EQ(0, Reports()[0].Status) << Reports()[0].Report;
+  for (const char* made : {"Logs", "Reports", "Mail", "Spool", "Snapshots", "dest", "TWService.lock"}) {
+    ExpectPrivate(dir_ / made);
+  }
+  EXPECT_TRUE(fs::exists(dir_ / "Logs/Attachments")) << "the detail entries keep their attachments";
+}
+
+TEST_F(SecurityTest, ABackupAccountRunsTheBackupAndNoOtherUserSeesItsPassword) {
+  if (!platform::RunningAsRoot()) GTEST_SKIP() << "switching to a backup account needs root";
+  const std::string user = "twbackup" + std::to_string(::getpid() % 100000);
+  const std::string password = "Pw-" + std::to_string(::getpid()) + "-only-in-the-store";
+  ASSERT_EQ(0, platform::RunCommand({"useradd", "--no-create-home", "--shell", "/usr/sbin/nologin", user}).exitCode);
+  struct RemoveUser {
+    std::string name;
+    ~RemoveUser() { platform::RunCommand({"userdel", name}); }
+  } removeUser{user};
+  ASSERT_EQ(0, platform::RunCommand({"/bin/sh", "-c", "echo '" + user + ":" + password + "' | chpasswd"}).exitCode);
+  const auto account = platform::LookUpAccount(user);
+  ASSERT_TRUE(account);
+
+  // The account reaches the folder and its own programs (copies: the build tree may be private),
+  // reads the sources and owns the destination; everything else stays the service's.
+  fs::permissions(dir_.Path(), fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                                   fs::perms::others_read | fs::perms::others_exec);
+  for (const char* program : {"DesktopRights", "TWExecutor"}) {
+    fs::remove(dir_ / program);
+    fs::copy_file(std::string(TW_BIN_DIR) + "/" + program, dir_ / program);
+  }
+  LargeSource(dir_ / "big");
+  platform::RunCommand({"chmod", "-R", "a+rX", dir_ / "big"});
+  fs::create_directory(dir_ / "dest");
+  ASSERT_EQ(0, ::chown((dir_ / "dest").c_str(), account->uid, account->gid));
+  ::chmod((dir_ / "dest").c_str(), 0700);
+  auto identity = settings_.General().Identity();
+  identity.IdentityValue1(user);
+  identity.IdentityValue2(password);
+  settings_.General().Options().DetailedLogging(true);
+  Job("Nightly", TimeSerial(21, 0, 0), dir_ / "big");
+
+  // Another local user watches every process's arguments and environment while the run goes on.
+  // The pattern comes from a file, so that it stands on no command line itself.
+  test::TempDir watch;
+  fs::permissions(watch.Path(), fs::perms::all);
+  test::WriteFile(watch / "pattern", password + "\n");
+  ::chmod((watch / "pattern").c_str(), 0644);
+  test::ChildProcess watcher({"/usr/bin/setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", "/bin/sh", "-c",
+                              "cd /proc; while :; do grep -l -a -F -f '" + (watch / "pattern") +
+                                  "' [0-9]*/cmdline [0-9]*/environ >> '" + (watch / "seen") +
+                                  "' 2>/dev/null; grep -l -a 'TWExecuto[r]' [0-9]*/cmdline >> '" +
+                                  (watch / "executors") + "' 2>/dev/null; done"});
+  Start("2026-11-23 21:00:05");
+  ASSERT_TRUE(ReportsArrive(1)) << test::ReadFile(dir_ / "service.out");
+  ASSERT_TRUE(test::WaitUntil([&] { return smtp_.Count() == 1; }, 20000));
+  Stop();
+  watcher.Signal(SIGKILL);
+
+  const auto report = Reports()[0];
+  EXPECT_EQ(0, report.Status) << report.Report;
+  EXPECT_FALSE(test::ReadFile(watch / "executors").empty()) << "the watcher saw the executor at work";
+  EXPECT_EQ("", test::ReadFile(watch / "seen")) << "the password was visible in these processes";
+  // The archive was written by the backup account, for it alone.
+  std::vector<fs::path> archives;
+  for (const auto& entry : fs::directory_iterator(dir_ / "dest/Nightly")) archives.push_back(entry.path());
+  ASSERT_EQ(1u, archives.size());
+  struct stat info {};
+  ASSERT_EQ(0, ::stat(archives[0].c_str(), &info));
+  EXPECT_EQ(account->uid, info.st_uid);
+  EXPECT_EQ(0600u, info.st_mode & 07777);
+  // The launcher's detail entry holds the command line as started, with "-" in the password's place.
+  bool sawLauncher = false;
+  for (const auto& entry : test::LastLogs(dir_.Path(), 30)) {
+    if (entry.Title != "DesktopRights") continue;
+    sawLauncher = true;
+    EXPECT_EQ("DesktopRights \"" + user + "\" \"-\" \"\" \"" + dir_.Path() + "/TWExecutor\" logging", entry.Message);
+  }
+  EXPECT_TRUE(sawLauncher);
+  // Nothing the service wrote, and no mail, holds the password, in UTF-8 or in UTF-16.
+  std::string utf16;
+  for (char c : password) utf16 += std::string{c, '\0'};
+  for (const std::string& root : {dir_ / "Logs", dir_ / "Reports", smtp_.Maildir(), dir_ / "service.out"}) {
+    for (const auto& file : FilesUnder(root)) {
+      const std::string content = test::ReadFile(file);
+      EXPECT_EQ(std::string::npos, content.find(password)) << file;
+      EXPECT_EQ(std::string::npos, content.find(utf16)) << file;
+    }
+  }
+}
+
+TEST_F(SecurityTest, PauseSentToEveryProcessOfTheServiceStopsOnlyThePolling) {
+  LargeSource(dir_ / "big");
+  Job("Nightly", TimeSerial(21, 0, 0), dir_ / "big");
+  Start("2026-11-23 21:00:05");
+  ASSERT_TRUE(test::WaitUntil([&] {
+    for (int pid : ProcessesOf(dir_.Path())) {
+      if (test::ReadFile("/proc/" + std::to_string(pid) + "/comm") == "gzip\n") return true;
+    }
+    return false;
+  }, 30000)) << "the run is under way";
+  // As "systemctl kill -s SIGUSR1 wtarnwick" does without --kill-whom=main: every process of the
+  // service, the detached executor, tar and gzip included, again and again while the run goes on.
+  size_t most = 0;
+  ASSERT_TRUE(test::WaitUntil([&] {
+    const auto pids = ProcessesOf(dir_.Path());
+    most = std::max(most, pids.size());
+    for (int pid : pids) ::kill(pid, SIGUSR1);
+    return !Reports().empty();
+  }, 60000)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
+  EXPECT_GE(most, 3u) << "the service, the executor and tar were reached";
+  ASSERT_FALSE(service_->Wait(0)) << "the service itself is still running";
+  const auto report = Reports()[0];
+  EXPECT_EQ(0, report.Status) << report.Report;
+  const auto titles = Titles(200);
+  EXPECT_NE(titles.end(), std::find(titles.begin(), titles.end(), "Tarnwick service pausing"));
+
+  // The console's own pause and continue reach the service's main process, and a second service
+  // on the same folder refuses to start.
+  EXPECT_EQ(0u, Twctl(dir_.Path(), "service pause").find("Asked TWService (process " +
+                                                         std::to_string(service_->Pid()) + ") to pause"));
+  ASSERT_TRUE(test::WaitUntil([&] { return Titles(1) == std::vector<std::string>{"Tarnwick service pausing"}; }));
+  Twctl(dir_.Path(), "service continue");
+  ASSERT_TRUE(test::WaitUntil([&] { return Titles(1) == std::vector<std::string>{"Tarnwick service continuing"}; }));
+  test::ChildProcess second({dir_ / "TWService", "-debug"}, {"TARNWICK_HOME=" + dir_.Path()}, dir_ / "second.out");
+  EXPECT_EQ(1, second.Wait(10000));
+  EXPECT_NE(std::string::npos, test::ReadFile(dir_ / "second.out").find("(process " + std::to_string(service_->Pid()) +
+                                                                        ") is running on the application folder"));
+  Stop();
+  EXPECT_EQ(0u, Twctl(dir_.Path(), "service pause").find("twctl: no TWService is running on " + dir_.Path()));
+}
+
+}  // namespace
+}  // namespace tw
