@@ -62,9 +62,13 @@ int ConfigGet(TWSettings& settings, const std::string& key, std::ostream& out) {
 }
 
 int ConfigSet(TWSettings& settings, const std::string& keyName, std::string value,
-              const ConsoleEnvironment& environment) {
+              const ConsoleEnvironment& environment, std::ostream& err) {
   const SettingKey& key = RequireKey(keyName);
   if (!key.editable) throw UsageError(keyName + " is kept by the service itself and cannot be set here");
+  if (key.secret && value != "-" && !value.empty()) {
+    err << "twctl: note: a password given as an argument can be seen by other users while twctl runs and stays "
+           "in the shell's history; give - to type it without echo.\n";
+  }
   if (value == "-") {
     // Read from standard input, without echo on a terminal, so a password stays out of the
     // shell's history and the process list.

@@ -11,7 +11,8 @@ namespace tw::console {
 int ConfigList(TWSettings& settings, bool json, std::ostream& out);
 int ConfigGet(TWSettings& settings, const std::string& key, std::ostream& out);
 // A value of "-" is read from standard input without echo.
-int ConfigSet(TWSettings& settings, const std::string& key, std::string value, const ConsoleEnvironment& environment);
+int ConfigSet(TWSettings& settings, const std::string& key, std::string value, const ConsoleEnvironment& environment,
+              std::ostream& err);
 int Logs(TWSettings& settings, const ConsoleEnvironment& environment, int32_t count, bool json, std::ostream& out);
 
 }  // namespace tw::console

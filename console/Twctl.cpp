@@ -200,7 +200,7 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
     if (jobRemove->parsed()) return JobRemove(settings, jobName, out);
     if (configList->parsed()) return ConfigList(settings, json, out);
     if (configGet->parsed()) return ConfigGet(settings, key, out);
-    if (configSet->parsed()) return ConfigSet(settings, key, value, environment);
+    if (configSet->parsed()) return ConfigSet(settings, key, value, environment, err);
     if (logs->parsed()) return Logs(settings, environment, count, json, out);
     if (reports->parsed()) return Reports(settings, environment, reportCount, json, out);
     if (reportShow->parsed()) return ReportShow(settings, environment, which, out);

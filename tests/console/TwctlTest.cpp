@@ -157,9 +157,13 @@ TEST_F(TwctlTest, SettingsAreSetAndReadBackAndPasswordsNeverPrinted) {
   EXPECT_EQ("starttls\n", Run({"config", "get", "mail.security"}).out);
 
   EXPECT_EQ("(not set)\n", Run({"config", "get", "mail.password"}).out);
-  EXPECT_EQ(0, Run({"config", "set", "mail.password", "hunter2"}).status);
+  const Result typed = Run({"config", "set", "mail.password", "hunter2"});
+  EXPECT_EQ(0, typed.status);
+  EXPECT_EQ(0u, typed.err.find("twctl: note: a password given as an argument can be seen by other users"));
   secret_ = "s3cret pass";
-  EXPECT_EQ(0, Run({"config", "set", "identity.password", "-"}).status);
+  const Result hidden = Run({"config", "set", "identity.password", "-"});
+  EXPECT_EQ(0, hidden.status);
+  EXPECT_EQ("", hidden.err);
   EXPECT_EQ("s3cret pass", TWSettings(SettingsPath()).General().Identity().IdentityValue2());
   EXPECT_EQ("(set)\n", Run({"config", "get", "mail.password"}).out);
   const Result list = Run({"config", "list"});
