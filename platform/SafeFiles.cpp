@@ -214,11 +214,6 @@ bool CheckedFolder::Rename(const std::string& from, const std::string& to, std::
   return false;
 }
 
-bool CheckedFolder::Remove(const std::string& name, std::string& problem) const {
-  if (::unlinkat(folder_.Fd(), name.c_str(), 0) == 0 || errno == ENOENT) return true;
-  const int error = errno;
-  problem = "cannot remove " + Below(name) + " (" + Reason(error) + ")";
-  return false;
-}
+void CheckedFolder::Remove(const std::string& name) const { ::unlinkat(folder_.Fd(), name.c_str(), 0); }
 
 }  // namespace tw::platform

@@ -56,8 +56,9 @@ class CheckedFolder {
   std::optional<OpenFile> OpenExisting(const std::string& name, std::string& problem, bool& missing) const;
   // Renames within this folder, replacing `to`.
   bool Rename(const std::string& from, const std::string& to, std::string& problem) const;
-  // Removes the name (a link is removed, never followed); a missing name is no failure.
-  bool Remove(const std::string& name, std::string& problem) const;
+  // Removes the name if it can (a link is removed, never followed). What is left in the way shows
+  // when the name is created again.
+  void Remove(const std::string& name) const;
 
   const std::string& Path() const { return path_; }
 

@@ -182,12 +182,11 @@ struct Snapshot {
   void Keep(BackupOutcome& outcome) {
     std::string problem;
     if (!folder.Rename(Working(), Name(), problem)) outcome.errors.push_back("The snapshot was not kept: " + problem + ".");
-    folder.Remove(Index(), problem);
+    folder.Remove(Index());
   }
-  void Discard() {
-    std::string ignored;
-    folder.Remove(Working(), ignored);
-    folder.Remove(Index(), ignored);
+  void Discard() const {
+    folder.Remove(Working());
+    folder.Remove(Index());
   }
 };
 
@@ -308,8 +307,7 @@ BackupOutcome PerformBackup(const BackupPlan& plan, Date start) {
   const auto result = platform::RunCommand(command, options);
   if (!result.started) {
     outcome.errors.push_back("tar could not be started (" + result.error + "): GNU tar is needed");
-    std::string ignored;
-    if (archive) jobFolder->Remove(fs::path(outcome.archive).filename().string(), ignored);
+    if (archive) jobFolder->Remove(fs::path(outcome.archive).filename().string());
     snapshot->Discard();
     return outcome;
   }
