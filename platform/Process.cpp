@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
@@ -27,9 +28,25 @@ int ExitCodeOf(int status) {
   return -1;
 }
 
+// Places `fds` at 3, 4, ... in the child. They go by way of numbers above all of them first, so
+// that placing one never overwrites another that is still to be placed.
+void InheritAt3(FileActions& actions, const std::vector<int>& fds) {
+  int spare = 3 + static_cast<int>(fds.size());
+  for (int fd : fds) spare = std::max(spare, fd + 1);
+  for (size_t i = 0; i < fds.size(); ++i) {
+    posix_spawn_file_actions_adddup2(actions.get(), fds[i], spare + static_cast<int>(i));
+  }
+  for (size_t i = 0; i < fds.size(); ++i) {
+    posix_spawn_file_actions_adddup2(actions.get(), spare + static_cast<int>(i), 3 + static_cast<int>(i));
+    posix_spawn_file_actions_addclose(actions.get(), spare + static_cast<int>(i));
+  }
+}
+
 }  // namespace
 
-CommandResult RunCommand(const std::vector<std::string>& argv) {
+CommandResult RunCommand(const std::vector<std::string>& argv) { return RunCommand(argv, CommandOptions{}); }
+
+CommandResult RunCommand(const std::vector<std::string>& argv, const CommandOptions& options) {
   CommandResult result;
   int pipeFds[2];
   if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
@@ -40,6 +57,7 @@ CommandResult RunCommand(const std::vector<std::string>& argv) {
   posix_spawn_file_actions_adddup2(actions.get(), pipeFds[1], STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(actions.get(), pipeFds[1], STDERR_FILENO);
   posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  InheritAt3(actions, options.inheritedFds);
   CleanSignalAttributes signals;
   auto args = ExecPointers(argv);
   pid_t pid = 0;

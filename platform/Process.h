@@ -17,6 +17,13 @@ struct CommandResult {
 // Runs argv[0] (looked up on PATH when it has no "/"), waits for it and collects its output.
 CommandResult RunCommand(const std::vector<std::string>& argv);
 
+struct CommandOptions {
+  // Open descriptors the program inherits as 3, 4, 5, ... in this order, so that it can be handed
+  // "/dev/fd/3" rather than a path that could be swapped meanwhile. The caller keeps them open.
+  std::vector<int> inheritedFds;
+};
+CommandResult RunCommand(const std::vector<std::string>& argv, const CommandOptions& options);
+
 // Starts argv[0] without waiting and without keeping it as a child: nothing to reap later. It
 // reads `input` on its standard input. Returns false when it could not be started.
 bool StartDetached(const std::vector<std::string>& argv, const std::string& input = "");

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <set>
 
@@ -14,6 +13,7 @@
 #include "platform/HostName.h"
 #include "platform/Launch.h"
 #include "platform/Process.h"
+#include "platform/SafeFiles.h"
 #include "scheduling/Schemes.h"
 #include "settings/TWSettings.h"
 
@@ -131,6 +131,103 @@ void ReadTarMessages(const platform::CommandResult& result, BackupOutcome& outco
   }
 }
 
+// Nothing of the run is written when one of its folders is unsafe or cannot be made.
+void NotWritten(BackupOutcome& outcome, const std::string& problem) {
+  outcome.errors.push_back("The backup was not written: " + problem + ".");
+}
+
+// <destination>/<id>, checked: the destination as the administrator named it, and the job's own
+// folder in it.
+std::optional<platform::CheckedFolder> OpenJobFolder(const BackupPlan& plan, BackupOutcome& outcome) {
+  std::string problem;
+  if (auto destination = platform::CheckedFolder::OpenConfigured(plan.destination, problem)) {
+    if (auto folder = destination->OpenOwnChild(plan.backupLogId, problem)) return folder;
+  }
+  NotWritten(outcome, problem);
+  return std::nullopt;
+}
+
+// The archive under a name no file has yet. A second run of the job within the same second, or a
+// name planted beforehand, gets "_2", "_3", ... after the time, so the names still sort in the
+// order of the runs.
+std::optional<platform::OpenFile> CreateArchive(const platform::CheckedFolder& folder, const std::string& stem,
+                                                const std::string& ending, BackupOutcome& outcome) {
+  std::string problem;
+  for (int number = 1; number < 100; ++number) {
+    const std::string name = stem + (number == 1 ? "" : "_" + std::to_string(number)) + ending;
+    bool taken = false;
+    if (auto file = folder.CreateNew(name, problem, taken)) {
+      outcome.archive = folder.Path() + "/" + name;
+      return file;
+    }
+    if (!taken) break;
+    problem = "every name for the archive " + folder.Path() + "/" + stem + ending + " is taken";
+  }
+  NotWritten(outcome, problem);
+  return std::nullopt;
+}
+
+// The job's snapshot in the Snapshots folder: <id>.snar, the state after the last successful run;
+// tar updates a working copy (<id>.snar.new) and lists the files it took in <id>.list.
+// A full run starts a new snapshot; an incremental one continues the last. The snapshot is
+// replaced only when tar succeeded, so a failed run never hides changes from the next one.
+struct Snapshot {
+  platform::CheckedFolder folder;
+  std::string id;
+  platform::OpenFile working, index;
+
+  std::string Name() const { return id + ".snar"; }
+  std::string Working() const { return id + ".snar.new"; }
+  std::string Index() const { return id + ".list"; }
+  void Keep(BackupOutcome& outcome) {
+    std::string problem;
+    if (!folder.Rename(Working(), Name(), problem)) outcome.errors.push_back("The snapshot was not kept: " + problem + ".");
+    folder.Remove(Index());
+  }
+  void Discard() const {
+    folder.Remove(Working());
+    folder.Remove(Index());
+  }
+};
+
+std::optional<Snapshot> PrepareSnapshot(const BackupPlan& plan, bool incremental, BackupOutcome& outcome) {
+  std::string problem;
+  const fs::path path(plan.snapshotFolder);
+  std::optional<platform::CheckedFolder> folder;
+  if (auto parent = platform::CheckedFolder::OpenConfigured(path.parent_path().string(), problem, true)) {
+    folder = parent->OpenOwnChild(path.filename().string(), problem);
+  }
+  if (!folder) {
+    NotWritten(outcome, problem);
+    return std::nullopt;
+  }
+  Snapshot snapshot{std::move(*folder), plan.backupLogId, {}, {}};
+  // A working copy or index still there is left by a run that was killed.
+  snapshot.Discard();
+  bool taken = false;
+  auto working = snapshot.folder.CreateNew(snapshot.Working(), problem, taken);
+  auto index = working ? snapshot.folder.CreateNew(snapshot.Index(), problem, taken) : std::nullopt;
+  if (!working || !index) {
+    snapshot.Discard();
+    NotWritten(outcome, problem);
+    return std::nullopt;
+  }
+  snapshot.working = std::move(*working);
+  snapshot.index = std::move(*index);
+  if (!incremental) return snapshot;
+  bool missing = false;
+  auto last = snapshot.folder.OpenExisting(snapshot.Name(), problem, missing);
+  if (missing) {
+    outcome.notes.push_back("No earlier run to build on: this incremental backup holds everything.");
+  } else if (!last || !snapshot.working.CopyFrom(*last)) {
+    if (last) problem = "cannot copy " + snapshot.folder.Path() + "/" + snapshot.Name();
+    snapshot.Discard();
+    NotWritten(outcome, problem);
+    return std::nullopt;
+  }
+  return snapshot;
+}
+
 std::string Duration(Date start, Date end) {
   const int64_t seconds = std::max<int64_t>(0, SecondsBetween(start, end));
   char text[32];
@@ -169,65 +266,63 @@ BackupOutcome PerformBackup(const BackupPlan& plan, Date start) {
     outcome.errors.push_back("The job has no destination (twctl job set " + plan.jobName + " --destination PATH).");
     return outcome;
   }
-  std::error_code error;
   const bool tape = IsTape(plan.destination);
   outcome.tape = tape;
   const bool incremental = plan.method == backup::kIncremental;
+  std::optional<platform::CheckedFolder> jobFolder;
   if (tape) {
     outcome.archive = plan.destination;
     Tape(plan.destination, plan.mode == backup::kAppend ? "eod" : "rewind", outcome);
     if (!outcome.ok()) return outcome;
   } else {
-    const fs::path folder = fs::path(plan.destination) / plan.backupLogId;
-    fs::create_directories(folder, error);
-    if (error) {
-      outcome.errors.push_back("Cannot create the destination folder " + folder.string() + ": " + error.message());
+    jobFolder = OpenJobFolder(plan, outcome);
+    if (!jobFolder) return outcome;
+  }
+  auto snapshot = PrepareSnapshot(plan, incremental, outcome);
+  if (!snapshot) return outcome;
+  std::optional<platform::OpenFile> archive;
+  if (!tape) {
+    archive = CreateArchive(*jobFolder, plan.backupLogId + "-" + Stamp(start),
+                            incremental ? "-incremental.tar.gz" : "-full.tar.gz", outcome);
+    if (!archive) {
+      snapshot->Discard();
       return outcome;
     }
-    outcome.archive = (folder / (plan.backupLogId + "-" + Stamp(start) + (incremental ? "-incremental" : "-full") +
-                                 ".tar.gz"))
-                          .string();
   }
 
-  // A full run starts a new snapshot; an incremental one continues the last. The snapshot is
-  // replaced only when tar succeeded, so a failed run never hides changes from the next one.
-  fs::create_directories(plan.snapshotFolder, error);
-  const std::string snapshot = plan.snapshotFolder + "/" + plan.backupLogId + ".snar";
-  const std::string workingSnapshot = snapshot + ".new";
-  fs::remove(workingSnapshot, error);
-  if (incremental) {
-    if (fs::exists(snapshot, error)) {
-      fs::copy_file(snapshot, workingSnapshot, error);
-    } else {
-      outcome.notes.push_back("No earlier run to build on: this incremental backup holds everything.");
-    }
-  }
-  const std::string index = plan.snapshotFolder + "/" + plan.backupLogId + ".list";
-  std::vector<std::string> command{"tar", "--create", "--file=" + outcome.archive,
-                                   "--listed-incremental=" + workingSnapshot, "--index-file=" + index, "--verbose",
-                                   "--totals"};
+  // tar gets the files it writes as open descriptors: a name could be swapped for a link
+  // between our check and its open.
+  platform::CommandOptions options;
+  auto handOver = [&options](const platform::OpenFile& file) {
+    options.inheritedFds.push_back(file.Fd());
+    return "/dev/fd/" + std::to_string(2 + options.inheritedFds.size());
+  };
+  std::vector<std::string> command{"tar", "--create", "--file=" + (tape ? plan.destination : handOver(*archive))};
+  command.push_back("--listed-incremental=" + handOver(snapshot->working));
+  command.push_back("--index-file=" + handOver(snapshot->index));
+  command.insert(command.end(), {"--verbose", "--totals"});
   if (!tape) command.push_back("--gzip");
   command.push_back("--");
   command.insert(command.end(), plan.sources.begin(), plan.sources.end());
-  const auto result = platform::RunCommand(command);
+  const auto result = platform::RunCommand(command, options);
   if (!result.started) {
     outcome.errors.push_back("tar could not be started (" + result.error + "): GNU tar is needed");
+    if (archive) jobFolder->Remove(fs::path(outcome.archive).filename().string());
+    snapshot->Discard();
     return outcome;
   }
   ReadTarMessages(result, outcome);
-  std::ifstream listing(index);
-  for (std::string line; std::getline(listing, line);) {
+  for (const auto& line : Split(snapshot->index.ReadAll().value_or(""), '\n')) {
     if (line.empty() || line.back() == '/') continue;  // folders are not counted
     ++outcome.files;
     if (plan.listFiles) outcome.fileList.push_back(line);
   }
-  fs::remove(index, error);
   if (result.exitCode <= 1) {
-    fs::rename(workingSnapshot, snapshot, error);
+    snapshot->Keep(outcome);
   } else {
-    fs::remove(workingSnapshot, error);
+    snapshot->Discard();
   }
-  if (!tape) outcome.archiveBytes = static_cast<int64_t>(fs::file_size(outcome.archive, error));
+  if (archive) outcome.archiveBytes = archive->Size();
   if (tape && plan.eject) Tape(plan.destination, "offline", outcome);
   return outcome;
 }

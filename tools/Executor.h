@@ -10,6 +10,9 @@
 // Incremental runs hold what changed since the previous run (tar --listed-incremental; the
 // snapshots are kept in <application folder>/Snapshots). A tape device is rewound (overwrite) or
 // wound to its end (append) with mt first, and taken offline afterwards when the run ejects.
+// The executor may run as root and archives hold whatever the sources hold: it creates every archive
+// and snapshot file itself, private (0600, in 0700 folders), in folders it has checked that no other
+// user can plant links in, and hands tar the open files (platform/SafeFiles.h).
 #include <cstdint>
 #include <ostream>
 #include <string>

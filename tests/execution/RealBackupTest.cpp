@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <map>
@@ -77,7 +78,9 @@ class RealBackupTest : public test::ExecutionFixture {
 };
 
 TEST_F(RealBackupTest, AFullAndAnIncrementalRunRestoreTheTreeFileForFile) {
+  const mode_t umask = ::umask(0);  // the modes are the executor's choice, whatever it is started with
   const RunningJob full = Run();
+  ::umask(umask);
   ASSERT_EQ(1, full->Status) << full->BackupReport;
   EXPECT_EQ(0u, full->BackupReport.find("Tarnwick backup report\r\nJob: Nightly\r\n"));
   EXPECT_NE(std::string::npos, full->BackupReport.find("\r\nMethod: full\r\n"));
@@ -90,6 +93,11 @@ TEST_F(RealBackupTest, AFullAndAnIncrementalRunRestoreTheTreeFileForFile) {
   EXPECT_NE(std::string::npos, full->BackupReport.find("\r\nArchive: " + first[0] + "\r\n"));
   Restore(first[0], dir_ / "restore1");
   EXPECT_EQ(Tree(dir_ / "src"), Tree(Restored(dir_ / "restore1")));
+  for (const auto& [path, mode] : {std::pair{dir_ / "dest", fs::perms(0700)}, {dir_ / "dest/nightly", fs::perms(0700)},
+                                   {first[0], fs::perms(0600)}, {dir_ / "Snapshots", fs::perms(0700)},
+                                   {dir_ / "Snapshots/nightly.snar", fs::perms(0600)}}) {
+    EXPECT_EQ(mode, fs::status(path).permissions()) << path;
+  }
 
   // Change the tree; an incremental run holds only what changed.
   test::WriteFile(dir_ / "src/a.txt", "alpha, changed\n");
@@ -113,7 +121,7 @@ TEST_F(RealBackupTest, AFullAndAnIncrementalRunRestoreTheTreeFileForFile) {
   EXPECT_EQ(Tree(dir_ / "src"), Tree(Restored(dir_ / "restore2"))) << "the deletion is restored too";
 }
 
-TEST_F(RealBackupTest, AnUnreadableSourceIsAnErrorInTheReport) {
+TEST_F(RealBackupTest, AnUnreadableSourceOrAnUnsafeDestinationIsAnErrorInTheReport) {
   job_.Sources({dir_ / "src", dir_ / "no-such-folder"});
   const RunningJob run = Run();
   EXPECT_EQ(2, run->Status);
@@ -122,6 +130,15 @@ TEST_F(RealBackupTest, AnUnreadableSourceIsAnErrorInTheReport) {
       << run->BackupReport;
   EXPECT_NE(std::string::npos, run->BackupReport.find("Result: Backup encountered errors.\r\n"));
   EXPECT_NE(std::string::npos, run->BackupReport.find("\r\nFiles backed up: 3\r\n")) << "the rest was backed up";
+
+  fs::permissions(dir_ / "dest", fs::perms::all);
+  const RunningJob refused = Run();
+  EXPECT_EQ(2, refused->Status);
+  EXPECT_NE(std::string::npos,
+            refused->BackupReport.find("\r\nErrors: 1\r\n  The backup was not written: " + (dir_ / "dest") +
+                                       " is writable by other users (mode 0777) and not sticky; another user could "
+                                       "plant links in it.\r\nResult: Backup encountered errors.\r\n"))
+      << refused->BackupReport;
 }
 
 TEST_F(RealBackupTest, AHungExecutorIsPhotographedKilledAndLogged) {

@@ -177,6 +177,119 @@ TEST_F(ToolsTest, ATapeIsWoundAndEjectedAroundTheArchive) {
   EXPECT_EQ("The job has no sources to back up (twctl job set Tape --source PATH).", nothing.errors[0]);
 }
 
+// Every regular file under `folder` (none when it does not exist).
+std::vector<std::string> FilesUnder(const std::string& folder) {
+  std::vector<std::string> files;
+  std::error_code error;
+  for (fs::recursive_directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+    if (it->is_regular_file()) files.push_back(it->path().string());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+class ArchiveFolderTest : public ToolsTest {
+ protected:
+  ArchiveFolderTest() {
+    fs::create_directory(dir_ / "src");
+    test::WriteFile(dir_ / "src/a", "a");
+  }
+  // A full run of job "job" from dir_/src into `destination`, its snapshots in `snapshots`.
+  tools::BackupOutcome Backup(const std::string& destination, const std::string& snapshots) {
+    tools::BackupPlan plan;
+    plan.jobName = "Job";
+    plan.backupLogId = "job";
+    plan.sources = {dir_ / "src"};
+    plan.destination = destination;
+    plan.snapshotFolder = snapshots;
+    return tools::PerformBackup(plan, kStart);
+  }
+  const Date kStart = DateSerial(2026, 11, 23) + 0.875;
+};
+
+TEST_F(ArchiveFolderTest, ArchivesTakeFreshNamesAndAreNeverWrittenThroughLinks) {
+  // A file of another user that links in the destination point at.
+  test::WriteFile(dir_ / "victim", "precious");
+  const auto nobody = platform::LookUpAccount("nobody");
+  if (platform::RunningAsRoot() && nobody) {
+    ASSERT_EQ(0, ::chown((dir_ / "victim").c_str(), nobody->uid, nobody->gid));
+  }
+  struct stat before {};
+  ::stat((dir_ / "victim").c_str(), &before);
+  fs::create_directories(dir_ / "dest/job");
+  fs::create_symlink(dir_ / "victim", dir_ / "dest/job/job-2026-11-23_210000-full.tar.gz");
+  fs::create_directories(dir_ / "dest/job/job-2026-11-23_210000_2-full.tar.gz");
+
+  // Two runs within the same second, the names they would take already planted.
+  const auto first = Backup(dir_ / "dest", dir_ / "Snapshots");
+  const auto second = Backup(dir_ / "dest", dir_ / "Snapshots");
+  ASSERT_TRUE(first.ok()) << first.errors[0];
+  ASSERT_TRUE(second.ok()) << second.errors[0];
+  EXPECT_EQ(dir_ / "dest/job/job-2026-11-23_210000_3-full.tar.gz", first.archive);
+  EXPECT_EQ(dir_ / "dest/job/job-2026-11-23_210000_4-full.tar.gz", second.archive);
+  for (const auto& archive : {first.archive, second.archive}) {
+    const auto listing = platform::RunCommand({"tar", "-tzf", archive});
+    EXPECT_NE(std::string::npos, listing.output.find((dir_ / "src/a\n").substr(1))) << listing.output;
+  }
+  struct stat after {};
+  ::stat((dir_ / "victim").c_str(), &after);
+  EXPECT_EQ("precious", test::ReadFile(dir_ / "victim"));
+  EXPECT_EQ(before.st_uid, after.st_uid);
+
+  // A link at the job's folder is refused, and nothing is written where it leads.
+  fs::create_directories(dir_ / "dest2");
+  fs::create_directories(dir_ / "elsewhere");
+  fs::create_symlink(dir_ / "elsewhere", dir_ / "dest2/job");
+  const auto linked = Backup(dir_ / "dest2", dir_ / "Snapshots");
+  EXPECT_EQ(std::vector<std::string>{"The backup was not written: " + (dir_ / "dest2/job") + " is a symbolic link."},
+            linked.errors);
+  EXPECT_TRUE(fs::is_empty(dir_ / "elsewhere"));
+}
+
+// A destination others can plant links in is refused, and so are the job's folder and the
+// snapshot folder unless they are the service's own.
+TEST_F(ArchiveFolderTest, FoldersOthersCanWriteInAreRefused) {
+  struct Case {
+    std::string folder;  // which folder of the case to change
+    fs::perms mode;
+    std::string owner;    // an account to give it to, or none
+    std::string problem;  // after the folder's path; empty: the run succeeds
+  };
+  const std::string plant = "; another user could plant links in it";
+  const Case cases[] = {
+      {"dest", fs::perms(0777), "", " is writable by other users (mode 0777) and not sticky" + plant},
+      {"dest", fs::perms(0775), "", " is writable by other users (mode 0775) and not sticky" + plant},
+      {"dest", fs::perms(01777), "", ""},
+      {"Snapshots", fs::perms(0777), "", " is writable by other users (mode 0777)"},
+      // These need a second account to own the folder.
+      {"dest", fs::perms(0755), "nobody", " belongs to another user (nobody), who could plant links in it"},
+      {"dest/job", fs::perms(0700), "nobody", " belongs to nobody, not to this service's account (root)"},
+      {"dest", fs::perms(01777), "nobody", " belongs to another user (nobody), who could plant links in it"},
+  };
+  int number = 0;
+  for (const auto& c : cases) {
+    if (!c.owner.empty() && !platform::RunningAsRoot()) GTEST_SKIP() << "giving a folder to another user needs root";
+    const std::string base = dir_ / ("case" + std::to_string(++number));
+    fs::create_directories(base + "/" + c.folder);
+    fs::permissions(base + "/" + c.folder, c.mode);
+    if (!c.owner.empty()) {
+      const auto account = platform::LookUpAccount(c.owner);
+      ASSERT_TRUE(account) << c.owner;
+      ASSERT_EQ(0, ::chown((base + "/" + c.folder).c_str(), account->uid, account->gid));
+    }
+    const auto outcome = Backup(base + "/dest", base + "/Snapshots");
+    if (c.problem.empty()) {
+      EXPECT_TRUE(outcome.ok()) << c.folder << ": " << outcome.errors[0];
+      EXPECT_EQ(1u, FilesUnder(base + "/dest").size());
+      continue;
+    }
+    EXPECT_EQ(std::vector<std::string>{"The backup was not written: " + base + "/" + c.folder + c.problem + "."},
+              outcome.errors)
+        << c.folder;
+    EXPECT_EQ(std::vector<std::string>{}, FilesUnder(base)) << c.folder << ": nothing is written";
+  }
+}
+
 TEST_F(ToolsTest, TheMessengerWritesToTheRecipientsTerminals) {
   int master = -1, slave = -1;
   char terminal[64] = {};
