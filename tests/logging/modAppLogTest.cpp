@@ -174,22 +174,29 @@ std::vector<std::string> EventIds(const std::vector<nlohmann::json>& entries) {
   return ids;
 }
 
-// The entries as a real journald stores them, found as an administrator looks for them; and where
-// no journal listens, the same entry goes to /dev/log.
+// The entries as a real journald stores them, found as an administrator looks for them; a socket
+// named in TARNWICK_SYSLOG_SOCKET still takes them, and where no journal listens they go to /dev/log.
 TEST(ModAppLogTest, JournaldFindsEachEntryBySourcePriorityAndEventId) {
   if (::geteuid() != 0) GTEST_SKIP() << "a journald instance of the test's own needs root";
   if (!fs::exists(JournalNamespace::kDaemon)) GTEST_SKIP() << "systemd-journald is not installed";
   JournalNamespace journal;
   ASSERT_TRUE(fs::exists(journal.SocketFolder() + "/socket")) << "journald did not start";
   ManualClock clock(kWhen);
+  test::TempDir dir;
+  test::DatagramReceiver socket(dir / "log.sock");
   const auto written = test::RunWithMounts({{journal.SocketFolder(), "/run/systemd/journal"}}, [&] {
     ::unsetenv("TARNWICK_SYSLOG_SOCKET");
-    modAppLog appLog(clock);
-    for (const auto& kind : Kinds()) kind.write(appLog);
+    modAppLog toJournal(clock);
+    for (const auto& kind : Kinds()) kind.write(toJournal);
+    // A socket named in the environment takes the entries even where a journal listens.
+    ::setenv("TARNWICK_SYSLOG_SOCKET", (dir / "log.sock").c_str(), 1);
+    modAppLog toSocket(clock);
+    Kinds()[2].write(toSocket);
     return 0;
   });
   if (!written) GTEST_SKIP() << "no mount namespace of our own: unshare is not allowed here";
   ASSERT_EQ(0, *written);
+  EXPECT_EQ("Tarnwick 1002", test::SyslogSourceAndId(socket.Receive().value_or("nothing")));
 
   ASSERT_TRUE(test::WaitUntil([&] { return journal.Entries({"-t", "SmallBusinessServer"}).size() == 4; }));
   auto entries = journal.Entries({"-t", "Tarnwick"});
@@ -214,9 +221,7 @@ TEST(ModAppLogTest, JournaldFindsEachEntryBySourcePriorityAndEventId) {
   EXPECT_EQ((std::vector<std::string>{"5634", "3222279682"}),
             EventIds(journal.Entries({"-t", "SmallBusinessServer", "-p", "err"})));
 
-  test::TempDir dir;
   fs::create_directory(dir / "no-journal");
-  test::DatagramReceiver devLog(dir / "log.sock");
   const auto fallen = test::RunWithMounts(
       {{dir / "no-journal", "/run/systemd/journal"}, {dir / "log.sock", "/dev/log"}}, [&] {
         ::unsetenv("TARNWICK_SYSLOG_SOCKET");
@@ -225,7 +230,7 @@ TEST(ModAppLogTest, JournaldFindsEachEntryBySourcePriorityAndEventId) {
         return 0;
       });
   ASSERT_EQ(0, fallen.value_or(-1));
-  EXPECT_EQ("Tarnwick 1001", test::SyslogSourceAndId(devLog.Receive().value_or("nothing")));
+  EXPECT_EQ("Tarnwick 1001", test::SyslogSourceAndId(socket.Receive().value_or("nothing")));
 }
 
 }  // namespace
