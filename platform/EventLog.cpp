@@ -53,7 +53,11 @@ bool JournalListens() {
 
 }  // namespace
 
-std::optional<std::string> SyslogSocketOverride() { return GetEnv("TARNWICK_SYSLOG_SOCKET"); }
+std::optional<std::string> SyslogSocketOverride() {
+  auto path = GetEnv("TARNWICK_SYSLOG_SOCKET");
+  if (path && path->empty()) return std::nullopt;  // cleared, as in "TARNWICK_SYSLOG_SOCKET= TWService"
+  return path;
+}
 
 bool SendDatagram(const std::string& socketPath, const std::string& datagram) {
   sockaddr_un address;

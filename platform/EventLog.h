@@ -10,8 +10,8 @@ namespace tw::platform {
 // The local syslog socket that takes an entry when no journal does.
 inline constexpr const char* kSyslogSocket = "/dev/log";
 
-// The socket named by TARNWICK_SYSLOG_SOCKET: tests and administrators send the entries there
-// instead of to the journal.
+// The socket named by TARNWICK_SYSLOG_SOCKET, unless it is empty: tests and administrators send
+// the entries there instead of to the journal.
 std::optional<std::string> SyslogSocketOverride();
 // Sends one datagram to a Unix datagram socket. Returns false when it could not be delivered;
 // a system log that is down must never disturb the caller.
