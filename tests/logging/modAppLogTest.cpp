@@ -34,23 +34,29 @@ struct Kind {
 };
 
 const std::vector<Kind>& Kinds() {
+  using eventtype::Error, eventtype::Information, eventtype::Warning;
   static const std::vector<Kind> kinds = {
-      {[](modAppLog& log) { log.WriteEventLog("\r\n\r\nJob Nightly: 12 files\r\nResult: done\r\n", eventtype::Information, 1000); },
-       "Tarnwick", 1000, eventtype::Information, 0, 6, ": \r\n\r\nJob Nightly: 12 files\r\nResult: done\r\n",
-       "Job Nightly: 12 files\nResult: done"},
-      {[](modAppLog& log) { log.WriteEventLog("\r\n\r\nJob Nightly: tar failed", eventtype::Error, 1001); },
-       "Tarnwick", 1001, eventtype::Error, 0, 3, ": \r\n\r\nJob Nightly: tar failed", "Job Nightly: tar failed"},
-      {[](modAppLog& log) { log.WriteEventLog("\r\n\r\nBackup process timed out", eventtype::Warning, 1002); },
-       "Tarnwick", 1002, eventtype::Warning, 0, 4, ": \r\n\r\nBackup process timed out", "Backup process timed out"},
+      {[](modAppLog& log) { log.WriteEventLog("\r\n\r\nJob Nightly: 12 files\r\nResult: done\r\n", Information, 1000); },
+       "Tarnwick", 1000, Information, 0, 6,
+       ": \r\n\r\nJob Nightly: 12 files\r\nResult: done\r\n", "Job Nightly: 12 files\nResult: done"},
+      {[](modAppLog& log) { log.WriteEventLog("\r\n\r\nJob Nightly: tar failed", Error, 1001); },
+       "Tarnwick", 1001, Error, 0, 3,
+       ": \r\n\r\nJob Nightly: tar failed", "Job Nightly: tar failed"},
+      {[](modAppLog& log) { log.WriteEventLog("\r\n\r\nBackup process timed out", Warning, 1002); },
+       "Tarnwick", 1002, Warning, 0, 4,
+       ": \r\n\r\nBackup process timed out", "Backup process timed out"},
       {[](modAppLog& log) { log.WriteSbsEventLog(true, "Tarnwick job A completed normally.\r\n\r\nJob name: A", true); },
-       "SmallBusinessServer", 5633, eventtype::Information, 5, 6, ": Tarnwick job A completed normally.\r\n\r\nJob name: A",
-       "Tarnwick job A completed normally.\n\nJob name: A"},
-      {[](modAppLog& log) { log.WriteSbsEventLog(false, "Tarnwick job A failed.", true); }, "SmallBusinessServer",
-       5634, eventtype::Error, 5, 3, ": Tarnwick job A failed.", "Tarnwick job A failed."},
-      {[](modAppLog& log) { log.WriteSbsEventLog(true, "ignored", false); }, "SmallBusinessServer", 1074796033,
-       eventtype::Information, 5, 6, "", "Event ID 1074796033"},
-      {[](modAppLog& log) { log.WriteSbsEventLog(false, "ignored", false); }, "SmallBusinessServer", 3222279682,
-       eventtype::Error, 5, 3, "", "Event ID 3222279682"},
+       "SmallBusinessServer", 5633, Information, 5, 6,
+       ": Tarnwick job A completed normally.\r\n\r\nJob name: A", "Tarnwick job A completed normally.\n\nJob name: A"},
+      {[](modAppLog& log) { log.WriteSbsEventLog(false, "Tarnwick job A failed.", true); },
+       "SmallBusinessServer", 5634, Error, 5, 3,
+       ": Tarnwick job A failed.", "Tarnwick job A failed."},
+      {[](modAppLog& log) { log.WriteSbsEventLog(true, "ignored", false); },
+       "SmallBusinessServer", 1074796033, Information, 5, 6,
+       "", "Event ID 1074796033"},
+      {[](modAppLog& log) { log.WriteSbsEventLog(false, "ignored", false); },
+       "SmallBusinessServer", 3222279682, Error, 5, 3,
+       "", "Event ID 3222279682"},
   };
   return kinds;
 }
@@ -73,9 +79,11 @@ TEST(ModAppLogTest, AnEntryAsASyslogDatagramAndAsJournalFields) {
   entry.text = "\r\n\r\n";
   EXPECT_EQ("MESSAGE=Event ID 1002", JournalFields(entry)[0]) << "a report with no lines";
 
-  entry.text = std::string(100000, 'r');
-  EXPECT_LT(FormatSyslogDatagram(entry).size(), 61000u) << "an over-long report is cut, not lost";
-  EXPECT_LT(JournalFields(entry)[0].size(), 61000u);
+  // An over-long report is cut, not lost, and never inside a character.
+  entry.text = std::string(59999, 'r') + "\u00e9" + std::string(40000, 'r');
+  EXPECT_EQ("<28>Mar  7 09:05:03 Tarnwick[4242]: Event ID 1002: " + std::string(59999, 'r'),
+            FormatSyslogDatagram(entry));
+  EXPECT_EQ("MESSAGE=" + std::string(59999, 'r'), JournalFields(entry)[0]);
 }
 
 TEST(ModAppLogTest, EachWriterSendsOneDatagramWithItsTypeAndId) {
