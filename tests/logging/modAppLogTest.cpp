@@ -192,19 +192,22 @@ TEST(ModAppLogTest, JournaldFindsEachEntryBySourcePriorityAndEventId) {
   ManualClock clock(kWhen);
   test::TempDir dir;
   test::DatagramReceiver socket(dir / "log.sock");
-  const auto written = test::RunWithMounts({{journal.SocketFolder(), "/run/systemd/journal"}}, [&] {
-    ::unsetenv("TARNWICK_SYSLOG_SOCKET");
-    modAppLog toJournal(clock);
-    for (const auto& kind : Kinds()) kind.write(toJournal);
-    // A socket named in the environment takes the entries even where a journal listens.
-    ::setenv("TARNWICK_SYSLOG_SOCKET", (dir / "log.sock").c_str(), 1);
-    modAppLog toSocket(clock);
-    Kinds()[2].write(toSocket);
-    return 0;
-  });
+  // The test's socket stands at /dev/log too: what the journal took must not arrive there again.
+  const auto written = test::RunWithMounts(
+      {{journal.SocketFolder(), "/run/systemd/journal"}, {dir / "log.sock", "/dev/log"}}, [&] {
+        ::unsetenv("TARNWICK_SYSLOG_SOCKET");
+        modAppLog toJournal(clock);
+        for (const auto& kind : Kinds()) kind.write(toJournal);
+        // A socket named in the environment takes the entries even where a journal listens.
+        ::setenv("TARNWICK_SYSLOG_SOCKET", (dir / "log.sock").c_str(), 1);
+        modAppLog toSocket(clock);
+        Kinds()[2].write(toSocket);
+        return 0;
+      });
   if (!written) GTEST_SKIP() << "no mount namespace of our own: unshare is not allowed here";
   ASSERT_EQ(0, *written);
   EXPECT_EQ("Tarnwick 1002", test::SyslogSourceAndId(socket.Receive().value_or("nothing")));
+  EXPECT_EQ(std::nullopt, socket.Receive(200));
 
   ASSERT_TRUE(test::WaitUntil([&] { return journal.Entries({"-t", "SmallBusinessServer"}).size() == 4; }));
   auto entries = journal.Entries({"-t", "Tarnwick"});
