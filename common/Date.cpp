@@ -77,6 +77,9 @@ bool Expect(std::string_view text, size_t& pos, char c) {
   return true;
 }
 
+// The names are English whatever the locale, as mail and syslog want them.
+const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
 // Calendar fields for mktime, which decides itself whether daylight-saving time applies.
 std::tm LocalTm(const DateParts& p) {
   std::tm local{};
@@ -212,17 +215,11 @@ std::string IsoText(Date value) {
   return Format("%04d-%02d-%02d %02d:%02d:%02d", p.year, p.month, p.day, p.hour, p.minute, p.second);
 }
 
-std::string Rfc3339Text(Date value) {
-  const double whole = std::floor(value * kSecondsPerDay);
-  const long micros = std::lround((value * kSecondsPerDay - whole) * 1e6) % 1000000;
-  const DateParts p = SplitDate(whole / kSecondsPerDay);
-  std::tm local = LocalTm(p);
-  std::mktime(&local);  // fills in the offset from UTC in force at that moment
-  const long offset = local.tm_gmtoff / 60;
-  char buffer[64];
-  std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02dT%02d:%02d:%02d.%06ld%c%02ld:%02ld", p.year, p.month,
-                p.day, p.hour, p.minute, p.second, micros, offset < 0 ? '-' : '+', std::labs(offset) / 60,
-                std::labs(offset) % 60);
+std::string Rfc3164Text(Date value) {
+  const DateParts p = SplitDate(value);
+  char buffer[32];
+  std::snprintf(buffer, sizeof buffer, "%s %2d %02d:%02d:%02d", kMonths[p.month - 1], p.day, p.hour, p.minute,
+                p.second);
   return buffer;
 }
 
@@ -230,10 +227,7 @@ std::string Rfc5322Text(Date value) {
   const DateParts p = SplitDate(value);
   std::tm local = LocalTm(p);
   std::mktime(&local);  // fills in the weekday and the offset from UTC
-  // The names are English whatever the locale, as mail wants them.
   static const char* const kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-  static const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   const long offset = local.tm_gmtoff / 60;
   char buffer[64];
   std::snprintf(buffer, sizeof buffer, "%s, %02d %s %04d %02d:%02d:%02d %c%02ld%02ld", kDays[local.tm_wday], p.day,

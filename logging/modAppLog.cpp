@@ -2,14 +2,11 @@
 
 #include "platform/Environment.h"
 #include "platform/EventLog.h"
-#include "platform/HostName.h"
 
 namespace tw {
 namespace {
 
 constexpr int kFacilityDaemon = 3;
-// Private enterprise number 32473 is the one set aside for documentation and private use.
-const char* kStructuredDataId = "tarnwick@32473";
 // Syslog daemons take datagrams of a few dozen kilobytes; a longer text is cut rather than lost.
 constexpr size_t kMaxText = 60000;
 
@@ -29,31 +26,60 @@ std::string CutText(const std::string& text) {
   return text.substr(0, end);
 }
 
-std::string LocalHostName() {
-  char buffer[256] = {};
-  if (platform::GetHostName(buffer, sizeof buffer - 1) != 0 || buffer[0] == '\0') return "-";
-  return buffer;
+std::string EventIdText(const EventLogEntry& entry) { return "Event ID " + std::to_string(entry.eventId); }
+
+// journalctl shows a field holding a carriage return as "[blob data]", so every line ends in a
+// bare LF. The Tarnwick entries' text starts with two line breaks that set the report apart in a
+// Windows event viewer; in the journal they would only put an empty line first, so leading line
+// breaks go, and trailing ones too, as journald drops them from the lines it reads itself.
+std::string JournalText(const std::string& text) {
+  std::string lines;
+  lines.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '\r') {
+      lines += text[i];
+    } else if (i + 1 == text.size() || text[i + 1] != '\n') {
+      lines += '\n';  // a carriage return on its own breaks the line as well
+    }
+  }
+  const size_t first = lines.find_first_not_of('\n');
+  if (first == std::string::npos) return {};
+  return lines.substr(first, lines.find_last_not_of('\n') + 1 - first);
 }
 
 }  // namespace
 
-std::string FormatSyslogDatagram(const SyslogEntry& entry) {
+std::string FormatSyslogDatagram(const EventLogEntry& entry) {
   const int priority = kFacilityDaemon * 8 + SeverityOf(entry.eventType);
-  std::string datagram = "<" + std::to_string(priority) + ">1 " + Rfc3339Text(entry.time) + " " +
-                         (entry.host.empty() ? "-" : entry.host) + " " + entry.appName + " " +
-                         std::to_string(entry.processId) + " " + std::to_string(entry.eventId) + " [" +
-                         kStructuredDataId + " eventID=\"" + std::to_string(entry.eventId) + "\" eventType=\"" +
-                         std::to_string(entry.eventType) + "\" category=\"" + std::to_string(entry.category) + "\"]";
-  if (entry.text) datagram += " " + CutText(*entry.text);
+  std::string datagram = "<" + std::to_string(priority) + ">" + Rfc3164Text(entry.time) + " " + entry.source +
+                         "[" + std::to_string(entry.processId) + "]: " + EventIdText(entry);
+  if (entry.text) datagram += ": " + CutText(*entry.text);
   return datagram;
 }
 
-modAppLog::modAppLog(const Clock& clock, std::string socketPath)
-    : clock_(clock), socketPath_(socketPath.empty() ? platform::SyslogSocketPath() : std::move(socketPath)) {}
+std::vector<std::string> JournalFields(const EventLogEntry& entry) {
+  std::string message = entry.text ? JournalText(CutText(*entry.text)) : std::string();
+  if (message.empty()) message = EventIdText(entry);
+  return {"MESSAGE=" + message,
+          "PRIORITY=" + std::to_string(SeverityOf(entry.eventType)),
+          "SYSLOG_FACILITY=" + std::to_string(kFacilityDaemon),
+          "SYSLOG_IDENTIFIER=" + entry.source,
+          "TARNWICK_EVENT_ID=" + std::to_string(entry.eventId),
+          "TARNWICK_EVENT_TYPE=" + std::to_string(entry.eventType),
+          "TARNWICK_CATEGORY=" + std::to_string(entry.category)};
+}
+
+modAppLog::modAppLog(const Clock& clock, std::string socketPath) : clock_(clock) {
+  if (!socketPath.empty()) {
+    socketPath_ = std::move(socketPath);
+  } else {
+    socketPath_ = platform::SyslogSocketOverride();
+  }
+}
 
 void modAppLog::WriteEventLog(const std::string& text, int16_t eventType, uint32_t eventId) {
-  SyslogEntry entry;
-  entry.appName = "Tarnwick";
+  EventLogEntry entry;
+  entry.source = "Tarnwick";
   entry.eventType = eventType;
   entry.eventId = eventId;
   entry.category = 0;
@@ -62,8 +88,8 @@ void modAppLog::WriteEventLog(const std::string& text, int16_t eventType, uint32
 }
 
 void modAppLog::WriteSbsEventLog(bool success, const std::string& text, bool withText) {
-  SyslogEntry entry;
-  entry.appName = "SmallBusinessServer";
+  EventLogEntry entry;
+  entry.source = "SmallBusinessServer";
   entry.eventType = success ? eventtype::Information : eventtype::Error;
   if (withText) {
     entry.eventId = success ? 5633 : 5634;
@@ -76,12 +102,12 @@ void modAppLog::WriteSbsEventLog(bool success, const std::string& text, bool wit
   Send(std::move(entry));
 }
 
-void modAppLog::Send(SyslogEntry entry) {
+void modAppLog::Send(EventLogEntry entry) {
   try {
     entry.time = clock_.Now();
-    entry.host = LocalHostName();
     entry.processId = platform::ProcessId();
-    platform::SendDatagram(socketPath_, FormatSyslogDatagram(entry));
+    if (!socketPath_ && platform::SendJournalEntry(JournalFields(entry))) return;
+    platform::SendDatagram(socketPath_.value_or(platform::kSyslogSocket), FormatSyslogDatagram(entry));
   } catch (...) {
     // A failure to write the event is silent.
   }

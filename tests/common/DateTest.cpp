@@ -70,8 +70,6 @@ TEST(DateTest, LocalTimeIsRightOnBothSidesOfDaylightSavingChanges) {
   EXPECT_EQ("2026-10-25 00:59:59", Parts(DateFromUnix(fall - 3601)));
   // Nanoseconds become the fraction of the second.
   EXPECT_NEAR(0.5 / kSecondsPerDay, DateFromUnix(spring, 500000000) - DateFromUnix(spring), 1e-10);
-  EXPECT_EQ("2026-03-29T02:00:00.500000+01:00", Rfc3339Text(DateFromUnix(spring, 500000000)));
-  EXPECT_EQ("2026-01-15T12:00:00.000000+00:00", Rfc3339Text(DateSerial(2026, 1, 15) + 0.5));
 }
 
 TEST(DateTest, TextForms) {
@@ -84,6 +82,8 @@ TEST(DateTest, TextForms) {
   EXPECT_EQ("07/03/2026", DefaultDateText(DateSerial(2026, 3, 7)));
   EXPECT_EQ("21:00:00", DefaultDateText(0.875));
   EXPECT_EQ("2026-03-07 09:05:03", IsoText(when));
+  EXPECT_EQ("Mar  7 09:05:03", Rfc3164Text(when));
+  EXPECT_EQ("Dec 31 23:59:59", Rfc3164Text(DateSerial(2026, 12, 31) + TimeSerial(23, 59, 59)));
 }
 
 TEST(DateTest, NumbersBeyondTheDateRangeReadAsItsEnds) {

@@ -60,7 +60,7 @@ class FrmServiceJobsTest : public ::testing::Test {
     return static_cast<size_t>(
         std::count_if(lines.begin(), lines.end(), [&](const std::string& l) { return l.rfind(start, 0) == 0; }));
   }
-  // Event-log entries received: "APP-NAME MSGID".
+  // Event-log entries received: "SOURCE EVENT-ID".
   std::vector<std::string> Events() {
     std::vector<std::string> events;
     while (auto datagram = syslog_.Receive(200)) {

@@ -38,7 +38,7 @@ class ServiceFixture : public ::testing::Test {
   // The newest application-log titles, newest first; `folder` reads another view of the folder.
   std::vector<std::string> Titles(int count, const std::string& folder = "");
   bool TitleArrives(const std::string& title, int count = 20, int timeoutMs = 40000);
-  // Event-log entries received so far, as "APP-NAME MSGID", sorted.
+  // Event-log entries received so far, as "SOURCE EVENT-ID", sorted.
   std::vector<std::string> Events();
   std::vector<std::string> Subjects();
   std::vector<std::string> Answers();

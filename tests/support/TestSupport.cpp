@@ -3,10 +3,13 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <sched.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/wait.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -15,6 +18,8 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <regex>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -249,11 +254,70 @@ ScopedTimeZone::~ScopedTimeZone() {
   ::tzset();
 }
 
+namespace {
+
+// Exit statuses of the child of RunWithMounts when its namespace could not be set up.
+constexpr int kNoNamespace = 125;
+constexpr int kMountFailed = 126;
+
+// A bind mount needs a target of its source's kind: a folder for a folder, a file for the rest.
+bool MakeTarget(const std::string& target, bool folder) {
+  if (folder) return ::mkdir(target.c_str(), 0755) == 0;
+  const int fd = ::open(target.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+  return fd >= 0 && ::close(fd) == 0;
+}
+
+// In the child only: the namespace, the mounts, then `body`.
+[[noreturn]] void MountAndRun(const std::vector<std::pair<std::string, std::string>>& mounts,
+                              const std::function<int()>& body) {
+  if (::unshare(CLONE_NEWNS) != 0) ::_exit(kNoNamespace);
+  if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) ::_exit(kMountFailed);
+  // Every source is held open first: a tmpfs laid over a target's parent may hide it.
+  std::vector<std::string> held;
+  for (const auto& [source, target] : mounts) {
+    const int fd = ::open(source.c_str(), O_PATH | O_CLOEXEC);
+    if (fd < 0) ::_exit(kMountFailed);
+    held.push_back("/proc/self/fd/" + std::to_string(fd));
+  }
+  std::set<std::string> covered;
+  for (size_t i = 0; i < mounts.size(); ++i) {
+    const std::string& target = mounts[i].second;
+    const std::string parent = std::filesystem::path(target).parent_path();
+    if (covered.insert(parent).second && ::mount("tmpfs", parent.c_str(), "tmpfs", 0, "mode=0755") != 0) {
+      ::_exit(kMountFailed);
+    }
+    struct stat info {};
+    if (::stat(held[i].c_str(), &info) != 0 || !MakeTarget(target, S_ISDIR(info.st_mode)) ||
+        ::mount(held[i].c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+      ::_exit(kMountFailed);
+    }
+  }
+  ::_exit(body());
+}
+
+}  // namespace
+
+std::optional<int> RunWithMounts(const std::vector<std::pair<std::string, std::string>>& mounts,
+                                 const std::function<int()>& body) {
+  const pid_t pid = ::fork();
+  if (pid < 0) throw std::runtime_error("fork failed");
+  if (pid == 0) MountAndRun(mounts, body);
+  int raw = 0;
+  ::waitpid(pid, &raw, 0);
+  if (WIFEXITED(raw) && WEXITSTATUS(raw) == kNoNamespace) return std::nullopt;
+  return WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+}
+
 std::string SyslogSourceAndId(const std::string& datagram) {
-  std::istringstream in(datagram);
-  std::string pri, time, host, app, procid, msgid;
-  in >> pri >> time >> host >> app >> procid >> msgid;
-  return app + " " + msgid;
+  // The header alone goes through the expression: the text may be long.
+  static const std::regex kHeader(R"(<\d+>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d ([^\[ ]+)\[\d+\]: Event ID (\d+))");
+  std::smatch match;
+  if (!std::regex_search(datagram, match, kHeader, std::regex_constants::match_continuous)) {
+    return "not a syslog entry: " + datagram;
+  }
+  const auto end = static_cast<size_t>(match.length());
+  if (end != datagram.size() && datagram.compare(end, 2, ": ") != 0) return "not a syslog entry: " + datagram;
+  return match.str(1) + " " + match.str(2);
 }
 
 }  // namespace tw::test

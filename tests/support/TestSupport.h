@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/EventPump.h"
@@ -48,8 +49,17 @@ class DatagramReceiver {
   std::string path_;
 };
 
-// "APP-NAME MSGID" of an RFC 5424 datagram: which source wrote which event.
+// "SOURCE ID" of a syslog datagram "<PRI>Mmm dd hh:mm:ss SOURCE[PID]: Event ID ID[: TEXT]": which
+// source wrote which event. Anything else comes back whole after "not a syslog entry: ".
 std::string SyslogSourceAndId(const std::string& datagram);
+
+// Runs `body` in a forked child that has a mount namespace of its own, in which each source (a
+// folder or a socket) is bind-mounted on its target, over a fresh tmpfs on the target's folder so
+// that the host stays untouched: a program there sees, say, a journal of the test's own at
+// /run/systemd/journal. The result is body's return value, the child's exit status (125 and 126
+// mean the setup failed); nothing when no namespace may be had (not root, unshare refused).
+std::optional<int> RunWithMounts(const std::vector<std::pair<std::string, std::string>>& mounts,
+                                 const std::function<int()>& body);
 
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
