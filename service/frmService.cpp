@@ -148,7 +148,8 @@ int frmService::Setup(const std::string& accountText) {
     return 1;
   }
   bool installed = control_.Install();
-  if (!installed && control_.RetryMayHelp()) {
+  const bool retried = !installed && control_.RetryMayHelp();
+  if (retried) {
     // Retry once after stopping and removing whatever instance of the service is there.
     err_ << "TWService: installing failed (" << control_.LastError() << "); stopping wtarnwick, waiting 4 seconds\n";
     control_.StopService();
@@ -162,7 +163,8 @@ int frmService::Setup(const std::string& accountText) {
     installed = Install(user, password);
   }
   if (!installed) {
-    RecordInstalled(false);
+    // Without the retry, the service installed before is still there.
+    if (retried) RecordInstalled(false);
     err_ << displayName_
          << " failed to install. Try uninstalling and re-installing Tarnwick and make sure you're logged on as "
             "Administrator.\n";

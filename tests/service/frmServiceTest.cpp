@@ -96,9 +96,11 @@ TEST_F(FrmServiceTest, AFailedSetupIsRetriedOnceAfterStoppingAndRemoving) {
   control_.calls.clear();
   control_.installResults = {false};
   control_.retryMayHelp = false;
+  host_.settings.General().Options().ServiceInstalled(true);
   EXPECT_EQ(1, form_.Load("-setup backup pw"));
   EXPECT_EQ((std::vector<std::string>{"Interactive(1)", "Account(.\\backup)", "Password(pw)", "Install"}), control_.calls);
   EXPECT_EQ(failed, err_.str());
+  EXPECT_TRUE(Installed()) << "the service installed before is still there";
 }
 
 TEST_F(FrmServiceTest, SetupForAMissingAccountChangesNothing) {
