@@ -86,14 +86,15 @@ TEST_F(ServiceControlTest, InstallWritesAVerifiedUnitAndEnablesIt) {
 }
 
 TEST_F(ServiceControlTest, PathsReachSystemdAsTheyAre) {
-  // systemd expands "%" in every path, splits ExecStart at blanks, and refuses quotes and
-  // backslashes in the program's own name, so such a program is started through the shell.
+  // systemd expands "%" in every path, splits ExecStart at blanks, and refuses quotes,
+  // backslashes and control characters in the program's own name, so such a program is started
+  // through the shell.
   const struct {
     std::string folder, execStart, workingDirectory;
   } cases[] = {
       {"Tarn %n wick", "\"" + (dir_ / "Tarn %%n wick/TWService\""), dir_ / "Tarn %%n wick"},
-      {"it's \"here\" \\ $HOME", "/bin/sh -c \"exec \\\"$$0\\\"\" \"" + (dir_ / "it's \\\"here\\\" \\\\ $$HOME/TWService\""),
-       dir_ / "it's \"here\" \\ $HOME"},
+      {"it's \"here\"\t\\ $HOME", "/bin/sh -c \"exec \\\"$$0\\\"\" \"" + (dir_ / "it's \\\"here\\\"\\x09\\\\ $$HOME/TWService\""),
+       dir_ / "it's \"here\"\t\\ $HOME"},
   };
   for (const auto& c : cases) {
     fs::create_directory(dir_ / c.folder);
