@@ -28,10 +28,18 @@ class IServiceControl {
   virtual void Debug(bool debug) = 0;
   // 2 accepts pause and continue besides stop.
   virtual void ControlsAccepted(int32_t controls) = 0;
+  // The system account the service would run as for the account set last: "" for the default
+  // (root).
+  virtual std::string ServiceUser() const = 0;
+  // Writes the service's definition and registers it. A definition the system would refuse is
+  // never put in place, and a failure leaves the one installed before as it was.
   virtual bool Install() = 0;
   virtual bool Uninstall() = 0;
   // Why the last Install or Uninstall failed.
   virtual std::string LastError() const = 0;
+  // Whether stopping and removing the installed service could let the last failed Install
+  // succeed: not when the account or the definition itself was refused.
+  virtual bool RetryMayHelp() const = 0;
   // Asks the system to stop the installed service ("systemctl stop wtarnwick"), without waiting
   // and without looking at the outcome.
   virtual void StopService() = 0;
@@ -44,12 +52,13 @@ struct UnitSettings {
   std::string unitDirectory;     // where the unit file goes: /etc/systemd/system unless overridden
   std::string executable;        // ExecStart
   std::string applicationFolder;  // WorkingDirectory
-  std::vector<std::pair<std::string, std::string>> environment;  // variables the service must see
   std::string systemctl = "systemctl";
+  std::string systemdAnalyze = "systemd-analyze";  // checks the unit before it goes in; optional
 };
 
-// TARNWICK_UNIT_DIR or /etc/systemd/system, this executable, its application folder, and the
-// TARNWICK_HOME and TARNWICK_SETTINGS of the installing process when they are set.
+// TARNWICK_UNIT_DIR or /etc/systemd/system, this executable and its folder. The installing
+// shell's TARNWICK_HOME and TARNWICK_SETTINGS stay out of the unit: the installed service works
+// in the folder of its programs.
 UnitSettings DefaultUnitSettings();
 
 class SystemdServiceControl final : public IServiceControl {
@@ -64,13 +73,18 @@ class SystemdServiceControl final : public IServiceControl {
   void Interactive(bool interactive) override { interactive_ = interactive; }
   void Debug(bool debug) override { debug_ = debug; }
   void ControlsAccepted(int32_t controls) override { controls_ = controls; }
+  std::string ServiceUser() const override { return UserFor(account_); }
   bool Install() override;
   bool Uninstall() override;
   std::string LastError() const override { return lastError_; }
+  bool RetryMayHelp() const override { return retryMayHelp_; }
   void StopService() override;
+  // Besides the events: while systemd watches the service (WatchdogSec=), the loop tells it
+  // "WATCHDOG=1" at half the watchdog period, from a timer, so a loop that hangs stops telling.
   void StartService(Events events) override;
 
-  // The unit file for the current account.
+  // The unit file for the current account. Paths are written so that systemd reads them back
+  // as they are: specifiers escaped, ExecStart quoted.
   std::string UnitText() const;
   // The unit's User= for an account: ".\backup" is "backup"; "CORP\backup" is "backup@CORP", as
   // SSSD names domain users; "" is none (root, the default for system services).
@@ -78,6 +92,10 @@ class SystemdServiceControl final : public IServiceControl {
 
  private:
   bool Systemctl(const std::vector<std::string>& arguments);
+  // Puts `text` in place of the unit file in one step (a rename); with `verify`, only when
+  // systemd-analyze accepts it.
+  bool PlaceUnit(const std::string& text, bool verify);
+  bool Verify(const std::string& unitPath);
   std::string UnitPath() const { return settings_.unitDirectory + "/" + kUnitName; }
 
   EventLoop& loop_;
@@ -87,6 +105,7 @@ class SystemdServiceControl final : public IServiceControl {
   bool debug_ = false;
   int32_t controls_ = 1;
   std::string lastError_;
+  bool retryMayHelp_ = false;
 };
 
 }  // namespace tw::platform

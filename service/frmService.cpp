@@ -5,8 +5,11 @@
 #include "common/Error.h"
 #include "common/Strings.h"
 #include "logging/LogDisplay.h"
+#include "platform/Accounts.h"
 #include "platform/Environment.h"
 #include "platform/FileLock.h"
+#include "platform/Ownership.h"
+#include "service/ServiceAccountData.h"
 
 namespace tw {
 namespace {
@@ -85,6 +88,11 @@ int frmService::Load(const std::string& commandLine) {
 }
 
 bool frmService::Install(const std::string& user, const std::string& password) {
+  SetAccount(user, password);
+  return control_.Install();
+}
+
+void frmService::SetAccount(const std::string& user, const std::string& password) {
   control_.Interactive(true);
   if (!user.empty()) {
     // A name without a domain is a local account.
@@ -94,7 +102,28 @@ bool frmService::Install(const std::string& user, const std::string& password) {
     control_.Account("");
     control_.Password("");
   }
-  return control_.Install();
+}
+
+bool frmService::PrepareData(std::string& failure) {
+  if (!platform::RunningAsRoot()) return true;
+  ServiceDataPlaces places{host_.applicationFolder, host_.settings.Path(), ""};
+  try {
+    places.defaultDestination = host_.settings.General().DefaultDestination();
+  } catch (...) {
+    failure = "the default destination could not be read: " + CurrentError("TWService").Description;
+    return false;
+  }
+  const std::string user = control_.ServiceUser();
+  if (user.empty()) {
+    // The service runs as root: nothing changes owner.
+    failure = places.defaultDestination.empty() ? "" : platform::CreateFolder(places.defaultDestination, 0700);
+  } else if (const auto account = platform::LookUpAccount(user)) {
+    failure = GiveServiceDataTo(*account, places);
+    if (!failure.empty()) failure = "the data could not be given to " + user + ": " + failure;
+  } else {
+    failure = "there is no account \"" + user + "\" on this system";
+  }
+  return failure.empty();
 }
 
 void frmService::RecordInstalled(bool installed) {
@@ -115,26 +144,40 @@ int frmService::Setup(const std::string& accountText) {
     user = accountText.substr(0, blank);
     password = blank == std::string::npos ? std::string() : accountText.substr(blank + 1);
   }
-  if (Install(user, password)) {
-    RecordInstalled(true);
-    return 0;
+  // A mistyped account must not cost the administrator the service that is installed now.
+  SetAccount(user, password);
+  if (const std::string name = control_.ServiceUser(); !name.empty() && !platform::LookUpAccount(name)) {
+    err_ << "TWService: there is no account \"" << name << "\" on this system; the installed service was left as it was\n";
+    return 1;
   }
-  // Retry once after stopping and removing whatever instance of the service is there.
-  control_.StopService();
-  host_.pump.Sleep(4000);
-  host_.pump.Pump();
-  control_.Uninstall();
-  host_.pump.Sleep(2000);
-  host_.pump.Pump();
-  if (Install(user, password)) {
-    RecordInstalled(true);
-    return 0;
+  bool installed = control_.Install();
+  const bool retried = !installed && control_.RetryMayHelp();
+  if (retried) {
+    // Retry once after stopping and removing whatever instance of the service is there.
+    err_ << "TWService: installing failed (" << control_.LastError() << "); stopping wtarnwick, waiting 4 seconds\n";
+    control_.StopService();
+    host_.pump.Sleep(4000);
+    host_.pump.Pump();
+    err_ << "TWService: removing wtarnwick, waiting 2 seconds\n";
+    control_.Uninstall();
+    host_.pump.Sleep(2000);
+    host_.pump.Pump();
+    err_ << "TWService: installing wtarnwick again\n";
+    installed = Install(user, password);
   }
-  RecordInstalled(false);
-  err_ << displayName_
-       << " failed to install. Try uninstalling and re-installing Tarnwick and make sure you're logged on as "
-          "Administrator.\n";
-  if (!control_.LastError().empty()) err_ << "Reason: " << control_.LastError() << "\n";
+  if (!installed) {
+    // Without the retry, the service installed before is still there.
+    if (retried) RecordInstalled(false);
+    err_ << displayName_
+         << " failed to install. Try uninstalling and re-installing Tarnwick and make sure you're logged on as "
+            "Administrator.\n";
+    if (!control_.LastError().empty()) err_ << "Reason: " << control_.LastError() << "\n";
+    return 1;
+  }
+  RecordInstalled(true);
+  std::string failure;
+  if (PrepareData(failure)) return 0;
+  err_ << "TWService: the service is installed, but " << failure << "\n";
   return 1;
 }
 
@@ -163,6 +206,10 @@ int frmService::InstallationDialog() {
     passwordsOnly = false;
     if (Install(form.user, form.password1)) {
       RecordInstalled(true);
+      if (std::string failure; !PrepareData(failure)) {
+        dialog_.Message(displayName_ + " is installed, but " + failure, true);
+        return 1;
+      }
       dialog_.Message(displayName_ + " installed successfully", false);
       return 0;
     }

@@ -92,6 +92,10 @@ class frmService {
 
   int InstallationDialog();
   int Setup(const std::string& accountText);
+  void SetAccount(const std::string& user, const std::string& password);
+  // After an installation: the account the service runs as gets its data (as root only); for
+  // root, the default destination is made. False, with the reason, when that failed.
+  bool PrepareData(std::string& failure);
   int Uninstall(bool quietly);
   int RunService(bool debug);
   void RecordInstalled(bool installed);

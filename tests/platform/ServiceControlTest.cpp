@@ -1,10 +1,15 @@
 #include "platform/ServiceControl.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
+#include "platform/Environment.h"
 #include "platform/Process.h"
 #include "tests/support/TestSupport.h"
 
@@ -28,11 +33,15 @@ class ServiceControlTest : public ::testing::Test {
     settings.unitDirectory = dir_ / "units";
     settings.executable = TW_BIN_DIR "/TWService";
     settings.applicationFolder = "/opt/tarnwick";
-    settings.environment = {{"TARNWICK_HOME", "/opt/tarnwick"}};
     settings.systemctl = dir_ / "systemctl";
     return settings;
   }
   std::string Unit() { return dir_ / "units/wtarnwick.service"; }
+  static CommandResult Verify(const std::string& unit) {
+    const CommandResult verify = RunCommand({"systemd-analyze", "verify", unit});
+    EXPECT_TRUE(verify.started) << verify.error;
+    return verify;
+  }
 
   test::TempDir dir_;
   EventLoop loop_;
@@ -49,34 +58,14 @@ TEST_F(ServiceControlTest, InstallWritesAVerifiedUnitAndEnablesIt) {
   SystemdServiceControl control(loop_, Settings());
   EXPECT_EQ("Tarnwick", control.DisplayName());
   control.Account(".\\backup");
+  EXPECT_EQ("backup", control.ServiceUser());
   ASSERT_TRUE(control.Install()) << control.LastError();
-  EXPECT_EQ(std::string("# The Tarnwick scheduling service, written by \"TWService -setup\" or \"TWService -install\" and\n"
-                        "# removed by \"TWService -uninstall\".\n"
-                        "[Unit]\n"
-                        "Description=Tarnwick\n"
-                        "After=network-online.target\n"
-                        "Wants=network-online.target\n"
-                        "\n"
-                        "[Service]\n"
-                        "Type=notify\n"
-                        "ExecStart=") + TW_BIN_DIR "/TWService\n"
-                        "WorkingDirectory=/opt/tarnwick\n"
-                        "User=backup\n"
-                        "Environment=\"TARNWICK_HOME=/opt/tarnwick\"\n"
-                        "Restart=on-failure\n"
-                        "RestartSec=10s\n"
-                        "# Stopping the service stops its polling only: backups that are running finish on their own.\n"
-                        "KillMode=process\n"
-                        "TimeoutStopSec=30s\n"
-                        "\n"
-                        "[Install]\n"
-                        "WantedBy=multi-user.target\n",
-            test::ReadFile(Unit()));
+  EXPECT_NE(std::string::npos, test::ReadFile(Unit()).find("\n[Service]\nType=notify\nExecStart=" TW_BIN_DIR
+                                                            "/TWService\nWorkingDirectory=/opt/tarnwick\n"
+                                                            "User=backup\nRestart=on-failure\n"))
+      << test::ReadFile(Unit());
   EXPECT_EQ("daemon-reload\nenable wtarnwick.service\n", test::ReadFile(dir_ / "calls"));
-
-  const CommandResult verify = RunCommand({"systemd-analyze", "verify", Unit()});
-  ASSERT_TRUE(verify.started) << verify.error;
-  EXPECT_EQ(0, verify.exitCode) << verify.output;
+  EXPECT_EQ(0, Verify(Unit()).exitCode);
 
   control.Account("");
   ASSERT_TRUE(control.Install());
@@ -96,21 +85,150 @@ TEST_F(ServiceControlTest, InstallWritesAVerifiedUnitAndEnablesIt) {
       << test::ReadFile(dir_ / "calls");
 }
 
+TEST_F(ServiceControlTest, PathsReachSystemdAsTheyAre) {
+  // systemd expands "%" in every path, splits ExecStart at blanks, and refuses quotes,
+  // backslashes and control characters in the program's own name, so such a program is started
+  // through the shell.
+  const struct {
+    std::string folder, execStart, workingDirectory;
+  } cases[] = {
+      {"Tarn %n wick", "\"" + (dir_ / "Tarn %%n wick/TWService\""), dir_ / "Tarn %%n wick"},
+      {"it's \"here\"\t\\ $HOME", "/bin/sh -c \"exec \\\"$$0\\\"\" \"" + (dir_ / "it's \\\"here\\\"\\x09\\\\ $$HOME/TWService\""),
+       dir_ / "it's \"here\"\t\\ $HOME"},
+  };
+  for (const auto& c : cases) {
+    fs::create_directory(dir_ / c.folder);
+    test::WriteFile(dir_ / c.folder + "/TWService", "#!/bin/sh\n");
+    ::chmod((dir_ / c.folder + "/TWService").c_str(), 0755);
+    UnitSettings settings = Settings();
+    settings.executable = dir_ / c.folder + "/TWService";
+    settings.applicationFolder = dir_ / c.folder;
+    SystemdServiceControl control(loop_, settings);
+    ASSERT_TRUE(control.Install()) << c.folder << ": " << control.LastError();
+    const std::string unit = test::ReadFile(Unit());
+    EXPECT_NE(std::string::npos, unit.find("\nExecStart=" + c.execStart + "\nWorkingDirectory=" + c.workingDirectory + "\n"))
+        << unit;
+    const CommandResult verify = Verify(Unit());
+    EXPECT_EQ(0, verify.exitCode) << c.folder << ": " << verify.output;
+  }
+
+  UnitSettings settings = Settings();
+  settings.applicationFolder = dir_ / "two\nlines";
+  SystemdServiceControl control(loop_, settings);
+  EXPECT_FALSE(control.Install());
+  EXPECT_EQ("a unit file cannot hold the path \"" + (dir_ / "two\nlines") + "\": it has a line break", control.LastError());
+}
+
+TEST_F(ServiceControlTest, TheInstallingShellsVariablesStayOutOfTheUnit) {
+  const test::ScopedEnvironment environment({{"TARNWICK_HOME", dir_ / "demo"}, {"TARNWICK_SETTINGS", dir_ / "demo.db"},
+                                             {"TARNWICK_SYSLOG_SOCKET", dir_ / "log"},
+                                             {"TARNWICK_UNIT_DIR", dir_ / "units"}});
+  UnitSettings settings = DefaultUnitSettings();
+  EXPECT_EQ(dir_ / "units", settings.unitDirectory);
+  settings.systemctl = dir_ / "systemctl";
+  SystemdServiceControl control(loop_, settings);
+  ASSERT_TRUE(control.Install()) << control.LastError();
+  const std::string unit = test::ReadFile(Unit());
+  EXPECT_EQ(std::string::npos, unit.find("TARNWICK_")) << unit;
+  EXPECT_EQ(std::string::npos, unit.find(dir_.Path())) << unit;
+  EXPECT_NE(std::string::npos, unit.find("\nWorkingDirectory=" TW_BIN_DIR "\n")) << "the folder of the programs";
+}
+
+TEST_F(ServiceControlTest, TheSandboxKeepsItsExposureScore) {
+  // The scores reached with every option the service can live with; dropping one raises them.
+  const std::pair<const char*, double> accounts[] = {{"", 3.3}, {"backup", 2.9}};
+  for (const auto& [account, score] : accounts) {
+    SystemdServiceControl control(loop_, Settings());
+    control.Account(account);
+    ASSERT_TRUE(control.Install()) << control.LastError();
+    const CommandResult security = RunCommand({"systemd-analyze", "security", "--offline=true", Unit()});
+    const std::string marker = "Overall exposure level for wtarnwick.service: ";
+    const size_t at = security.output.find(marker);
+    ASSERT_NE(std::string::npos, at) << security.output;
+    EXPECT_LE(std::stod(security.output.substr(at + marker.size())), score) << account << "\n" << security.output;
+  }
+}
+
+TEST_F(ServiceControlTest, TheLoopPingsTheWatchdogOnlyWhileItRunsItsTimers) {
+  // systemd's side: a notify socket of the test's own, and a watchdog period of 400 ms.
+  test::DatagramReceiver notify(dir_ / "notify");
+  const test::ScopedEnvironment environment({{"NOTIFY_SOCKET", dir_ / "notify"},
+                                             {"WATCHDOG_USEC", "400000"},
+                                             {"WATCHDOG_PID", std::to_string(ProcessId())}});
+  using Clock = std::chrono::steady_clock;
+  std::vector<Clock::time_point> pings;
+  std::thread receiver([&] {
+    while (auto datagram = notify.Receive(3000)) {
+      if (*datagram == "WATCHDOG=1") pings.push_back(Clock::now());
+      if (datagram->starts_with("STOPPING=1")) break;
+    }
+  });
+
+  // One second of a free loop, then a handler that blocks it for a second, then half a second.
+  const Clock::time_point begin = Clock::now();
+  Clock::time_point blockStart, blockEnd;
+  SystemdServiceControl control(loop_, Settings());
+  EventLoop::SourceId block = 0;
+  block = loop_.AddTimer(1000, [&] {
+    loop_.TimerEnabled(block, false);
+    blockStart = Clock::now();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+    blockEnd = Clock::now();
+  });
+  const auto end = loop_.AddTimer(2500, [&] { ::raise(SIGTERM); });
+  control.StartService({[&](bool& ok) {
+                          loop_.TimerEnabled(block, true);
+                          loop_.TimerEnabled(end, true);
+                          ok = true;
+                        },
+                        [](bool& ok) { ok = true; }, [](bool&) {}, [](bool&) {}});
+  receiver.join();
+  loop_.Remove(block);
+  loop_.Remove(end);
+
+  const auto count = [&](Clock::time_point from, Clock::time_point to) {
+    return std::count_if(pings.begin(), pings.end(), [&](auto ping) { return ping > from && ping < to; });
+  };
+  using std::chrono::milliseconds;
+  EXPECT_GE(count(begin, blockStart), 3) << "a ping every 200 ms";
+  EXPECT_LE(count(begin, blockStart), 6);
+  EXPECT_EQ(0, count(blockStart + milliseconds(50), blockEnd)) << "a blocked loop sends nothing";
+  EXPECT_GE(count(blockEnd, Clock::now()), 2) << "the pings come back with the loop";
+}
+
 TEST_F(ServiceControlTest, InstallFailsCleanlyAndSaysWhy) {
   SystemdServiceControl control(loop_, Settings());
   control.Account(".\\no-such-user-here");
   EXPECT_FALSE(control.Install());
   EXPECT_EQ("there is no account \"no-such-user-here\" on this system", control.LastError());
+  EXPECT_FALSE(control.RetryMayHelp());
   EXPECT_FALSE(fs::exists(dir_ / "calls"));
 
   control.Account("");
   test::WriteFile(dir_ / "fail", "");
   EXPECT_FALSE(control.Install());
   EXPECT_EQ("systemctl daemon-reload failed: Failed to connect to bus", control.LastError());
+  EXPECT_TRUE(control.RetryMayHelp());
   EXPECT_FALSE(fs::exists(Unit())) << "a failed installation leaves no unit behind";
 
+  // A working unit survives both a unit that systemd would refuse and a failed registration.
+  test::WriteFile(Unit(), "[Service]\nExecStart=/bin/true\n");
   UnitSettings settings = Settings();
+  settings.executable = dir_ / "nowhere/TWService";
+  SystemdServiceControl refused(loop_, settings);
+  EXPECT_FALSE(refused.Install());
+  EXPECT_EQ("systemd would not accept the unit: wtarnwick.service: Command " + (dir_ / "nowhere/TWService") +
+                " is not executable: No such file or directory",
+            refused.LastError());
+  EXPECT_FALSE(refused.RetryMayHelp()) << "removing the working unit would not make this one acceptable";
+  EXPECT_FALSE(control.Install());
+  EXPECT_EQ("[Service]\nExecStart=/bin/true\n", test::ReadFile(Unit()));
+  EXPECT_EQ("daemon-reload\ndaemon-reload\n", test::ReadFile(dir_ / "calls"));
+  EXPECT_EQ(1, std::distance(fs::directory_iterator(dir_ / "units"), fs::directory_iterator()))
+      << "nothing staged is left";
+
   settings.systemctl = dir_ / "nowhere/systemctl";
+  settings.systemdAnalyze = dir_ / "nowhere/systemd-analyze";
   SystemdServiceControl withoutSystemd(loop_, settings);
   EXPECT_FALSE(withoutSystemd.Install());
   EXPECT_EQ((dir_ / "nowhere/systemctl") + " was not found: installing the service needs systemd",

@@ -16,11 +16,15 @@ namespace tw::test {
 class FakeServiceControl final : public platform::IServiceControl {
  public:
   std::string DisplayName() const override { return "Tarnwick"; }
-  void Account(const std::string& account) override { calls.push_back("Account(" + account + ")"); }
+  void Account(const std::string& text) override {
+    account = text;
+    calls.push_back("Account(" + text + ")");
+  }
   void Password(const std::string& password) override { calls.push_back("Password(" + password + ")"); }
   void Interactive(bool on) override { calls.push_back("Interactive(" + std::to_string(on) + ")"); }
   void Debug(bool on) override { calls.push_back("Debug(" + std::to_string(on) + ")"); }
   void ControlsAccepted(int32_t controls) override { calls.push_back("ControlsAccepted(" + std::to_string(controls) + ")"); }
+  std::string ServiceUser() const override { return platform::SystemdServiceControl::UserFor(account); }
   bool Install() override {
     calls.push_back("Install");
     const bool ok = installResults.empty() || installResults.front();
@@ -32,6 +36,7 @@ class FakeServiceControl final : public platform::IServiceControl {
     return uninstallResult;
   }
   std::string LastError() const override { return lastError; }
+  bool RetryMayHelp() const override { return retryMayHelp; }
   void StopService() override { calls.push_back("StopService"); }
   void StartService(Events events) override {
     calls.push_back("StartService");
@@ -39,7 +44,9 @@ class FakeServiceControl final : public platform::IServiceControl {
   }
 
   std::vector<std::string> calls;
+  std::string account;
   std::deque<bool> installResults;
+  bool retryMayHelp = true;
   bool uninstallResult = true;
   std::string lastError;
   std::function<void(Events&)> onStart = [](Events&) {};

@@ -67,6 +67,8 @@ TEST_F(ServiceProcessTest, TheInstallationDialogRunsOnATerminal) {
   fs::create_directory(dir_ / "bin");
   test::WriteFile(dir_ / "bin/systemctl", "#!/bin/sh\necho \"$@\" >> \"" + (dir_ / "calls") + "\"\n");
   ::chmod((dir_ / "bin/systemctl").c_str(), 0755);
+  // Installing as root makes the default destination: here, not in /var/backups.
+  TWSettings(dir_ / "settings.db").Store().WriteText("general.default_destination", dir_ / "Archives");
   auto environment = Environment();
   environment.push_back("TARNWICK_UNIT_DIR=" + (dir_ / "units"));
   environment.push_back("PATH=" + (dir_ / "bin") + ":/usr/bin:/bin");

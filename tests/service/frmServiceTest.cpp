@@ -1,22 +1,29 @@
 #include "service/frmService.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <cstdio>
 #include <deque>
+#include <filesystem>
 #include <sstream>
 
 #include "common/Error.h"
+#include "platform/Accounts.h"
 #include "tests/service/ServiceFakes.h"
 #include "tests/support/TestSupport.h"
 
 namespace tw {
 namespace {
 
+namespace fs = std::filesystem;
 using test::FakeDialog;
 using test::FakeServiceControl;
 
 class FrmServiceTest : public ::testing::Test {
  protected:
+  // Setting the service up as root makes the default destination: here, not in /var/backups.
+  FrmServiceTest() { host_.settings.Store().WriteText("general.default_destination", dir_ / "Archives"); }
   bool Installed() { return host_.settings.General().Options().ServiceInstalled(); }
   std::vector<clsLogEntry> Logs(int count) {
     std::vector<clsLogEntry> entries(static_cast<size_t>(count));
@@ -42,7 +49,7 @@ TEST_F(FrmServiceTest, SetupTakesTheAccountAfterOneSeparator) {
   const Case cases[] = {
       {"-setup", "", ""},
       {"-setup backup secret", ".\\backup", "secret"},
-      {"-setup CORP\\backup pass word", "CORP\\backup", "pass word"},
+      {"-setup .\\backup pass word", ".\\backup", "pass word"},
       // Only "-setup" is compared; the account text starts at the eighth character, here the
       // blank after the X: an empty user name, so the default account.
       {"-setupX user pw", "", ""},
@@ -64,20 +71,92 @@ TEST_F(FrmServiceTest, SetupTakesTheAccountAfterOneSeparator) {
 
 TEST_F(FrmServiceTest, AFailedSetupIsRetriedOnceAfterStoppingAndRemoving) {
   control_.installResults = {false, true};
+  control_.lastError = "systemctl daemon-reload failed: Access denied";
   EXPECT_EQ(0, form_.Load("-setup backup pw"));
   EXPECT_EQ((std::vector<std::string>{"Interactive(1)", "Account(.\\backup)", "Password(pw)", "Install", "StopService",
                                       "Uninstall", "Interactive(1)", "Account(.\\backup)", "Password(pw)", "Install"}),
             control_.calls);
   EXPECT_EQ((std::vector<std::string>{"sleep 4000", "pump", "sleep 2000", "pump"}), pump_.calls);
   EXPECT_TRUE(Installed());
+  const std::string retry = "TWService: installing failed (systemctl daemon-reload failed: Access denied); stopping "
+                            "wtarnwick, waiting 4 seconds\nTWService: removing wtarnwick, waiting 2 seconds\n"
+                            "TWService: installing wtarnwick again\n";
+  EXPECT_EQ(retry, err_.str());
 
+  err_.str("");
   control_.installResults = {false, false};
-  control_.lastError = "systemctl enable wtarnwick.service failed: Access denied";
   EXPECT_EQ(1, form_.Load("-setup backup pw"));
   EXPECT_FALSE(Installed());
-  EXPECT_EQ("Tarnwick failed to install. Try uninstalling and re-installing Tarnwick and make sure you're logged on "
-            "as Administrator.\nReason: systemctl enable wtarnwick.service failed: Access denied\n",
+  const std::string failed = "Tarnwick failed to install. Try uninstalling and re-installing Tarnwick and make sure "
+                             "you're logged on as Administrator.\nReason: systemctl daemon-reload failed: Access denied\n";
+  EXPECT_EQ(retry + failed, err_.str());
+
+  // A unit that systemd refuses is not worth removing the installed one for.
+  err_.str("");
+  control_.calls.clear();
+  control_.installResults = {false};
+  control_.retryMayHelp = false;
+  host_.settings.General().Options().ServiceInstalled(true);
+  EXPECT_EQ(1, form_.Load("-setup backup pw"));
+  EXPECT_EQ((std::vector<std::string>{"Interactive(1)", "Account(.\\backup)", "Password(pw)", "Install"}), control_.calls);
+  EXPECT_EQ(failed, err_.str());
+  EXPECT_TRUE(Installed()) << "the service installed before is still there";
+}
+
+TEST_F(FrmServiceTest, SetupForAMissingAccountChangesNothing) {
+  host_.settings.General().Options().ServiceInstalled(true);
+  EXPECT_EQ(1, form_.Load("-setup CORP\\backup pw"));
+  EXPECT_EQ((std::vector<std::string>{"Interactive(1)", "Account(CORP\\backup)", "Password(pw)"}), control_.calls)
+      << "no stop, no removal, no installation";
+  EXPECT_TRUE(pump_.calls.empty());
+  EXPECT_TRUE(Installed());
+  EXPECT_EQ("TWService: there is no account \"backup@CORP\" on this system; the installed service was left as it was\n",
             err_.str());
+}
+
+TEST_F(FrmServiceTest, SetupAsRootGivesTheDataToTheServiceAccount) {
+  const auto backup = platform::LookUpAccount("backup");
+  if (!platform::RunningAsRoot() || !backup) GTEST_SKIP() << "needs root and the account \"backup\"";
+  // "owner:group mode" of a path, the mode in octal.
+  const auto ownerOf = [](const std::string& path) {
+    struct stat info {};
+    EXPECT_EQ(0, ::lstat(path.c_str(), &info)) << path;
+    char mode[8];
+    std::snprintf(mode, sizeof mode, "%o", info.st_mode & 07777);
+    return std::to_string(info.st_uid) + ":" + std::to_string(info.st_gid) + " " + mode;
+  };
+  const std::string account = std::to_string(backup->uid) + ":" + std::to_string(backup->gid) + " ";
+  // An earlier run as root left its data; a link in the log folder leads to a file of root's.
+  test::TempDir elsewhere;
+  test::WriteFile(elsewhere / "secret", "");
+  fs::create_directories(dir_ / "Logs/Attachments");
+  fs::permissions(dir_ / "Logs", fs::perms::owner_all);
+  test::WriteFile(dir_ / "Logs/Attachments/1.txt", "");
+  fs::create_symlink(elsewhere / "secret", dir_ / "Logs/link");
+  test::WriteFile(dir_ / "BackupLog-Nightly.txt", "");
+  test::WriteFile(dir_ / "TWService", "");
+  for (const char* path : {"Logs/Attachments/1.txt", "BackupLog-Nightly.txt", "TWService"}) {
+    fs::permissions(dir_ / path, fs::perms::owner_read | fs::perms::owner_write);
+  }
+  const std::string before = ownerOf(elsewhere / "secret");
+
+  // As root, nothing changes owner; the default destination is made.
+  EXPECT_EQ(0, form_.Load("-setup"));
+  EXPECT_EQ("0:0 600", ownerOf(dir_ / "settings.db"));
+  EXPECT_EQ("0:0 700", ownerOf(dir_ / "Archives"));
+  EXPECT_EQ("0:0 700", ownerOf(dir_.Path()));
+
+  EXPECT_EQ(0, form_.Load("-setup backup")) << err_.str();
+  EXPECT_EQ("", err_.str());
+  EXPECT_EQ("0:" + std::to_string(backup->gid) + " 1770", ownerOf(dir_.Path()))
+      << "the account adds files there but replaces none of root's";
+  EXPECT_EQ("0:0 600", ownerOf(dir_ / "TWService"));
+  for (const char* path : {"settings.db", "BackupLog-Nightly.txt", "Logs/Attachments/1.txt"}) {
+    EXPECT_EQ(account + "600", ownerOf(dir_ / path)) << path;
+  }
+  EXPECT_EQ(account + "700", ownerOf(dir_ / "Logs"));
+  EXPECT_EQ(account + "700", ownerOf(dir_ / "Archives"));
+  EXPECT_EQ(before, ownerOf(elsewhere / "secret")) << "a link is not followed";
 }
 
 TEST_F(FrmServiceTest, UninstallReportsFailureUnlessQuiet) {

@@ -239,6 +239,24 @@ void MakeCertificate(const std::string& folder) {
   if (std::system(command.c_str()) != 0) throw std::runtime_error("openssl could not make a certificate");
 }
 
+ScopedEnvironment::ScopedEnvironment(const std::vector<std::pair<std::string, std::string>>& variables) {
+  for (const auto& [name, value] : variables) {
+    const char* current = std::getenv(name.c_str());
+    saved_.emplace_back(name, current ? std::optional<std::string>(current) : std::nullopt);
+    ::setenv(name.c_str(), value.c_str(), 1);
+  }
+}
+
+ScopedEnvironment::~ScopedEnvironment() {
+  for (const auto& [name, value] : saved_) {
+    if (value) {
+      ::setenv(name.c_str(), value->c_str(), 1);
+    } else {
+      ::unsetenv(name.c_str());
+    }
+  }
+}
+
 ScopedTimeZone::ScopedTimeZone(const char* zone) {
   if (const char* current = std::getenv("TZ")) saved_ = current;
   ::setenv("TZ", zone, 1);

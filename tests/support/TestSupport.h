@@ -130,6 +130,18 @@ class SmtpServer {
 // A self-signed certificate for 127.0.0.1 and localhost: <folder>/cert.pem and <folder>/key.pem.
 void MakeCertificate(const std::string& folder);
 
+// Sets environment variables for its lifetime and restores what they were.
+class ScopedEnvironment {
+ public:
+  explicit ScopedEnvironment(const std::vector<std::pair<std::string, std::string>>& variables);
+  ~ScopedEnvironment();
+  ScopedEnvironment(const ScopedEnvironment&) = delete;
+  ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+
+ private:
+  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+};
+
 // Sets TZ for its lifetime and restores the previous zone.
 class ScopedTimeZone {
  public:
