@@ -144,6 +144,10 @@ int frmService::Setup(const std::string& accountText) {
     user = accountText.substr(0, blank);
     password = blank == std::string::npos ? std::string() : accountText.substr(blank + 1);
   }
+  if (!user.empty() && !password.empty()) {
+    err_ << "TWService: note: the password is not used, since systemd starts services without one; leave it out, "
+            "as a command line can be read by every local user\n";
+  }
   // A mistyped account must not cost the administrator the service that is installed now.
   SetAccount(user, password);
   if (const std::string name = control_.ServiceUser(); !name.empty() && !platform::LookUpAccount(name)) {
