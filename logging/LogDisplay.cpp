@@ -8,8 +8,11 @@
 namespace tw {
 namespace {
 
+// Each line indented; a lone CR breaks the line too, rather than send the terminal's cursor back
+// over what it has shown.
 void AppendIndented(std::ostringstream& out, const std::string& text) {
-  for (const auto& line : Split(ReplaceAll(text, "\r\n", "\n"), '\n')) out << "    " << line << "\n";
+  const std::string lines = ReplaceAll(ReplaceAll(text, "\r\n", "\n"), "\r", "\n");
+  for (const auto& line : Split(lines, '\n')) out << "    " << line << "\n";
 }
 
 }  // namespace

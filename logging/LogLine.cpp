@@ -25,6 +25,10 @@ std::string ReadWholeFile(const std::string& path) {
 std::string EscapeLogField(std::string_view text) {
   std::string escaped = ReplaceAll(text, "\\", "\\\\");
   escaped = ReplaceAll(escaped, "\r\n", "\\n");
+  // What is left of CR and LF stands alone (output of Linux programs, typed text): escaped too, or
+  // the entry would end there and its rest read back as an entry of its own.
+  escaped = ReplaceAll(escaped, "\r", "\\r");
+  escaped = ReplaceAll(escaped, "\n", "\\l");
   return ReplaceAll(escaped, "\t", "\\t");
 }
 
@@ -32,6 +36,8 @@ std::string UnescapeLogField(std::string_view text) {
   std::string plain = ReplaceAll(text, "\\\\", "\x01");
   plain = ReplaceAll(plain, "\\t", "\t");
   plain = ReplaceAll(plain, "\\n", "\r\n");
+  plain = ReplaceAll(plain, "\\r", "\r");
+  plain = ReplaceAll(plain, "\\l", "\n");
   return ReplaceAll(plain, "\x01", "\\");
 }
 
@@ -98,33 +104,21 @@ void ParseLogLine(std::string_view line, const std::string& attachmentDirectory,
 std::vector<std::string> ReadTextLines(const std::string& path, size_t maxLines) {
   std::vector<std::string> lines;
   std::ifstream in(path, std::ios::binary);
-  if (!in) return lines;
   std::string current;
-  bool afterCarriageReturn = false;
-  bool pending = false;  // characters or a line start seen since the last line break
   char chunk[65536];
   while (lines.size() < maxLines && in) {
     in.read(chunk, sizeof chunk);
     const std::streamsize got = in.gcount();
     for (std::streamsize i = 0; i < got && lines.size() < maxLines; ++i) {
-      const char c = chunk[i];
-      if (c == '\n' && afterCarriageReturn) {
-        afterCarriageReturn = false;  // the second half of CR LF
-        continue;
-      }
-      afterCarriageReturn = false;
-      if (c == '\r' || c == '\n') {
+      current += chunk[i];
+      if (current.ends_with("\r\n")) {
+        current.resize(current.size() - 2);
         lines.push_back(std::move(current));
         current.clear();
-        pending = false;
-        afterCarriageReturn = c == '\r';
-      } else {
-        current += c;
-        pending = true;
       }
     }
   }
-  if (pending && lines.size() < maxLines) lines.push_back(std::move(current));
+  if (!current.empty() && lines.size() < maxLines) lines.push_back(std::move(current));
   return lines;
 }
 

@@ -2,7 +2,8 @@
 // The line format of the application log files. The console reads what the service writes, so
 // this layout is an interface between programs and is kept byte for byte:
 //   time stamp TAB escaped title TAB type TAB escaped message TAB attachment type
-// with "\" doubled, CR LF written as the two characters \n and a tab as \t.
+// with "\" doubled, CR LF written as the two characters \n, a lone CR as \r, a lone LF as \l and a
+// tab as \t: a field never holds a line break of its own.
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,8 +30,9 @@ FormattedLogLine FormatLogLine(const clsLogEntry& entry, double random);
 // attachments are looked up in `attachmentDirectory`.
 void ParseLogLine(std::string_view line, const std::string& attachmentDirectory, clsLogEntry& entry);
 
-// Reads at most `maxLines` lines of a text file, each ended by CR LF, a lone LF or a lone CR, as
-// the platform's text streams read them. A missing or unreadable file gives the lines read so far.
+// Reads at most `maxLines` lines of a text file, each ended by CR LF as the log writes them. A lone
+// CR or LF belongs to its line: an entry that an older version wrote with a lone line break in its
+// message still reads as one entry. A missing or unreadable file gives the lines read so far.
 std::vector<std::string> ReadTextLines(const std::string& path, size_t maxLines);
 
 }  // namespace tw

@@ -42,20 +42,29 @@ TEST_F(ClsLogsTest, FieldsAreEscapedAndReadBack) {
   EXPECT_EQ(2, entries[0].LogType);
   EXPECT_DOUBLE_EQ(45321.875, entries[0].Timestamp);
 
-  // A code-1 character reads back as a backslash; a lone line feed splits the record.
-  logs_.AddLogSimple(0, "one\x01two", "first\nsecond", 0, "");
-  entries = Last(2);
+  // A code-1 character reads back as a backslash. A lone LF or CR (the rights launcher's number,
+  // then what a Linux program printed) is escaped too, and the entry reads back as the one it is.
+  logs_.AddLogSimple(0, "one\x01two", "1326\r\nTWExecutor: no marker\nsecond\rthird\n\r", 0, "");
+  EXPECT_NE(std::string::npos, LogFile("TWLog.0000").find("\t1326\\nTWExecutor: no marker\\lsecond\\rthird\\l\\r\t0\r\n"));
+  entries = Last(3);
   ASSERT_EQ(2u, entries.size());
-  // The tail "second\t0" reads as an entry of its own: no time stamp, title "0".
-  EXPECT_EQ(0, entries[0].Timestamp);
-  EXPECT_EQ("0", entries[0].Title);
-  EXPECT_EQ("one\\two", entries[1].Title);
-  EXPECT_EQ("first", entries[1].Message);
+  EXPECT_EQ("one\\two", entries[0].Title);
+  EXPECT_EQ("1326\r\nTWExecutor: no marker\nsecond\rthird\n\r", entries[0].Message);
+
+  // An older version wrote the lone line feed as it was: the entry still reads as one.
+  test::WriteFile(dir_ / "Logs/TWLog.0000", "45321.5\tDesktop rights output\t3\t1326\\nno marker\nend\t0\r\n");
+  entries = Last(3);
+  ASSERT_EQ(1u, entries.size());
+  EXPECT_DOUBLE_EQ(45321.5, entries[0].Timestamp);
+  EXPECT_EQ("1326\r\nno marker\nend", entries[0].Message);
+  EXPECT_EQ(0, entries[0].AttachmentType);
 }
 
 TEST_F(ClsLogsTest, AFullFileIsNeverAppendedToAndEntriesComeNewestFirstAcrossFiles) {
+  // Two writers on one folder (the service and a console) take turns; each follows the other's files.
+  clsLogs other{dir_.Path(), settings_, clock_, pump_, [] { return 0.0; }};
   for (int i = 1; i <= 101; ++i) {
-    ASSERT_TRUE(logs_.AddLogSimple(0, std::to_string(i), "", 0, ""));
+    ASSERT_TRUE((i % 2 ? logs_ : other).AddLogSimple(0, std::to_string(i), "", 0, ""));
   }
   auto countLines = [](const std::string& text) { return std::count(text.begin(), text.end(), '\n'); };
   EXPECT_EQ(100, countLines(LogFile("TWLog.0000")));
