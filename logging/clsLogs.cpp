@@ -3,7 +3,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <random>
+#include <string_view>
 
 #include "common/Error.h"
 #include "common/NumberText.h"
@@ -28,6 +30,16 @@ std::function<double()> DefaultRandom() {
 
 void CreateFolderIfMissing(const std::string& folder) {
   platform::CreatePrivateFolder(folder);  // a failure shows when an entry is written
+}
+
+// The number of a log file's name ("TWLog.0007", compared without regard to case, is 7); nothing
+// for any other name, TWLog.0003.bak and a number too large for the count (TWLog.99999999999)
+// included.
+std::optional<int32_t> LogFileNumber(std::string_view name) {
+  if (!StartsWithIgnoreCase(name, "TWLog.")) return std::nullopt;
+  const auto number = ParseNumber(name.substr(6));
+  if (!number || *number < 0 || *number > 2147483647.0) return std::nullopt;
+  return ToInt32(*number);
 }
 
 void DeleteFilesIn(const std::string& folder) {
@@ -84,18 +96,32 @@ std::string clsLogs::LogFilePath(int32_t number) const {
   return logDirectory_ + "/" + name;
 }
 
-int32_t clsLogs::HighestLogNumber() const {
-  int32_t highest = 0;
-  std::error_code error;
-  for (fs::directory_iterator it(logDirectory_, error), end; !error && it != end; it.increment(error)) {
-    const std::string name = it->path().filename().string();
-    if (!StartsWithIgnoreCase(name, "TWLog.")) continue;
-    const auto number = ParseNumber(std::string_view(name).substr(6));
-    // A number too large for the count (TWLog.99999999999) is skipped like any other stray file.
-    if (!number || *number < 0 || *number > 2147483647.0) continue;
-    highest = std::max(highest, ToInt32(*number));
+int32_t clsLogs::HighestLogNumber() {
+  if (watch_ && watchedDirectory_ == logDirectory_) {
+    if (const auto changes = watch_->Changes()) {
+      bool highestRemoved = false;
+      for (const auto& change : *changes) {
+        const auto number = LogFileNumber(change.name);
+        if (!number) continue;
+        if (change.added) highest_ = std::max(highest_, *number);
+        // Another name may hold the same number (twlog.0007 beside TWLog.0007): read the folder.
+        if (!change.added && *number == highest_) highestRemoved = true;
+      }
+      if (!highestRemoved) return highest_;
+    }
   }
-  return highest;
+  return ReadHighestLogNumber();
+}
+
+int32_t clsLogs::ReadHighestLogNumber() {
+  // The watch begins before the reading, so that nothing done meanwhile is missed.
+  watch_ = std::make_unique<platform::FolderWatch>(logDirectory_);
+  watchedDirectory_ = logDirectory_;
+  highest_ = 0;
+  for (const auto& name : platform::FolderNames(logDirectory_).value_or(std::vector<std::string>{})) {
+    if (const auto number = LogFileNumber(name)) highest_ = std::max(highest_, *number);
+  }
+  return highest_;
 }
 
 void clsLogs::LoadLogFile(int32_t number) { lines_ = ReadTextLines(LogFilePath(number), kLineBuffer); }

@@ -2,16 +2,19 @@
 // The application log: the service's journal of what it did and what went wrong. Entries go into
 // numbered files "TWLog.0000", "TWLog.0001", ... in the log folder, at most 100 to a file, with
 // text and screenshot attachments in its "Attachments" folder. The service only appends; the
-// console reads the same files back with GetLastLogs. The numbering is found anew from the folder
-// on every append, so entries written by another program are taken into account.
+// console reads the same files back with GetLastLogs. The highest file number is found by reading
+// the folder once and then followed through the folder's changes, so an append costs the same in a
+// folder of years of logs, and files that another program adds or removes are taken into account.
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "common/Clock.h"
 #include "common/EventPump.h"
 #include "logging/clsLogEntry.h"
+#include "platform/FolderWatch.h"
 #include "settings/TWSettings.h"
 
 namespace tw {
@@ -48,7 +51,9 @@ class clsLogs {
 
  private:
   std::string LogFilePath(int32_t number) const;
-  int32_t HighestLogNumber() const;
+  // The highest number of a "TWLog." file in the log folder, 0 when there is none.
+  int32_t HighestLogNumber();
+  int32_t ReadHighestLogNumber();
   void LoadLogFile(int32_t number);
   void AddLog(clsLogEntry& entry);
 
@@ -61,6 +66,10 @@ class clsLogs {
   std::function<void(const clsLogEntry&)> echo_;
   // The lines of the file loaded last; 101 at most, as a full file holds 100.
   std::vector<std::string> lines_;
+  // The highest number in `watchedDirectory_`, kept right while `watch_` can tell what changed.
+  std::unique_ptr<platform::FolderWatch> watch_;
+  std::string watchedDirectory_;
+  int32_t highest_ = 0;
 };
 
 }  // namespace tw

@@ -104,6 +104,16 @@ TEST_F(ClsLogsTest, NumberingComesFromTheFolderIgnoringStrayNames) {
   ASSERT_EQ(2u, entries.size());
   EXPECT_EQ("newest", entries[0].Title);
   EXPECT_EQ("earlier", entries[1].Title);
+  // Files that others add or remove later are followed: the numbering carries on from the highest
+  // file left, here twlog.0007.
+  test::WriteFile(dir_ / "Logs/TWLog.0012", "45321.5\tother writer\t0\t\t0\r\n");
+  logs_.AddLogSimple(0, "after", "", 0, "");
+  EXPECT_EQ("45321.5\tother writer\t0\t\t0\r\n45321.875\tafter\t0\t\t0\r\n", LogFile("TWLog.0012"));
+  fs::remove(dir_ / "Logs/TWLog.0012");
+  fs::remove(dir_ / "Logs/TWLog.0007");
+  logs_.AddLogSimple(0, "last", "", 0, "");
+  EXPECT_FALSE(fs::exists(dir_ / "Logs/TWLog.0012"));
+  EXPECT_EQ("45321.875\tlast\t0\t\t0\r\n", LogFile("TWLog.0007"));
 }
 
 TEST_F(ClsLogsTest, TextAttachmentsAreInlineBelow4096BytesAndAPathFromThenOn) {
