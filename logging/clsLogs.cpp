@@ -29,7 +29,7 @@ std::function<double()> DefaultRandom() {
 }
 
 void CreateFolderIfMissing(const std::string& folder) {
-  platform::CreatePrivateFolder(folder);  // a failure shows when an entry is written
+  platform::CreatePrivateFolder(folder);  // a failure shows when the file in it is written
 }
 
 // The number of a log file's name ("TWLog.0007", compared without regard to case, is 7); nothing
@@ -80,10 +80,7 @@ clsLogs::clsLogs(const std::string& applicationFolder, TWSettings& settings, con
       settings_(settings),
       clock_(clock),
       pump_(pump),
-      random_(random ? std::move(random) : DefaultRandom()) {
-  CreateFolderIfMissing(logDirectory_);
-  CreateFolderIfMissing(attachmentDirectory_);
-}
+      random_(random ? std::move(random) : DefaultRandom()) {}
 
 void clsLogs::LogDirectory(const std::string& folder) {
   logDirectory_ = folder;
@@ -127,6 +124,7 @@ int32_t clsLogs::ReadHighestLogNumber() {
 void clsLogs::LoadLogFile(int32_t number) { lines_ = ReadTextLines(LogFilePath(number), kLineBuffer); }
 
 void clsLogs::AddLog(clsLogEntry& entry) {
+  CreateFolderIfMissing(logDirectory_);
   int32_t number = HighestLogNumber();
   LoadLogFile(number);
   if (lines_.size() >= kEntriesPerFile) ++number;
@@ -135,6 +133,7 @@ void clsLogs::AddLog(clsLogEntry& entry) {
   AppendLine(LogFilePath(number), formatted.line + "\r\n");
 
   const std::string attachmentPath = attachmentDirectory_ + "/" + formatted.attachmentName;
+  if (entry.AttachmentType == 1 || entry.AttachmentType == 2) CreateFolderIfMissing(attachmentDirectory_);
   if (entry.AttachmentType == 2) {
     std::error_code error;
     fs::copy_file(entry.Attachment, attachmentPath, fs::copy_options::overwrite_existing, error);

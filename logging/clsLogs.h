@@ -21,9 +21,10 @@ namespace tw {
 
 class clsLogs {
  public:
-  // The log folder is <applicationFolder>/Logs; it and its attachment folder are created when
-  // missing (one level each; a folder that cannot be created makes every later append fail).
-  // `random` gives values in [0, 1) for the time-stamp jitter.
+  // The log folder is <applicationFolder>/Logs. It is created (one level) by the append that
+  // needs it, and the attachment folder by the first attachment: a program that only reads the log,
+  // or ends before it writes an entry, leaves nothing behind. A folder that cannot be created makes
+  // the append fail. `random` gives values in [0, 1) for the time-stamp jitter.
   clsLogs(const std::string& applicationFolder, TWSettings& settings, const Clock& clock, EventPump& pump,
           std::function<double()> random = {});
 

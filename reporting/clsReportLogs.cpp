@@ -24,7 +24,6 @@ clsReportLogs::clsReportLogs(const std::string& applicationFolder, TWSettings& s
     auto generator = std::make_shared<std::mt19937_64>(std::random_device{}());
     random_ = [generator] { return std::uniform_real_distribution<double>(0.0, 1.0)(*generator); };
   }
-  platform::CreatePrivateFolder(directory_);  // a failure shows when a report is written
 }
 
 int clsReportLogs::IComparator_Compare(const std::string& a, const std::string& b) {
@@ -64,6 +63,9 @@ const std::vector<std::string>& clsReportLogs::ReportLogNames() {
   auto names = platform::FolderNames(directory_);
   if (!names) {
     watch_.reset();
+    // The folder is made with the first report: until then there are none.
+    std::error_code error;
+    if (!fs::exists(directory_, error) && !error) return names_;
     throw TWError(76, "Path not found: " + directory_, "TWService");
   }
   for (auto& name : *names) {
@@ -93,6 +95,7 @@ std::vector<clsReportLogEntry> clsReportLogs::GetSummaries(int32_t maxCount) {
 }
 
 void clsReportLogs::SaveNewEntry(clsReportLogEntry& entry) {
+  platform::CreatePrivateFolder(directory_);  // a failure shows when the report is saved
   const Date now = clock_.Now();
   settings_.General().Console().LatestReportTime(now);
   const double random = random_();

@@ -16,7 +16,8 @@ namespace tw {
 
 class clsReportLogs {
  public:
-  // The folder is <applicationFolder>/Reports, created when missing (a failure is ignored).
+  // The folder is <applicationFolder>/Reports, created by the first report saved: a folder that is
+  // not there yet holds no reports, and a program that only lists them leaves nothing behind.
   clsReportLogs(const std::string& applicationFolder, TWSettings& settings, const Clock& clock,
                 std::function<double()> random = {});
 

@@ -2,7 +2,8 @@
 // What every part of the running service shares, made once at start-up and kept for the life of
 // the process: the clock, the event loop, the settings store, the application log, the reporting
 // helpers, the due checks, the report logs, the Mailer and the mail state, and hung-process
-// recovery.
+// recovery. Making it writes nothing: the log, report and mail folders are made by their first
+// write, so that a mode that ends at once (an unknown switch, -uninstall) leaves nothing behind.
 #include <string>
 
 #include "common/Clock.h"

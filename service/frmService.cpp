@@ -128,6 +128,8 @@ bool frmService::PrepareData(std::string& failure) {
 
 void frmService::RecordInstalled(bool installed) {
   try {
+    // Without a settings file the service reads as not installed already: none is made to say so.
+    if (!installed && !host_.settings.Store().Exists()) return;
     host_.settings.General().Options().ServiceInstalled(installed);
   } catch (...) {
     err_ << "TWService: the installation could not be recorded in the settings: "

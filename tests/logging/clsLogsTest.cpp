@@ -14,9 +14,11 @@ namespace fs = std::filesystem;
 class ClsLogsTest : public test::LogTestFixture {};
 
 TEST_F(ClsLogsTest, FirstEntryGoesIntoTWLog0000ByteForByte) {
-  EXPECT_TRUE(fs::is_directory(dir_ / "Logs/Attachments"));
+  EXPECT_TRUE(Last(1).empty());
+  EXPECT_FALSE(fs::exists(dir_ / "Logs")) << "reading makes no folder; the first entry does";
   EXPECT_TRUE(logs_.AddLogSimple(0, "Tarnwick service starting", "The Tarnwick service has been instructed to start",
                                  0, "ignored"));
+  EXPECT_FALSE(fs::exists(dir_ / "Logs/Attachments")) << "made by the first attachment";
   EXPECT_EQ("45321.875\tTarnwick service starting\t0\tThe Tarnwick service has been instructed to start\t0\r\n",
             LogFile("TWLog.0000"));
   EXPECT_DOUBLE_EQ(45321.875, settings_.General().Console().LogLastChanged());
@@ -88,6 +90,7 @@ TEST_F(ClsLogsTest, AFullFileIsNeverAppendedToAndEntriesComeNewestFirstAcrossFil
 }
 
 TEST_F(ClsLogsTest, NumberingComesFromTheFolderIgnoringStrayNames) {
+  fs::create_directory(dir_ / "Logs");
   test::WriteFile(dir_ / "Logs/TWLog.abc", "junk\r\n");
   test::WriteFile(dir_ / "Logs/TWLog.0003.bak", "junk\r\n");
   test::WriteFile(dir_ / "Logs/TWLog.99999999999", "junk\r\n");

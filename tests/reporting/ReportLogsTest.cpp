@@ -38,7 +38,7 @@ class ReportLogsTest : public ::testing::Test {
 };
 
 TEST_F(ReportLogsTest, TheFileFormatByteForByte) {
-  EXPECT_TRUE(fs::is_directory(dir_ / "Reports"));
+  fs::create_directory(dir_ / "Reports");
   clsReportLogEntry entry = Sample();
   entry.NewFile(dir_ / "Reports", 45321.875, 0);
   EXPECT_EQ(dir_ / "Reports/45321.875.log", entry.Filename());
@@ -95,6 +95,8 @@ TEST_F(ReportLogsTest, NamesAndFailures) {
 }
 
 TEST_F(ReportLogsTest, SummariesComeNewestFirstWithinTheirLimit) {
+  EXPECT_TRUE(reports_.GetSummaries(0).empty());
+  EXPECT_FALSE(fs::exists(dir_ / "Reports")) << "the first report makes the folder; listing does not";
   clsReportLogEntry entry = Sample();
   for (int i = 0; i < 3; ++i) {
     entry.JobName = "Run " + std::to_string(i);
@@ -122,8 +124,8 @@ TEST_F(ReportLogsTest, SummariesComeNewestFirstWithinTheirLimit) {
   reports_.Clear();
   EXPECT_TRUE(reports_.GetSummaries(0).empty());
   EXPECT_TRUE(fs::exists(dir_ / "Reports/99999.5.log.bak"));
-  reports_.ReportLogsDirectory(dir_ / "nowhere");
-  EXPECT_THROW(reports_.GetSummaries(0), TWError);
+  reports_.ReportLogsDirectory(dir_ / "settings.db");
+  EXPECT_THROW(reports_.GetSummaries(0), TWError) << "a folder that cannot be read";
 }
 
 TEST_F(ReportLogsTest, RunsEndingInTheSameInstantKeepEveryReport) {

@@ -98,5 +98,31 @@ TEST_F(ServiceProcessTest, TheInstallationDialogRunsOnATerminal) {
   EXPECT_TRUE(TWSettings(dir_ / "settings.db").General().Options().ServiceInstalled());
 }
 
+TEST_F(ServiceProcessTest, ModesThatEndAtOnceMakeOnlyWhatTheyNeed) {
+  // The stand-in systemctl and the unit folder lie outside the application folder.
+  test::TempDir system;
+  fs::create_directory(system / "units");
+  test::WriteFile(system / "units/wtarnwick.service", "[Service]\n");
+  test::WriteFile(system / "systemctl", "#!/bin/sh\nexit 0\n");
+  ::chmod((system / "systemctl").c_str(), 0755);
+  auto environment = Environment();
+  environment.push_back("TARNWICK_UNIT_DIR=" + (system / "units"));
+  environment.push_back("PATH=" + system.Path() + ":/usr/bin:/bin");
+  // Removing the service needs no settings file: without one it reads as not installed.
+  const std::pair<const char*, int> modes[] = {{"-frob", 2}, {"--help", 2}, {"-unsetup", 0}, {"-uninstall", 1}};
+  for (const auto& [mode, status] : modes) {
+    test::ChildProcess program({TW_BIN_DIR "/TWService", mode}, environment, system / "out");
+    EXPECT_EQ(status, program.Wait()) << mode << ": " << test::ReadFile(system / "out");
+    EXPECT_TRUE(fs::is_empty(dir_.Path())) << mode;
+  }
+  // Setting up needs the settings file (and, as root, the default destination), not the log or the
+  // report folder: the service makes those as its own account.
+  TWSettings(dir_ / "settings.db").Store().WriteText("general.default_destination", dir_ / "Archives");
+  test::ChildProcess setup({TW_BIN_DIR "/TWService", "-setup"}, environment, system / "out");
+  EXPECT_EQ(0, setup.Wait(20000)) << test::ReadFile(system / "out");
+  EXPECT_FALSE(fs::exists(dir_ / "Logs"));
+  EXPECT_FALSE(fs::exists(dir_ / "Reports"));
+}
+
 }  // namespace
 }  // namespace tw
