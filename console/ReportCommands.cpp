@@ -4,6 +4,7 @@
 #include <random>
 
 #include "common/Error.h"
+#include "common/ProductName.h"
 #include "common/Strings.h"
 #include "console/ConsoleCommon.h"
 #include "platform/HostName.h"
@@ -97,9 +98,12 @@ int MailTest(TWSettings& settings, const ConsoleEnvironment& environment, const 
   if (recipients.empty()) throw Failure("no recipient: give --to ADDRESS or set mail.reminder_recipients");
   char host[256] = {};
   platform::GetHostName(host, sizeof host - 1);
-  MailMessage message{SenderAddress(server), "Tarnwick", recipients, "Tarnwick test e-mail",
-                      std::string("This is a test e-mail sent with twctl on ") + host +
-                          ".\r\nIf you can read it, Tarnwick can send its reports and reminders.\r\n",
+  // Named as the service names itself in its mails; the texts are branded before the host is put in.
+  const std::string name = settings.General().Options().CustomProductName();
+  MailMessage message{SenderAddress(server), Branded(kProductName, name), recipients,
+                      Branded("Tarnwick test e-mail", name),
+                      Branded("This is a test e-mail sent with twctl on ", name) + host +
+                          Branded(".\r\nIf you can read it, Tarnwick can send its reports and reminders.\r\n", name),
                       ""};
   // Two tests within one second still get Message-IDs of their own.
   const std::string unique = std::to_string(std::random_device{}());

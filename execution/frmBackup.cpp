@@ -62,9 +62,10 @@ void frmBackup::DoBackup(const RunningJob& record, const clsJob& job) {
     if (result != 0) {
       DeleteBackupLog();
       host_.logging.ReportError("00101", "Unable to launch Backup executor (Code " + std::to_string(result) + ")",
-                                "The backup could not be performed because the Backup Executor could not be "
-                                "started. The file DesktopRights.exe appears to be missing. Please reinstall "
-                                "Tarnwick to correct this error.");
+                                host_.logging.BrandText("The backup could not be performed because the Backup "
+                                                        "Executor could not be started. The file DesktopRights.exe "
+                                                        "appears to be missing. Please reinstall Tarnwick to correct "
+                                                        "this error."));
       Complete(2, "Unable to launch backup executor.");
     } else if (!completed_) {
       // Writing the entry above lets pending events run: a rights launcher that has already
@@ -117,7 +118,7 @@ void frmBackup::mobjAdvShell_ReturnProg(int32_t exitCode) {
     const std::string number(TrimWhitespace(ReplaceAll(output.substr(0, lineEnd), "\r", "")));
     const std::string said =
         lineEnd == std::string::npos ? std::string() : std::string(TrimWhitespace(output.substr(lineEnd + 1)));
-    clsAuthMessages messages(host_.settings);
+    clsAuthMessages messages(host_.settings, host_.logging.ProductName());
     const std::string explanation = messages.GetMessage(ToInt32(LeadingNumber(number)), 106);
     host_.logging.Logs().AddLogSimple(3, "Desktop rights output", output, 0, "");
     const std::string description =

@@ -77,7 +77,8 @@ std::string clsAuthMessages::GetMessage(int32_t errorNumber, int32_t location) {
   const auto found = Explanations().find(errorNumber);
   if (found != Explanations().end()) {
     AddMessageTitle(found->second.title);
-    AddMessageParagraph(found->second.text);
+    // Branded before the help page is added: the page's address stays as it is.
+    AddMessageParagraph(Branded(found->second.text, productName_));
     AddMessageParagraph("Please visit " + page + " for more details on how to correct this.");
     return message_;
   }

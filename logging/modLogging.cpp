@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/ProductName.h"
 #include "common/Strings.h"
 #include "platform/HostName.h"
 #include "settings/SettingKeys.h"
@@ -100,7 +101,7 @@ std::string modLogging::BrandText(std::string& text) {
   } catch (...) {
     return text;
   }
-  if (!customName_.empty()) text = ReplaceAll(text, "Tarnwick", customName_);
+  text = Branded(text, customName_);
   return text;
 }
 
@@ -109,14 +110,7 @@ std::string modLogging::BrandText(const std::string& text) {
   return BrandText(copy);
 }
 
-std::string modLogging::ProductName() {
-  try {
-    LoadCustomName();
-  } catch (...) {
-    return "Tarnwick";
-  }
-  return customName_.empty() ? "Tarnwick" : customName_;
-}
+std::string modLogging::ProductName() { return BrandText(std::string(kProductName)); }
 
 std::string modLogging::ComputerName() {
   if (!computerName_.empty()) return computerName_;

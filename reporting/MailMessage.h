@@ -10,7 +10,7 @@ namespace tw {
 
 struct MailMessage {
   std::string from;                     // "tarnwick@server1"
-  std::string fromName = "Tarnwick";
+  std::string fromName;                 // "Tarnwick", or the custom product name
   std::vector<std::string> to;
   std::string subject;                  // UTF-8
   std::string body;                     // UTF-8

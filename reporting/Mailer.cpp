@@ -8,6 +8,7 @@
 #include <random>
 
 #include "common/Error.h"
+#include "common/ProductName.h"
 #include "common/Strings.h"
 #include "platform/Files.h"
 #include "platform/HostName.h"
@@ -234,8 +235,13 @@ SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& r
   return outcome;
 }
 
-Mailer::Mailer(TWSettings& settings, platform::EventLoop& loop, const Clock& clock, std::string transcriptFolder)
-    : settings_(settings), loop_(loop), clock_(clock), transcriptFolder_(std::move(transcriptFolder)) {}
+Mailer::Mailer(TWSettings& settings, platform::EventLoop& loop, const Clock& clock, std::string transcriptFolder,
+               std::function<std::string()> senderName)
+    : settings_(settings),
+      loop_(loop),
+      clock_(clock),
+      transcriptFolder_(std::move(transcriptFolder)),
+      senderName_(std::move(senderName)) {}
 
 Mailer::~Mailer() {
   *alive_ = false;
@@ -256,7 +262,8 @@ void Mailer::Send(const std::string& subject, const std::string& body, int32_t m
   try {
     server = MailServerFromSettings(settings_);
     recipients = RecipientsFor(settings_, mailType);
-    MailMessage message{SenderAddress(server), "Tarnwick", recipients, subject, body, attachment};
+    const std::string senderName = senderName_ ? senderName_() : std::string(kProductName);
+    MailMessage message{SenderAddress(server), senderName, recipients, subject, body, attachment};
     static std::mt19937_64 random{std::random_device{}()};
     const std::string unique = std::to_string(random());
     mime = ComposeMime(message, clock_.Now(), FormatStamp(clock_.Now()) + "." + unique + "@" + HostName(),

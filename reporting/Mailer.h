@@ -63,7 +63,9 @@ class Mailer {
   using Failure = std::function<void(const std::string& transcriptPath)>;
 
   // Transcripts of failed attempts go into `transcriptFolder` (the newest hundred are kept).
-  Mailer(TWSettings& settings, platform::EventLoop& loop, const Clock& clock, std::string transcriptFolder);
+  // `senderName` gives the display name of the From header (the product's name when not given).
+  Mailer(TWSettings& settings, platform::EventLoop& loop, const Clock& clock, std::string transcriptFolder,
+         std::function<std::string()> senderName = {});
   // Abandons the transfers still under way and waits for them to end (about a second), without
   // reporting their outcome.
   ~Mailer();
@@ -86,6 +88,7 @@ class Mailer {
   platform::EventLoop& loop_;
   const Clock& clock_;
   std::string transcriptFolder_;
+  std::function<std::string()> senderName_;
   std::list<std::thread> transfers_;
   std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
   uint64_t sequence_ = 0;

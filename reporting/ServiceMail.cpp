@@ -138,7 +138,7 @@ std::string ServiceMail::ReportSubject(clsJob job, int16_t status) {
     const std::string text = status == 1   ? templates.SubjectCompletedNormally()
                              : status == 2 ? templates.SubjectEncounteredErrors()
                                            : templates.SubjectOtherOutcome();
-    return host_.logging.BrandText(ReplaceAll(text, "%JOBNAME%", job.Name()));
+    return ReplaceAll(host_.logging.BrandText(text), "%JOBNAME%", job.Name());
   } catch (...) {
     host_.logging.ReportInternalError("20021", CurrentError("TWService"));
     return {};
@@ -148,7 +148,7 @@ std::string ServiceMail::ReportSubject(clsJob job, int16_t status) {
 std::string ServiceMail::ReminderSubject(clsJob job) {
   try {
     const std::string text = host_.settings.General().Templates().ReminderSubject();
-    return host_.logging.BrandText(ReplaceAll(text, "%JOBNAME%", job.Name()));
+    return ReplaceAll(host_.logging.BrandText(text), "%JOBNAME%", job.Name());
   } catch (...) {
     host_.logging.ReportInternalError("20022", CurrentError("TWService"));
     return {};
@@ -158,7 +158,7 @@ std::string ServiceMail::ReminderSubject(clsJob job) {
 std::string ServiceMail::ReminderBody(clsJob job) {
   try {
     const std::string text = host_.settings.General().Templates().ReminderBody();
-    return host_.logging.BrandText(ReplaceAll(text, "%LABEL%", checks_.GetSchemeLabel(job, host_.clock.Now())));
+    return ReplaceAll(host_.logging.BrandText(text), "%LABEL%", checks_.GetSchemeLabel(job, host_.clock.Now()));
   } catch (...) {
     host_.logging.ReportInternalError("20015", CurrentError("TWService"));
     return {};
@@ -225,17 +225,18 @@ void ServiceMail::ReminderTest(clsJob) {
       return;
     }
     auto templates = general.Templates();
+    const std::string testSubject = host_.logging.BrandText(templates.TestReminderSubject());
+    const std::string testBody = host_.logging.BrandText(templates.TestReminderBody());
     if (byBroadcast) {
       console.AppendTestLine("Sending network broadcast reminder...");
-      Broadcast(host_, general.Options().BroadcastRecipients(), templates.TestReminderSubject(),
-                templates.TestReminderBody());
+      Broadcast(host_, general.Options().BroadcastRecipients(), testSubject, testBody);
     }
     if (byEmail) {
       console.AppendTestLine("Sending test reminder email...");
       testEmail = true;
       // The test mail is not kept in the mail state: a re-send sends the state as it stood.
       int32_t type = mailtype::kReminder;
-      objMailer->Mail(templates.TestReminderSubject(), templates.TestReminderBody(), type, "");
+      objMailer->Mail(testSubject, testBody, type, "");
     } else {
       console.AppendTestLine("RESULT: Test complete.");
       testEmail = false;

@@ -17,7 +17,7 @@ ServiceHost::ServiceHost(const std::string& folder, const std::string& settingsP
       execution{folder, settings, logging, clock, loop, pump},
       checks(clock, logging),
       reports(folder, settings, clock),
-      mailer(settings, loop, clock, folder + "/Mail"),
+      mailer(settings, loop, clock, folder + "/Mail", [this] { return logging.ProductName(); }),
       mail(execution, mailer, checks),
       recovery(execution) {
   // The last resort: an error that escapes a handler is logged, and the loop carries on.

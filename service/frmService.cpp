@@ -68,7 +68,7 @@ frmService::frmService(ServiceHost& host, platform::IServiceControl& control, II
 frmService::~frmService() { host_.loop.Remove(tmrPoll_); }
 
 int frmService::Load(const std::string& commandLine) {
-  displayName_ = control_.DisplayName();
+  displayName_ = host_.logging.BrandText(control_.DisplayName());
   if (commandLine == "-install") return InstallationDialog();
   if (commandLine.compare(0, 6, "-setup") == 0) {
     // The account text begins after "-setup" and one separator.
@@ -81,8 +81,8 @@ int frmService::Load(const std::string& commandLine) {
     return RunService(true);
   }
   if (commandLine.empty()) return RunService(false);
-  err_ << "Tarnwick Monitor Service: Invalid command option. Do not try installing the Tarnwick Service manually, "
-          "unless instructed to do so by Tarnwick Support.\n"
+  err_ << host_.logging.BrandText("Tarnwick Monitor Service: Invalid command option. Do not try installing the "
+                                  "Tarnwick Service manually, unless instructed to do so by Tarnwick Support.\n")
        << kUsage << "\n";
   return 2;
 }
@@ -175,8 +175,8 @@ int frmService::Setup(const std::string& accountText) {
     // Without the retry, the service installed before is still there.
     if (retried) RecordInstalled(false);
     err_ << displayName_
-         << " failed to install. Try uninstalling and re-installing Tarnwick and make sure you're logged on as "
-            "Administrator.\n";
+         << host_.logging.BrandText(" failed to install. Try uninstalling and re-installing Tarnwick and make sure "
+                                    "you're logged on as root.\n");
     if (!control_.LastError().empty()) err_ << "Reason: " << control_.LastError() << "\n";
     return 1;
   }

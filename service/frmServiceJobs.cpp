@@ -246,10 +246,12 @@ void frmService::CompletionHandling(const RunningJob& record) {
                                   "Start time: " + DefaultDateText(record->BackupStartTime) + kCrLf +
                                   "End time: " + DefaultDateText(record->BackupEndTime) + kCrLf +
                                   "Status: " + clsStatusText().StatusText(record->Status) + kCrLf;
+      // Branded before the job's name is put in, which keeps whatever name it has.
       const std::string text =
-          normal ? "Tarnwick job " + job.Name() + " completed normally."
-                 : "Tarnwick job " + job.Name() + " failed. Please examine the report logs in Tarnwick for more details.";
-      host_.appLog.WriteSbsEventLog(normal, host_.logging.BrandText(text) + kCrLf + kCrLf + summary, true);
+          host_.logging.BrandText("Tarnwick job ") + job.Name() +
+          (normal ? " completed normally."
+                  : host_.logging.BrandText(" failed. Please examine the report logs in Tarnwick for more details."));
+      host_.appLog.WriteSbsEventLog(normal, text + kCrLf + kCrLf + summary, true);
     }
 
     // 7. The event log.

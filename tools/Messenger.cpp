@@ -1,18 +1,35 @@
 #include "tools/Messenger.h"
 
+#include "common/ProductName.h"
 #include "common/Strings.h"
 #include "platform/HostName.h"
 #include "platform/Terminals.h"
+#include "settings/TWSettings.h"
 
 namespace tw::tools {
 
-std::string MessengerText(const std::string& text, const std::string& computer, Date now) {
+namespace {
+
+std::string ProductNameIn(const std::string& settingsPath) {
+  try {
+    TWSettings settings(settingsPath);
+    return Branded(kProductName, settings.General().Options().CustomProductName());
+  } catch (...) {
+    return std::string(kProductName);  // the message matters more than the name it comes under
+  }
+}
+
+}  // namespace
+
+std::string MessengerText(const std::string& text, const std::string& productName, const std::string& computer,
+                          Date now) {
   const std::string lines = ReplaceAll(ReplaceAll(std::string(TrimBlanks(text)), "\x14", "\r\n"), "\n", "\r\n");
-  return "\r\n\aBroadcast message from Tarnwick on " + computer + " at " + ShortTime(now) + ":\r\n\r\n" +
+  return "\r\n\aBroadcast message from " + productName + " on " + computer + " at " + ShortTime(now) + ":\r\n\r\n" +
          ReplaceAll(lines, "\r\r\n", "\r\n") + "\r\n";
 }
 
-int RunMessenger(const std::vector<std::string>& args, const Clock& clock, std::ostream& out, std::ostream& err) {
+int RunMessenger(const std::vector<std::string>& args, const Clock& clock, const std::string& settingsPath,
+                 std::ostream& out, std::ostream& err) {
   if (!args.empty() && (args[0] == "--help" || args[0] == "-h")) {
     out << "Usage: twmessage RECIPIENT TEXT\nWrites TEXT to the terminals of the user RECIPIENT on this host (\"*\": "
            "every user logged in).\n";
@@ -24,7 +41,7 @@ int RunMessenger(const std::vector<std::string>& args, const Clock& clock, std::
   }
   char host[256] = {};
   platform::GetHostName(host, sizeof host - 1);
-  const std::string text = MessengerText(args[1], host, clock.Now());
+  const std::string text = MessengerText(args[1], ProductNameIn(settingsPath), host, clock.Now());
   int delivered = 0;
   for (const auto& terminal : platform::TerminalsOf(std::string(TrimWhitespace(args[0])))) {
     if (platform::WriteToTerminal(terminal, text)) ++delivered;

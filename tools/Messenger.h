@@ -12,9 +12,13 @@
 
 namespace tw::tools {
 
-int RunMessenger(const std::vector<std::string>& args, const Clock& clock, std::ostream& out, std::ostream& err);
+// The broadcast comes from the product under the custom product name of the settings at
+// `settingsPath`, when they hold one and can be read.
+int RunMessenger(const std::vector<std::string>& args, const Clock& clock, const std::string& settingsPath,
+                 std::ostream& out, std::ostream& err);
 
 // What appears on the terminal.
-std::string MessengerText(const std::string& text, const std::string& computer, Date now);
+std::string MessengerText(const std::string& text, const std::string& productName, const std::string& computer,
+                          Date now);
 
 }  // namespace tw::tools

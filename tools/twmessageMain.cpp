@@ -1,6 +1,7 @@
 #include <iostream>
 
 #include "common/Clock.h"
+#include "platform/Environment.h"
 #include "platform/ProgramSetup.h"
 #include "tools/Messenger.h"
 
@@ -8,5 +9,6 @@ int main(int argc, char** argv) {
   tw::platform::MakeCreatedFilesPrivate();
   tw::platform::IgnoreServiceControlSignals();
   tw::SystemClock clock;
-  return tw::tools::RunMessenger(std::vector<std::string>(argv + 1, argv + argc), clock, std::cout, std::cerr);
+  return tw::tools::RunMessenger(std::vector<std::string>(argv + 1, argv + argc), clock,
+                                 tw::platform::DefaultSettingsPath(), std::cout, std::cerr);
 }

@@ -347,12 +347,18 @@ TEST_F(TwctlTest, MailTestReportsWhatTheServerSaid) {
 
   test::SmtpServer server;
   ASSERT_EQ(0, Run({"config", "set", "mail.port", std::to_string(server.Port())}).status);
+  // The mail names the product as the service's mails do.
+  ASSERT_EQ(0, Run({"config", "set", "options.custom_product_name", "Acme Backup"}).status);
   r = Run({"mail", "test", "--to", "ops@example.org"});
   EXPECT_EQ(0, r.status) << r.out;
   EXPECT_EQ("Test e-mail sent to ops@example.org through smtp://127.0.0.1:" + std::to_string(server.Port()) +
                 " (none).\n",
             r.out);
-  EXPECT_EQ(1, server.Count());
+  ASSERT_EQ(1, server.Count());
+  const std::string mail = server.Read(1);
+  EXPECT_NE(std::string::npos, mail.find("\"subject\": \"Acme Backup test e-mail\"")) << mail;
+  EXPECT_NE(std::string::npos, mail.find("\"from\": \"Acme Backup <")) << mail;
+  EXPECT_NE(std::string::npos, mail.find("If you can read it, Acme Backup can send its reports")) << mail;
 }
 
 TEST_F(TwctlTest, RequestsAreWrittenOrRefusedAndTheirAnswersFollowed) {

@@ -72,6 +72,9 @@ TEST_F(FrmBackupTest, AStartedExecutorIsWatchedUntilItsStatusChanges) {
 }
 
 TEST_F(FrmBackupTest, EachRightsLauncherAnswerEndsTheRunWithItsReport) {
+  // The explanations name the product by its custom name; the help page keeps its own address.
+  settings_.General().Options().CustomProductName("Acme Backup");
+  settings_.Store().WriteText("deployment.auth_troubleshooting_page", "https://example.net/Tarnwick");
   struct Case {
     std::string script;
     std::string title;
@@ -87,7 +90,11 @@ TEST_F(FrmBackupTest, EachRightsLauncherAnswerEndsTheRunWithItsReport) {
        "Error number 5 at location 106\r\n\r\n"},
       {"printf '1326\\r\\n'; exit 2", "Error #00106 - Error launching backup",
        "An error occured whilst launching the backup. Please read the report below to take corrective action.\r\n\r\n"
-       "Incorrect password/username/domain (Error 1326)\r\n"},
+       "Incorrect password/username/domain (Error 1326)\r\n-----------------------------------------------\r\n"
+       "The username/password combination entered in the Backup User Identity settings (Acme Backup Administration "
+       "Console -> View -> Navigator -> Settings) is incorrect.  Please check that these fields have the correct "
+       "details and that the account they refer to has not been changed or deleted.\r\n\r\n"
+       "Please visit https://example.net/Tarnwick for more details on how to correct this.\r\n\r\n"},
       // What the executor printed before it ended follows the number, and ends the report.
       {"printf '1067\\r\\nTWExecutor: no marker\\n'; exit 2", "Error #00106 - Error launching backup",
        "An error occured whilst launching the backup. Please read the report below to take corrective action.\r\n\r\n"},
@@ -117,7 +124,7 @@ TEST_F(FrmBackupTest, EachRightsLauncherAnswerEndsTheRunWithItsReport) {
   EXPECT_EQ("Error #00101 - Unable to launch Backup executor (Code -1)", Logs(1)[0].Title);
   EXPECT_EQ("Error #00101 has occurred. Please check the description of this error for more details.\r\n\r\n"
             "Description: The backup could not be performed because the Backup Executor could not be started. The "
-            "file DesktopRights.exe appears to be missing. Please reinstall Tarnwick to correct this error.",
+            "file DesktopRights.exe appears to be missing. Please reinstall Acme Backup to correct this error.",
             Logs(1)[0].Message);
   EXPECT_FALSE(fs::exists(Marker()));
 }

@@ -68,6 +68,7 @@ TEST_F(EndToEndTest, AHungExecutorIsReportedAsTimedOut) {
 }
 
 TEST_F(EndToEndTest, ConsoleRequestsAreServedAndAnswered) {
+  settings_.General().Options().CustomProductName("Acme Backup");
   clsJob job = Job("Nightly", TimeSerial(3, 0, 0), dir_ / "src");
   auto console = settings_.General().Console();
   console.RequestJobName("Nightly");
@@ -97,9 +98,12 @@ TEST_F(EndToEndTest, ConsoleRequestsAreServedAndAnswered) {
                                       "Sending test reminder email...", "RESULT: Email sent successfully."}),
             std::vector<std::string>(answers.end() - 4, answers.end()));
   Stop();
-  EXPECT_EQ((std::vector<std::string>{"Tarnwick backup Nightly completed normally",
-                                      "Tarnwick backup Nightly completed normally", "Tarnwick test reminder"}),
+  EXPECT_EQ((std::vector<std::string>{"Acme Backup backup Nightly completed normally",
+                                      "Acme Backup backup Nightly completed normally", "Acme Backup test reminder"}),
             Subjects());
+  for (int i = 1; i <= smtp_.Count(); ++i) {
+    EXPECT_NE(std::string::npos, smtp_.Read(i).find("\"from\": \"Acme Backup <")) << smtp_.Read(i);
+  }
 }
 
 TEST_F(EndToEndTest, ARunOutlivesPauseContinueAndStop) {

@@ -132,16 +132,19 @@ TEST_F(ServiceMailTest, AReplacedMailersOutcomeStillArrives) {
   EXPECT_EQ((std::vector<std::string>{"Report email could not be sent"}), Titles(5));
 }
 
-TEST_F(ServiceMailTest, TemplatesExpandEveryPlaceholderInItsExactCase) {
+TEST_F(ServiceMailTest, TemplatesAreBrandedThenFilledInTheirExactCase) {
+  settings_.General().Options().CustomProductName("Acme");
   settings_.Store().WriteText("templates.subject_encountered_errors", "%JOBNAME% / %JOBNAME% / %jobname% failed");
   settings_.Store().WriteText("templates.reminder_subject", "Tarnwick: load for %JOBNAME%");
   settings_.Store().WriteText("templates.reminder_body", "Label %LABEL%, again %LABEL%");
-  job_.TapeLabel("Disk A");
-  EXPECT_EQ("Nightly / Nightly / %jobname% failed", mail_.ReportSubject(job_, 2));
-  EXPECT_EQ("Tarnwick backup Nightly completed normally", mail_.ReportSubject(job_, 1));
-  EXPECT_EQ("Tarnwick backup Nightly did not complete in time", mail_.ReportSubject(job_, 0));
-  EXPECT_EQ("Tarnwick: load for Nightly", mail_.ReminderSubject(job_));
-  EXPECT_EQ("Label Disk A, again Disk A", mail_.ReminderBody(job_));
+  // A job or a label that holds the product's name keeps it.
+  clsJob job = settings_.General().AddJob("Tarnwick East", "east");
+  job.TapeLabel("Tarnwick 7");
+  EXPECT_EQ("Tarnwick East / Tarnwick East / %jobname% failed", mail_.ReportSubject(job, 2));
+  EXPECT_EQ("Acme backup Tarnwick East completed normally", mail_.ReportSubject(job, 1));
+  EXPECT_EQ("Acme backup Tarnwick East did not complete in time", mail_.ReportSubject(job, 0));
+  EXPECT_EQ("Acme: load for Tarnwick East", mail_.ReminderSubject(job));
+  EXPECT_EQ("Label Tarnwick 7, again Tarnwick 7", mail_.ReminderBody(job));
 }
 
 TEST_F(ServiceMailTest, AMediaReminderBroadcastsThenMails) {
@@ -194,6 +197,7 @@ TEST_F(ServiceMailTest, AMediaReminderBroadcastsThenMails) {
 }
 
 TEST_F(ServiceMailTest, AReminderTestAnswersTheConsoleLineByLine) {
+  settings_.General().Options().CustomProductName("Acme Backup");
   auto console = settings_.General().Console();
   console.TestFinished(true);
   mail_.ReminderTest(job_);
@@ -207,12 +211,12 @@ TEST_F(ServiceMailTest, AReminderTestAnswersTheConsoleLineByLine) {
   settings_.General().Options().BroadcastRecipients("A;");
   mail_.ReminderTest(job_);
   const std::string both =
-      "A| Tarnwick test reminder\x14\x14This is a test reminder sent by the Tarnwick service.\n"
-      "| Tarnwick test reminder\x14\x14This is a test reminder sent by the Tarnwick service.\n";
+      "A| Acme Backup test reminder\x14\x14This is a test reminder sent by the Acme Backup service.\n"
+      "| Acme Backup test reminder\x14\x14This is a test reminder sent by the Acme Backup service.\n";
   // The broadcasts run on their own; wait for both to have been written down, in either order.
   EXPECT_TRUE(test::WaitUntil([&] { return test::ReadFile(dir_ / "sent").size() == both.size(); }))
       << "a trailing separator sends to an empty name too";
-  EXPECT_NE(std::string::npos, test::ReadFile(dir_ / "sent").find("A| Tarnwick test reminder\x14\x14This"));
+  EXPECT_NE(std::string::npos, test::ReadFile(dir_ / "sent").find("A| Acme Backup test reminder\x14\x14This"));
   EXPECT_EQ("RESULT: Test complete.", Answers().back());
 
   console.ReminderByBroadcastSelected(false);

@@ -93,7 +93,7 @@ TEST_F(FrmServiceTest, AFailedSetupIsRetriedOnceAfterStoppingAndRemoving) {
   EXPECT_EQ(1, form_.Load("-setup backup pw"));
   EXPECT_FALSE(Installed());
   const std::string failed = "Tarnwick failed to install. Try uninstalling and re-installing Tarnwick and make sure "
-                             "you're logged on as Administrator.\nReason: systemctl daemon-reload failed: Access denied\n";
+                             "you're logged on as root.\nReason: systemctl daemon-reload failed: Access denied\n";
   EXPECT_EQ(note + retry + failed, err_.str());
 
   // A unit that systemd refuses is not worth removing the installed one for.

@@ -307,8 +307,10 @@ TEST_F(ToolsTest, TheMessengerWritesToTheRecipientsTerminals) {
   ::endutxent();
 
   const std::string records = "TARNWICK_UTMP=" + (dir_ / "utmp");
-  auto sent = platform::RunCommand({"env", records, kBin + "/twmessage", "alice",
-                                    " Tape reminder\x14\x14Load tape 7\x14today"});
+  // The broadcast comes from the product under the name the settings give it.
+  TWSettings(dir_ / "settings.db").General().Options().CustomProductName("Acme Backup");
+  auto sent = platform::RunCommand({"env", records, "TARNWICK_SETTINGS=" + (dir_ / "settings.db"), kBin + "/twmessage",
+                                    "alice", " Tape reminder\x14\x14Load tape 7\x14today"});
   EXPECT_EQ(0, sent.exitCode) << sent.output;
   pollfd ready{master, POLLIN, 0};
   ASSERT_EQ(1, ::poll(&ready, 1, 2000));
@@ -318,7 +320,7 @@ TEST_F(ToolsTest, TheMessengerWritesToTheRecipientsTerminals) {
   for (char c : shown) {
     if (c != '\r') plain += c;
   }
-  EXPECT_NE(std::string::npos, plain.find("Broadcast message from Tarnwick on "));
+  EXPECT_NE(std::string::npos, plain.find("Broadcast message from Acme Backup on ")) << plain;
   EXPECT_NE(std::string::npos, plain.find(":\n\nTape reminder\n\nLoad tape 7\ntoday\n")) << plain;
 
   auto nobody = platform::RunCommand({"env", records, kBin + "/twmessage", "bob", "hello"});
