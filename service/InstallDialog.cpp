@@ -10,9 +10,10 @@ namespace tw {
 std::optional<InstallForm> TerminalInstallDialog::Show(const InstallForm& form, bool passwordsOnly) {
   InstallForm filled = form;
   if (!passwordsOnly) {
-    std::cout << "\nTarnwick Service Installation\n\n"
-              << "Enter the username and password of a user with rights to perform tape backups.\n\n"
-              << "User Name: [" << form.user << "] " << std::flush;
+    std::cout << "\n" << form.caption << "\n\n"
+              << "Enter the username and password of a user with rights to perform tape backups.\n"
+              << "Leave the user name empty to run the service as root.\n\n"
+              << "User Name: [" << (form.user.empty() ? "root" : form.user) << "] " << std::flush;
     std::string typed;
     if (!std::getline(std::cin, typed)) return std::nullopt;
     typed = std::string(TrimWhitespace(typed));

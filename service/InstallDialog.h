@@ -7,9 +7,11 @@
 namespace tw {
 
 struct InstallForm {
-  std::string user = "Administrator";
+  // Empty: the system's default account, root, as "-setup" without an account.
+  std::string user;
   std::string password1;
   std::string password2;
+  std::string caption = "Tarnwick Service Installation";
 };
 
 class IInstallDialog {
@@ -23,7 +25,7 @@ class IInstallDialog {
 };
 
 // The dialog on the terminal: the form's caption and labels, the user name with its default in
-// brackets, passwords read without echo.
+// brackets ("root" for an empty one), passwords read without echo.
 class TerminalInstallDialog final : public IInstallDialog {
  public:
   std::optional<InstallForm> Show(const InstallForm& form, bool passwordsOnly) override;

@@ -201,6 +201,7 @@ int frmService::Uninstall(bool quietly) {
 
 int frmService::InstallationDialog() {
   InstallForm form;
+  form.caption = host_.logging.BrandText(form.caption);
   bool passwordsOnly = false;
   while (auto filled = dialog_.Show(form, passwordsOnly)) {
     form = *filled;

@@ -55,10 +55,11 @@ class FakeServiceControl final : public platform::IServiceControl {
 class FakeDialog final : public IInstallDialog {
  public:
   std::optional<InstallForm> Show(const InstallForm& form, bool passwordsOnly) override {
-    shown.push_back(form.user + (passwordsOnly ? " (passwords)" : ""));
+    shown.push_back(form.caption + ": " + form.user + (passwordsOnly ? " (passwords)" : ""));
     if (answers.empty()) return std::nullopt;
     InstallForm filled = answers.front();
     answers.pop_front();
+    filled.caption = form.caption;
     if (passwordsOnly) filled.user = form.user;
     return filled;
   }

@@ -76,7 +76,8 @@ TEST_F(ServiceProcessTest, TheInstallationDialogRunsOnATerminal) {
   test::PtySession dialog({TW_BIN_DIR "/TWService", "-install"}, environment);
   ASSERT_TRUE(dialog.WaitFor("Tarnwick Service Installation"));
   ASSERT_TRUE(dialog.WaitFor("Enter the username and password of a user with rights to perform tape backups."));
-  ASSERT_TRUE(dialog.WaitFor("User Name: [Administrator] "));
+  ASSERT_TRUE(dialog.WaitFor("Leave the user name empty to run the service as root."));
+  ASSERT_TRUE(dialog.WaitFor("User Name: [root] "));
   dialog.Type("backup\n");
   ASSERT_TRUE(dialog.WaitFor("Password: "));
   dialog.Type("first-try\n");
@@ -90,12 +91,24 @@ TEST_F(ServiceProcessTest, TheInstallationDialogRunsOnATerminal) {
   ASSERT_TRUE(dialog.WaitFor("Tarnwick installed successfully")) << dialog.Output();
   EXPECT_EQ(0, dialog.Wait());
   EXPECT_EQ(std::string::npos, dialog.Output().find("try")) << "passwords are not echoed";
-  EXPECT_EQ(std::string::npos, dialog.Output().find("User Name: [Administrator] backup\r\n\r\nTarnwick Service"))
+  EXPECT_EQ(std::string::npos, dialog.Output().find("User Name: [root] backup\r\n\r\nTarnwick Service"))
       << "a mismatch asks for the passwords only";
 
   EXPECT_NE(std::string::npos, test::ReadFile(dir_ / "units/wtarnwick.service").find("\nUser=backup\n"));
   EXPECT_EQ("daemon-reload\nenable wtarnwick.service\n", test::ReadFile(dir_ / "calls"));
   EXPECT_TRUE(TWSettings(dir_ / "settings.db").General().Options().ServiceInstalled());
+
+  // No name: the system's default account, root, as "-setup" without one.
+  test::PtySession root({TW_BIN_DIR "/TWService", "-install"}, environment);
+  ASSERT_TRUE(root.WaitFor("User Name: [root] "));
+  root.Type("\n");
+  ASSERT_TRUE(root.WaitFor("Password: "));
+  root.Type("\n");
+  ASSERT_TRUE(root.WaitFor("Confirm Password: "));
+  root.Type("\n");
+  ASSERT_TRUE(root.WaitFor("Tarnwick installed successfully")) << root.Output();
+  EXPECT_EQ(0, root.Wait());
+  EXPECT_EQ(std::string::npos, test::ReadFile(dir_ / "units/wtarnwick.service").find("User=")) << "root's unit";
 }
 
 TEST_F(ServiceProcessTest, ModesThatEndAtOnceMakeOnlyWhatTheyNeed) {

@@ -240,11 +240,16 @@ TEST_F(FrmServiceTest, AServiceEventThatFailsLogsItsUnableToEntry) {
 }
 
 TEST_F(FrmServiceTest, TheDialogAsksAgainAfterAMismatchOrAFailure) {
+  // The custom product name names the dialog and its messages.
+  host_.settings.General().Options().CustomProductName("Acme Backup");
   dialog_.answers = {{"backup", "secret", "Secret"}, {"", "secret", "secret"}};
   control_.installResults = {true};
   EXPECT_EQ(0, form_.Load("-install"));
-  EXPECT_EQ((std::vector<std::string>{"Administrator", "backup (passwords)"}), dialog_.shown);
-  EXPECT_EQ((std::vector<std::string>{"! The passwords entered do not match.", "Tarnwick installed successfully"}),
+  EXPECT_EQ((std::vector<std::string>{"Acme Backup Service Installation: ", "Acme Backup Service Installation: backup "
+                                                                            "(passwords)"}),
+            dialog_.shown)
+      << "the user name proposed is empty: the system's default account";
+  EXPECT_EQ((std::vector<std::string>{"! The passwords entered do not match.", "Acme Backup installed successfully"}),
             dialog_.messages);
   EXPECT_EQ((std::vector<std::string>{"Interactive(1)", "Account(.\\backup)", "Password(secret)", "Install"}),
             control_.calls);
@@ -253,13 +258,15 @@ TEST_F(FrmServiceTest, TheDialogAsksAgainAfterAMismatchOrAFailure) {
   dialog_ = FakeDialog();
   control_.calls.clear();
   control_.installResults = {false};
-  control_.lastError = "there is no account \"Administrator\" on this system";
-  dialog_.answers = {{"Administrator", "pw", "pw"}};
+  control_.lastError = "there is no account \"admin\" on this system";
+  dialog_.answers = {{"admin", "pw", "pw"}};
   EXPECT_EQ(1, form_.Load("-install")) << "the administrator gave up";
-  EXPECT_EQ((std::vector<std::string>{"Administrator", "Administrator"}), dialog_.shown) << "shown again after a failure";
-  EXPECT_EQ((std::vector<std::string>{"! Tarnwick failed to install.\r\nPlease make sure the username assigned to the "
-                                      "service is valid, and this user has \"Log on as a service\" rights.\nReason: "
-                                      "there is no account \"Administrator\" on this system"}),
+  EXPECT_EQ((std::vector<std::string>{"Acme Backup Service Installation: ", "Acme Backup Service Installation: admin"}),
+            dialog_.shown)
+      << "shown again after a failure";
+  EXPECT_EQ((std::vector<std::string>{"! Acme Backup failed to install.\r\nPlease make sure the username assigned to "
+                                      "the service is valid, and this user has \"Log on as a service\" rights.\n"
+                                      "Reason: there is no account \"admin\" on this system"}),
             dialog_.messages);
   EXPECT_FALSE(Installed());
   EXPECT_TRUE(Logs(1)[0].Title.empty()) << "a failed interactive install writes no log entry";
