@@ -39,7 +39,8 @@ bool HungProcessRecovery::KillPreviousBackup(const std::string& processArgument)
 
 std::string HungProcessRecovery::CaptureScreenshot() {
   try {
-    const std::string picture = host_.logging.Logs().AttachmentDirectory() + "/" + FormatStamp(host_.clock.Now()) + ".png";
+    const std::string picture =
+        host_.logging.Logs().MakeAttachmentDirectory() + "/" + FormatStamp(host_.clock.Now()) + ".png";
     const RightsLaunch launch = RightsLaunchOf(host_.settings.General().Identity(), host_.applicationFolder + "/TWCam");
     clsAdvShell shell(host_);
     // The camera learns where to put the picture from its environment.

@@ -82,6 +82,12 @@ clsLogs::clsLogs(const std::string& applicationFolder, TWSettings& settings, con
       pump_(pump),
       random_(random ? std::move(random) : DefaultRandom()) {}
 
+const std::string& clsLogs::MakeAttachmentDirectory() {
+  CreateFolderIfMissing(logDirectory_);
+  CreateFolderIfMissing(attachmentDirectory_);
+  return attachmentDirectory_;
+}
+
 void clsLogs::LogDirectory(const std::string& folder) {
   logDirectory_ = folder;
   attachmentDirectory_ = folder + "/Attachments";
@@ -133,7 +139,7 @@ void clsLogs::AddLog(clsLogEntry& entry) {
   AppendLine(LogFilePath(number), formatted.line + "\r\n");
 
   const std::string attachmentPath = attachmentDirectory_ + "/" + formatted.attachmentName;
-  if (entry.AttachmentType == 1 || entry.AttachmentType == 2) CreateFolderIfMissing(attachmentDirectory_);
+  if (entry.AttachmentType == 1 || entry.AttachmentType == 2) MakeAttachmentDirectory();
   if (entry.AttachmentType == 2) {
     std::error_code error;
     fs::copy_file(entry.Attachment, attachmentPath, fs::copy_options::overwrite_existing, error);

@@ -42,6 +42,9 @@ class clsLogs {
   // Moves the log to another folder (and its attachments beneath it); creates no folder.
   void LogDirectory(const std::string& folder);
   const std::string& AttachmentDirectory() const { return attachmentDirectory_; }
+  // The attachment folder, made with the log folder when missing: for a picture that another
+  // program is to write there before its entry is added.
+  const std::string& MakeAttachmentDirectory();
 
   // Deletes every file in the attachment folder, then every file in the log folder; folders stay
   // and failures are ignored.
