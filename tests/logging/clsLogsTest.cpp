@@ -113,10 +113,19 @@ TEST_F(ClsLogsTest, NumberingComesFromTheFolderIgnoringStrayNames) {
   logs_.AddLogSimple(0, "after", "", 0, "");
   EXPECT_EQ("45321.5\tother writer\t0\t\t0\r\n45321.875\tafter\t0\t\t0\r\n", LogFile("TWLog.0012"));
   fs::remove(dir_ / "Logs/TWLog.0012");
+  logs_.AddLogSimple(0, "next", "", 0, "");
+  EXPECT_FALSE(fs::exists(dir_ / "Logs/TWLog.0012"));
+  EXPECT_EQ("45321.875\tnewest\t0\t\t0\r\n45321.875\tnext\t0\t\t0\r\n", LogFile("TWLog.0007"));
   fs::remove(dir_ / "Logs/TWLog.0007");
   logs_.AddLogSimple(0, "last", "", 0, "");
-  EXPECT_FALSE(fs::exists(dir_ / "Logs/TWLog.0012"));
   EXPECT_EQ("45321.875\tlast\t0\t\t0\r\n", LogFile("TWLog.0007"));
+
+  // A log moved to another folder is numbered from that folder's files.
+  fs::create_directory(dir_ / "Moved");
+  test::WriteFile(dir_ / "Moved/TWLog.0003", "");
+  logs_.LogDirectory(dir_ / "Moved");
+  logs_.AddLogSimple(0, "moved", "", 0, "");
+  EXPECT_EQ("45321.875\tmoved\t0\t\t0\r\n", test::ReadFile(dir_ / "Moved/TWLog.0003"));
 }
 
 TEST_F(ClsLogsTest, TextAttachmentsAreInlineBelow4096BytesAndAPathFromThenOn) {
