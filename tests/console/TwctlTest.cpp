@@ -187,19 +187,24 @@ TEST_F(TwctlTest, SettingsAreSetAndReadBackAndPasswordsNeverPrinted) {
 
 TEST_F(TwctlTest, LogsShowsTheNewestEntriesWithTheirAttachments) {
   EXPECT_EQ("The application log in " + (dir_ / "Logs") + " is empty.\n", Run({"logs"}).out);
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "Logs")) << "reading the log makes no folder";
   {
     TWSettings settings(SettingsPath());
     BlockingPump pump;
     clsLogs logs(dir_.Path(), settings, clock_, pump, [] { return 0.0; });
     logs.AddLogSimple(0, "Tarnwick service starting", "The Tarnwick service has been instructed to start", 0, "");
     clock_.AdvanceSeconds(61);
-    logs.AddLogSimple(2, "Error #00106 - Error launching backup", "first line\r\nsecond line", 1, "DesktopRights said 1326");
+    // Lines ended as Windows, Linux and old Macs end them: one entry all the same.
+    logs.AddLogSimple(2, "Error #00106 - Error launching backup", "1326\r\nsecond line\nthird line\rfourth line", 1,
+                      "DesktopRights said 1326");
   }
   const Result r = Run({"logs", "-n", "1"});
   EXPECT_EQ(0, r.status);
   EXPECT_EQ("2024-01-30 21:01:01  error    Error #00106 - Error launching backup\n"
-            "    first line\n"
+            "    1326\n"
             "    second line\n"
+            "    third line\n"
+            "    fourth line\n"
             "  Attachment:\n"
             "    DesktopRights said 1326\n",
             r.out);
@@ -208,6 +213,7 @@ TEST_F(TwctlTest, LogsShowsTheNewestEntriesWithTheirAttachments) {
   EXPECT_EQ("Tarnwick service starting", json[1]["title"]);
   EXPECT_EQ("info", json[1]["type_name"]);
   EXPECT_EQ("DesktopRights said 1326", json[0]["attachment"]);
+  EXPECT_EQ("1326\r\nsecond line\nthird line\rfourth line", json[0]["message"]);
   EXPECT_EQ(2, Run({"logs", "-n", "0"}).status);
 }
 
