@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <latch>
+#include <thread>
 
 #include "common/Error.h"
 #include "settings/Database.h"
@@ -136,6 +138,32 @@ TEST_F(SettingsStoreTest, AFileThatIsNotOursIsRefusedWithItsReason) {
   TWSettings nowhere(dir_ / "missing/settings.db");
   EXPECT_EQ("Cannot create settings file " + (dir_ / "missing/settings.db") + ": No such file or directory",
             ErrorOf([&] { nowhere.General().Options().DetailedLogging(true); }).Description);
+}
+
+TEST_F(SettingsStoreTest, FirstWritersAtTheSameMomentAllSucceed) {
+  // Several programs (twctl commands, say) write to a settings file that does not exist yet, each
+  // through a connection of its own; every one of them creates or finds the schema.
+  constexpr int kWriters = 4;
+  for (int round = 0; round < 10; ++round) {
+    const std::string path = dir_ / ("first" + std::to_string(round) + ".db");
+    std::latch start(kWriters);
+    std::vector<std::string> errors(kWriters);
+    std::vector<std::thread> writers;
+    for (int i = 0; i < kWriters; ++i) {
+      writers.emplace_back([&, i] {
+        TWSettings settings(path);
+        start.arrive_and_wait();
+        try {
+          settings.General().AddJob("Job " + std::to_string(i), "job" + std::to_string(i));
+        } catch (const TWError& e) {
+          errors[i] = e.Description;
+        }
+      });
+    }
+    for (auto& writer : writers) writer.join();
+    EXPECT_EQ(std::vector<std::string>(kWriters), errors) << "round " << round;
+    EXPECT_EQ(kWriters, TWSettings(path).General().JobCount());
+  }
 }
 
 TEST_F(SettingsStoreTest, AnEmptyFileIsMigratedToTheCurrentSchema) {
