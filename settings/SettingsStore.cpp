@@ -410,7 +410,10 @@ void SettingsStore::WriteFromText(std::string_view key, std::string_view text) {
     throw TWError(errnum::TypeMismatch, *problem, kSource);
   }
   switch (setting.kind) {
-    case ValueKind::Text: WriteText(key, text); break;
+    case ValueKind::Text:
+      // Lines keep the CR LF line ends of the product's texts, whatever the terminal sent.
+      WriteText(key, setting.form == TextForm::Lines ? CrLfLineEnds(text) : std::string(text));
+      break;
     case ValueKind::Choice: WriteText(key, ToLower(TrimWhitespace(text))); break;
     case ValueKind::Boolean: WriteBool(key, *ParseBooleanWord(text)); break;
     case ValueKind::Integer: WriteInt(key, TextToInt32(text)); break;
