@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "common/Error.h"
+#include "common/Strings.h"
 #include "settings/Database.h"
 #include "settings/SettingsStore.h"
 #include "settings/TWSettings.h"
@@ -106,6 +107,31 @@ TEST(SettingKeysTest, TypedNumbersBeyondTheRangeOfEveryIntegerAreRefused) {
   EXPECT_TRUE(ValidateSettingText(SettingKeyOf("mail.port"), "-1e999"));
   EXPECT_TRUE(ValidateSettingText(SettingKeyOf("mail.port"), "25.5"));
   EXPECT_FALSE(ValidateSettingText(SettingKeyOf("mail.port"), " 2.5e1 "));
+}
+
+TEST(SettingKeysTest, TextIsUtf8AndOneLineWhereOneLineIsMeant) {
+  struct Case {
+    std::string text;
+    TextForm form;
+    std::optional<std::string> problem;
+  };
+  const std::string notUtf8 = "x is not UTF-8 text (byte ";
+  const std::string oneLine = "x must be one line of text, but holds the control character ";
+  const std::vector<Case> cases = {
+      {"Caf\xC3\xA9 \xE2\x9C\x93 \xF0\x9F\x98\x80", TextForm::Line, std::nullopt},
+      {"\xC0\xAF", TextForm::Line, notUtf8 + "0xC0 at position 1)"},            // an overlong "/"
+      {"a\xED\xA0\x80", TextForm::Line, notUtf8 + "0xED at position 2)"},       // a surrogate
+      {"\xF4\x90\x80\x80", TextForm::Line, notUtf8 + "0xF4 at position 1)"},    // past U+10FFFF
+      {"ab\xE2\x9C", TextForm::Lines, notUtf8 + "0xE2 at position 3)"},          // cut short
+      {"\xC3\xA9\tb", TextForm::Line, oneLine + "U+0009 at character 2"},
+      {"a\xC2\x85", TextForm::Line, oneLine + "U+0085 at character 2"},
+      {"a\tb\r\nc\nd\re", TextForm::Lines, std::nullopt},
+      {"a\r\nb;c", TextForm::List, std::nullopt},
+      {"a\x7F", TextForm::List,
+       "x holds the control character U+007F at character 2 (only tabs and line breaks may be used)"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.problem, TextProblem(c.text, c.form, "x")) << c.text;
+  EXPECT_EQ("a\r\nb\r\nc\r\n\r\n", CrLfLineEnds("a\nb\rc\r\n\n"));
 }
 
 TEST_F(SettingsStoreTest, AFileThatIsNotOursIsRefusedWithItsReason) {
