@@ -45,7 +45,7 @@ int ConfigList(TWSettings& settings, bool json, std::ostream& out) {
         object[name] = ShownValue(store, key);
       }
     }
-    out << object.dump(2) << "\n";
+    PrintJson(out, object);
     return 0;
   }
   std::vector<std::vector<std::string>> rows;
@@ -104,7 +104,7 @@ int Logs(TWSettings& settings, const ConsoleEnvironment& environment, int32_t co
                       {"attachment_type", e.AttachmentType},
                       {"attachment", e.Attachment}});
     }
-    out << list.dump(2) << "\n";
+    PrintJson(out, list);
     return 0;
   }
   if (entries.empty()) {

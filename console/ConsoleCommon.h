@@ -1,6 +1,6 @@
 #pragma once
-// What the console's commands share: the two kinds of failure, output helpers, and on/off option
-// pairs.
+// What the console's commands share: the two kinds of failure, checks of typed text, output
+// helpers, whether a job runs, and on/off option pairs.
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "common/Date.h"
+#include "settings/SettingKeys.h"
+#include "settings/TWSettings.h"
 
 namespace tw::console {
 
@@ -27,11 +29,26 @@ class Failure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Raises UsageError when `text` is not UTF-8 or holds what its form does not allow.
+void CheckText(std::string_view text, TextForm form, const std::string& what);
+
 std::string Quoted(const std::string& text);
 std::string YesNo(bool value);
 std::string WhenText(Date value);  // "never" for no date
 Json WhenJson(Date value);         // null for no date
+// Columns aligned by characters; a control character in a cell shows as a blank, so that a stored
+// value with a line break cannot break the table.
 void PrintTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows);
+// Indented JSON and a line end. Text that is not UTF-8, which a value stored by an older version
+// may be, shows U+FFFD where it fails rather than stopping the listing.
+void PrintJson(std::ostream& out, const Json& json);
+
+// A job runs while its run status is -2 (the executor is at work) or its marker file
+// BackupLog-<backup log id>.txt in the application folder is not empty (a run is being launched
+// or its report has not been read yet).
+bool IsRunning(clsJob& job, const std::string& applicationFolder);
+// "Nightly is running (since 2024-01-30 21:00)", or without the time when none is recorded.
+std::string JobRunningText(clsJob& job);
 
 // An option and its opposite, "--eject" and "--no-eject": unset, on or off.
 class Switch {

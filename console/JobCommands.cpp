@@ -8,11 +8,13 @@
 #include "common/Error.h"
 #include "common/NumberText.h"
 #include "common/Strings.h"
+#include "console/RequestCommands.h"
 #include "scheduling/DueChecks.h"
 #include "scheduling/Occurrence.h"
 #include "scheduling/OccurrenceBuilder.h"
 #include "scheduling/Schemes.h"
 #include "scheduling/UpcomingRuns.h"
+#include "service/frmService.h"
 #include "settings/StatusText.h"
 
 namespace tw::console {
@@ -20,6 +22,12 @@ namespace {
 
 // Time-outs longer than a year are taken for a typing error.
 constexpr int32_t kMaxTimeoutMinutes = 525600;
+// A reminder or run fires at the first poll in the window after its time; a window shorter than
+// the time between polls is missed on most days.
+constexpr int32_t kPollSeconds = frmService::kPollIntervalMs / 1000;
+constexpr const char* kScheduleOptions =
+    "--maintenance-weekly, --maintenance-monthly, --maintenance-first-weekday, --maintenance-last-weekday, "
+    "--maintenance-dates or --maintenance-occurrence";
 
 // What a job command changes, checked before anything is written.
 struct JobChanges {
@@ -44,20 +52,51 @@ bool IsIdentifierChar(char c) {
 
 std::string AbsolutePath(const std::string& path, const char* option) {
   if (path.empty()) throw UsageError(std::string("empty path for ") + option);
+  CheckText(path, TextForm::Line, option);
   return std::filesystem::absolute(path).lexically_normal().string();
+}
+
+// "." and ".." name folders, and "/" separates them: as a job name (which the default backup log
+// id is made from) or a backup log id, each would put the job's archives outside its destination.
+bool IsPathLike(const std::string& name) {
+  return name == "." || name == ".." || name.find('/') != std::string::npos;
 }
 
 void CheckName(const std::string& name) {
   if (TrimWhitespace(name).empty()) throw UsageError("a job name must not be empty");
-  for (char c : name) {
-    if (c == '\t' || c == '\r' || c == '\n') throw UsageError("a job name must be one line without tabs");
+  CheckText(name, TextForm::Line, "the job name");
+  if (IsPathLike(name)) {
+    throw UsageError("invalid job name " + Quoted(name) + ": a job name is not \".\" or \"..\" and holds no \"/\"");
   }
 }
 
-Date CheckedTime(const std::string& text, const char* option) {
+// A time of day at which the service can act: the run or reminder fires at a poll in the 59
+// seconds after it, on the same day, so the day's last seconds cannot be used.
+Date CheckedTime(const std::string& text, const char* option, const char* what) {
   const auto time = ParseTimeOfDay(text);
   if (!time) throw UsageError("invalid time " + Quoted(text) + " for " + option + " (expected HH:MM or HH:MM:SS)");
+  const int32_t window = clsDueChecks::WindowSeconds(*time);
+  if (window < kPollSeconds) {
+    // The day's last second less one poll interval leaves a whole interval after it.
+    const std::string latest = LongTime((86399.0 - kPollSeconds) / 86400);
+    throw UsageError(std::string(option) + " " + text + " cannot be reached: the service " + what +
+                     " at one of its polls (every " + std::to_string(kPollSeconds) +
+                     " seconds) within 59 seconds after its time, on the same day, and after " + text +
+                     " the day has " + std::to_string(window) + " seconds left; the latest time is " + latest);
+  }
   return *time;
+}
+
+// Switching the maintenance e-mail on needs a schedule that reads: without one the service logs a
+// warning at every poll.
+void CheckMaintenanceSchedule(const JobChanges& c, const std::string& stored) {
+  if (!c.maintenance || !*c.maintenance || c.maintenanceOccurrence) return;
+  const std::string problem = OccurrenceProblem(stored);
+  if (problem.empty()) return;
+  throw UsageError(std::string("--maintenance needs a schedule: give one of ") + kScheduleOptions +
+                   (stored.empty() ? "" : " (the stored one is a " + problem + ")") +
+                   "; without one the service would log a warning every " + std::to_string(kPollSeconds) +
+                   " seconds");
 }
 
 int32_t CheckedChoice(const std::string& text, const char* option, const char* first, const char* second) {
@@ -99,8 +138,13 @@ std::optional<std::string> MaintenanceSchedule(const JobOptions& o) {
 
 JobChanges CheckJobOptions(const JobOptions& o) {
   JobChanges c;
-  if (o.descriptionOpt->count()) c.description = o.description;
-  if (o.timeOpt->count()) c.time = CheckedTime(o.time, "--time");
+  // Multi-line texts keep CR LF line ends: a lone line feed in a description once made every
+  // report of its job unreadable.
+  if (o.descriptionOpt->count()) {
+    CheckText(o.description, TextForm::Lines, "--description");
+    c.description = CrLfLineEnds(o.description);
+  }
+  if (o.timeOpt->count()) c.time = CheckedTime(o.time, "--time", "starts a scheduled run");
   if (o.schemeOpt->count()) {
     const std::string id = SchemeRegistry::BuiltIn().CanonicalId(o.scheme);
     if (id.empty()) throw UsageError("unknown scheme " + Quoted(o.scheme) + " for --scheme ('twctl schemes' lists them)");
@@ -121,27 +165,38 @@ JobChanges CheckJobOptions(const JobOptions& o) {
   }
   if (o.destinationOpt->count()) c.destination = AbsolutePath(o.destination, "--destination");
   if (o.backupLogIdOpt->count()) {
-    const bool valid = !o.backupLogId.empty() && o.backupLogId.size() <= 64 &&
+    const bool valid = !o.backupLogId.empty() && o.backupLogId.size() <= 64 && !IsPathLike(o.backupLogId) &&
                        std::all_of(o.backupLogId.begin(), o.backupLogId.end(), IsIdentifierChar);
     if (!valid) {
       throw UsageError("invalid identifier " + Quoted(o.backupLogId) +
-                       " for --backup-log-id (letters, digits, '.', '_' and '-', at most 64)");
+                       " for --backup-log-id (letters, digits, '.', '_' and '-', at most 64, not \".\" or \"..\")");
     }
     c.backupLogId = o.backupLogId;
   }
   c.suspended = o.suspended.Value();
-  if (o.labelOpt->count()) c.label = o.label;
+  if (o.labelOpt->count()) {
+    CheckText(o.label, TextForm::Line, "--label");
+    c.label = o.label;
+  }
   if (o.methodOpt->count()) c.method = CheckedChoice(o.method, "--method", "full", "incremental");
   if (o.modeOpt->count()) c.mode = CheckedChoice(o.mode, "--mode", "overwrite", "append");
   c.eject = o.eject.Value();
   c.emailReport = o.emailReport.Value();
   c.printReport = o.printReport.Value();
-  if (o.reminderTimeOpt->count()) c.reminderTime = CheckedTime(o.reminderTime, "--reminder-time");
+  if (o.reminderTimeOpt->count()) {
+    c.reminderTime = CheckedTime(o.reminderTime, "--reminder-time", "sends a media reminder");
+  }
   c.reminderEmail = o.reminderEmail.Value();
   c.reminderBroadcast = o.reminderBroadcast.Value();
   c.maintenance = o.maintenance.Value();
-  if (o.maintenanceSubjectOpt->count()) c.maintenanceSubject = o.maintenanceSubject;
-  if (o.maintenanceBodyOpt->count()) c.maintenanceBody = o.maintenanceBody;
+  if (o.maintenanceSubjectOpt->count()) {
+    CheckText(o.maintenanceSubject, TextForm::Line, "--maintenance-subject");
+    c.maintenanceSubject = o.maintenanceSubject;
+  }
+  if (o.maintenanceBodyOpt->count()) {
+    CheckText(o.maintenanceBody, TextForm::Lines, "--maintenance-body");
+    c.maintenanceBody = CrLfLineEnds(o.maintenanceBody);
+  }
   c.maintenanceOccurrence = MaintenanceSchedule(o);
   return c;
 }
@@ -337,6 +392,7 @@ void RegisterJobOptions(CLI::App* command, JobOptions& o) {
 int JobAdd(TWSettings& settings, const std::string& name, const JobOptions& options, std::ostream& out) {
   CheckName(name);
   JobChanges changes = CheckJobOptions(options);
+  CheckMaintenanceSchedule(changes, "");
   auto general = settings.General();
   if (general.FindJob(name)) throw Failure("a job named " + Quoted(name) + " already exists");
   if (changes.backupLogId && settings.Store().BackupLogIdTaken(*changes.backupLogId, 0)) {
@@ -360,6 +416,7 @@ int JobSet(TWSettings& settings, const std::string& name, const JobOptions& opti
   const JobChanges changes = CheckJobOptions(options);
   if (!changes.Any()) throw UsageError("nothing to change: give at least one option ('twctl job set --help')");
   clsJob job = RequireJob(settings, name);
+  CheckMaintenanceSchedule(changes, job.JobNotification().MaintenanceOccurrence());
   if (changes.backupLogId && settings.Store().BackupLogIdTaken(*changes.backupLogId, job.Id())) {
     throw Failure("another job already uses the backup log id " + Quoted(*changes.backupLogId));
   }
@@ -374,7 +431,7 @@ int JobList(TWSettings& settings, bool json, std::ostream& out) {
   if (json) {
     Json list = Json::array();
     for (auto& job : jobs) list.push_back(JobJson(job));
-    out << list.dump(2) << "\n";
+    PrintJson(out, list);
     return 0;
   }
   if (jobs.empty()) {
@@ -394,18 +451,30 @@ int JobList(TWSettings& settings, bool json, std::ostream& out) {
 int JobShow(TWSettings& settings, const std::string& name, bool json, std::ostream& out) {
   clsJob job = RequireJob(settings, name);
   if (json) {
-    out << JobJson(job).dump(2) << "\n";
+    PrintJson(out, JobJson(job));
   } else {
     PrintJob(out, job);
   }
   return 0;
 }
 
-int JobRemove(TWSettings& settings, const std::string& name, std::ostream& out) {
+int JobRemove(TWSettings& settings, const std::string& applicationFolder, const std::string& name, bool force,
+              std::ostream& out) {
   clsJob job = RequireJob(settings, name);
   const std::string shown = job.Name();
-  settings.General().RemoveJob(job);
+  const bool running = IsRunning(job, applicationFolder);
+  if (running && !force) {
+    throw Failure(JobRunningText(job) + "; remove it once the run has ended, or give --force to remove it now");
+  }
+  // A request left waiting for a job that is gone could never be served.
+  std::string withdrawn;
+  settings.Store().InTransaction([&] {
+    withdrawn = WithdrawRequestFor(settings, shown);
+    settings.General().RemoveJob(job);
+  });
   out << "Removed backup job " << shown << ".\n";
+  if (!withdrawn.empty()) out << "Withdrew " << withdrawn << ", which still waited for the service.\n";
+  if (running) out << "Its run under way goes on and is reported when it ends.\n";
   return 0;
 }
 
@@ -436,7 +505,7 @@ int JobPreview(TWSettings& settings, const std::string& name, int days, bool jso
                     MethodName(run.media.Method), ModeName(run.media.Mode)});
   }
   if (json) {
-    out << list.dump(2) << "\n";
+    PrintJson(out, list);
   } else {
     PrintTable(out, rows);
   }

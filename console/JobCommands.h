@@ -36,7 +36,9 @@ int JobAdd(TWSettings& settings, const std::string& name, const JobOptions& opti
 int JobSet(TWSettings& settings, const std::string& name, const JobOptions& options, std::ostream& out);
 int JobList(TWSettings& settings, bool json, std::ostream& out);
 int JobShow(TWSettings& settings, const std::string& name, bool json, std::ostream& out);
-int JobRemove(TWSettings& settings, const std::string& name, std::ostream& out);
+// Refuses a job that is running (IsRunning) unless `force`; withdraws a request that waits for it.
+int JobRemove(TWSettings& settings, const std::string& applicationFolder, const std::string& name, bool force,
+              std::ostream& out);
 // For the next `days` scheduled times from now: whether the run goes ahead, its run date and the
 // media values the job's scheme gives for it.
 int JobPreview(TWSettings& settings, const std::string& name, int days, bool json, const Clock& clock,

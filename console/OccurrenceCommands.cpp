@@ -46,7 +46,7 @@ int OccurrenceNext(const std::string& text, const std::optional<std::string>& fr
   if (json) {
     Json list = Json::array();
     for (Date when : matches) list.push_back(IsoText(when).substr(0, 16));
-    out << list.dump(2) << "\n";
+    PrintJson(out, list);
     return 0;
   }
   if (matches.empty()) out << "No matching minute in the next 400 years.\n";

@@ -22,12 +22,19 @@ std::string FirstLine(const std::string& text) {
 
 std::string Shown(const std::string& text) { return ReplaceAll(text, "\r\n", "\n"); }
 
+void NameSkipped(const std::vector<std::string>& skipped, std::ostream& err) {
+  for (const auto& file : skipped) err << "twctl: skipped the report log " << file << "\n";
+}
+
 }  // namespace
 
-int Reports(TWSettings& settings, const ConsoleEnvironment& environment, int32_t count, bool json, std::ostream& out) {
+int Reports(TWSettings& settings, const ConsoleEnvironment& environment, int32_t count, bool json, std::ostream& out,
+            std::ostream& err) {
   SystemClock systemClock;
   clsReportLogs reports(environment.applicationFolder, settings, environment.clock ? *environment.clock : systemClock);
-  const auto entries = reports.GetSummaries(count);
+  std::vector<std::string> skipped;
+  const auto entries = reports.GetSummaries(count, &skipped);
+  NameSkipped(skipped, err);
   if (json) {
     Json list = Json::array();
     for (const auto& e : entries) {
@@ -42,7 +49,7 @@ int Reports(TWSettings& settings, const ConsoleEnvironment& environment, int32_t
                       {"computer", e.Computer},
                       {"first_line", FirstLine(e.Report)}});
     }
-    out << list.dump(2) << "\n";
+    PrintJson(out, list);
     return 0;
   }
   if (entries.empty()) {
@@ -58,13 +65,18 @@ int Reports(TWSettings& settings, const ConsoleEnvironment& environment, int32_t
 }
 
 int ReportShow(TWSettings& settings, const ConsoleEnvironment& environment, const std::string& which,
-               std::ostream& out) {
+               std::ostream& out, std::ostream& err) {
   SystemClock systemClock;
   clsReportLogs reports(environment.applicationFolder, settings, environment.clock ? *environment.clock : systemClock);
   clsReportLogEntry entry;
   if (which == "latest") {
-    auto newest = reports.GetSummaries(1);
-    if (newest.empty()) throw Failure("there are no report logs in " + reports.ReportLogsDirectory());
+    std::vector<std::string> skipped;
+    auto newest = reports.GetSummaries(1, &skipped);
+    NameSkipped(skipped, err);
+    if (newest.empty()) {
+      throw Failure((skipped.empty() ? "there are no report logs in " : "no report log reads in ") +
+                    reports.ReportLogsDirectory());
+    }
     entry = newest[0];
   } else {
     std::error_code error;
@@ -93,6 +105,7 @@ int MailTest(TWSettings& settings, const ConsoleEnvironment& environment, const 
              std::ostream& out, std::ostream& err) {
   SystemClock systemClock;
   const Clock& clock = environment.clock ? *environment.clock : systemClock;
+  if (to) CheckText(*to, TextForm::List, "--to");
   const MailServer server = MailServerFromSettings(settings);
   const std::vector<std::string> recipients = to ? SplitRecipients(*to) : RecipientsFor(settings, mailtype::kReminder);
   if (recipients.empty()) throw Failure("no recipient: give --to ADDRESS or set mail.reminder_recipients");

@@ -28,6 +28,17 @@ clsJob KnownJob(TWSettings& settings, const std::string& name) {
   return *job;
 }
 
+// A second run of a job under way would share its marker file and its run status with the first:
+// the service refuses one, and the console says so at once.
+clsJob IdleJob(TWSettings& settings, const std::string& name, const std::string& applicationFolder,
+               const std::string& what) {
+  clsJob job = KnownJob(settings, name);
+  if (IsRunning(job, applicationFolder)) {
+    throw Failure(JobRunningText(job) + "; " + what + " can be asked for once that run has ended");
+  }
+  return job;
+}
+
 // What still waits for the service, in words; empty when nothing does. Reads without taking.
 std::string PendingRequest(SettingsStore& store) {
   const std::string job = Quoted(store.ReadText("console.request_job_name"));
@@ -78,13 +89,6 @@ std::optional<Date> NextRun(clsJob& job, Date now) {
     if (run.runs) return run.starts;
   }
   return std::nullopt;
-}
-
-bool IsRunning(clsJob& job, const std::string& applicationFolder) {
-  if (job.RunStatus() == -2) return true;
-  std::error_code error;
-  const auto marker = std::filesystem::path(applicationFolder) / ("BackupLog-" + job.BackupLogId() + ".txt");
-  return std::filesystem::file_size(marker, error) > 0 && !error;
 }
 
 struct JobStatus {
@@ -159,22 +163,41 @@ Json StatusJson(const JobStatus& s, Date now) {
 
 }  // namespace
 
-int RequestTestBackup(TWSettings& settings, const std::string& job, bool replace, std::ostream& out) {
-  const std::string name = KnownJob(settings, job).Name();
+std::string WithdrawRequestFor(TWSettings& settings, const std::string& job) {
+  SettingsStore& store = settings.Store();
+  std::string withdrawn;
+  store.InTransaction([&] {
+    if (!EqualsIgnoreCase(store.ReadText("console.request_job_name"), job)) return;
+    withdrawn = PendingRequest(store);
+    if (withdrawn.empty()) return;
+    // Someone may follow the answers of a test backup or reminder test: they end here.
+    if (store.ReadBool(kTestBackupKey) || store.ReadBool(kReminderKey)) {
+      store.AppendAnswer("RESULT: Request withdrawn: the backup job " + job + " was removed.");
+    }
+    store.WriteBool(kTestBackupKey, false);
+    store.WriteText(kRunKey, "");
+    store.WriteBool(kReminderKey, false);
+  });
+  return withdrawn;
+}
+
+int RequestTestBackup(TWSettings& settings, const std::string& applicationFolder, const std::string& job,
+                      bool replace, std::ostream& out) {
+  const std::string name = IdleJob(settings, job, applicationFolder, "a test backup").Name();
   PlaceRequest(settings, name, replace, true, [](clsConsole& console) { console.TestBackupRequested(true); });
   out << "Requested a test backup of " << name << kFollowHint;
   return 0;
 }
 
-int RequestRun(TWSettings& settings, const std::string& job, const std::optional<std::string>& date, bool replace,
-               const Clock& clock, std::ostream& out) {
+int RequestRun(TWSettings& settings, const std::string& applicationFolder, const std::string& job,
+               const std::optional<std::string>& date, bool replace, const Clock& clock, std::ostream& out) {
   Date day = DateOnly(clock.Now());
   if (date) {
     const auto parsed = date->size() == 10 ? ParseIsoDate(*date) : std::nullopt;
     if (!parsed) throw UsageError("--date " + Quoted(*date) + " is not a date YYYY-MM-DD");
     day = DateOnly(*parsed);
   }
-  const std::string name = KnownJob(settings, job).Name();
+  const std::string name = IdleJob(settings, job, applicationFolder, "a run").Name();
   PlaceRequest(settings, name, replace, false,
                [day](clsConsole& console) { console.RunJobRequest(NumberToText(day)); });
   // A run answers nothing: it is reported like a scheduled one.
@@ -237,7 +260,7 @@ int Status(TWSettings& settings, const ConsoleEnvironment& environment, bool jso
   if (json) {
     Json list = Json::array();
     for (const auto& s : statuses) list.push_back(StatusJson(s, now));
-    out << list.dump(2) << "\n";
+    PrintJson(out, list);
     return 0;
   }
   if (statuses.empty()) {

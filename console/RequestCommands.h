@@ -12,13 +12,20 @@
 namespace tw::console {
 
 // A request waits in the store until the service's next poll tick takes it. A request still
-// waiting is refused unless `replace` is given, since all requests share the job name.
-int RequestTestBackup(TWSettings& settings, const std::string& job, bool replace, std::ostream& out);
+// waiting is refused unless `replace` is given, since all requests share the job name. A test
+// backup or run of a job that is running (its marker in `applicationFolder`) is refused.
+int RequestTestBackup(TWSettings& settings, const std::string& applicationFolder, const std::string& job,
+                      bool replace, std::ostream& out);
 // `date` is "YYYY-MM-DD"; today when not given.
-int RequestRun(TWSettings& settings, const std::string& job, const std::optional<std::string>& date, bool replace,
-               const Clock& clock, std::ostream& out);
+int RequestRun(TWSettings& settings, const std::string& applicationFolder, const std::string& job,
+               const std::optional<std::string>& date, bool replace, const Clock& clock, std::ostream& out);
 int RequestTestReminder(TWSettings& settings, const std::string& job, bool byEmail, bool byBroadcast, bool replace,
                         std::ostream& out);
+
+// Withdraws the request that still waits for the service when it names `job`, as the job is
+// removed; a test backup or reminder test gets a "RESULT: " answer line, so that whoever follows
+// the answers is not left waiting. What was withdrawn, in words, or empty.
+std::string WithdrawRequestFor(TWSettings& settings, const std::string& job);
 
 struct AnswersOptions {
   bool follow = false;

@@ -74,6 +74,8 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   jobPreview->add_flag("--json", json, "print JSON");
   auto* jobRemove = job->add_subcommand("remove", "remove a backup job");
   jobRemove->add_option("NAME", jobName, "name of the job")->required();
+  bool force = false;
+  jobRemove->add_flag("--force", force, "remove the job even while it runs");
 
   auto* config = app.add_subcommand("config", "list, show and change settings");
   config->require_subcommand(1);
@@ -197,17 +199,19 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
     if (jobList->parsed()) return JobList(settings, json, out);
     if (jobShow->parsed()) return JobShow(settings, jobName, json, out);
     if (jobPreview->parsed()) return JobPreview(settings, jobName, previewDays, json, clock, out);
-    if (jobRemove->parsed()) return JobRemove(settings, jobName, out);
+    if (jobRemove->parsed()) return JobRemove(settings, environment.applicationFolder, jobName, force, out);
     if (configList->parsed()) return ConfigList(settings, json, out);
     if (configGet->parsed()) return ConfigGet(settings, key, out);
     if (configSet->parsed()) return ConfigSet(settings, key, value, environment, err);
     if (logs->parsed()) return Logs(settings, environment, count, json, out);
-    if (reports->parsed()) return Reports(settings, environment, reportCount, json, out);
-    if (reportShow->parsed()) return ReportShow(settings, environment, which, out);
-    if (testBackup->parsed()) return RequestTestBackup(settings, jobName, replace, out);
+    if (reports->parsed()) return Reports(settings, environment, reportCount, json, out, err);
+    if (reportShow->parsed()) return ReportShow(settings, environment, which, out, err);
+    if (testBackup->parsed()) {
+      return RequestTestBackup(settings, environment.applicationFolder, jobName, replace, out);
+    }
     if (runNow->parsed()) {
-      return RequestRun(settings, jobName, dateOpt->count() ? std::optional(runDate) : std::nullopt, replace, clock,
-                        out);
+      return RequestRun(settings, environment.applicationFolder, jobName,
+                        dateOpt->count() ? std::optional(runDate) : std::nullopt, replace, clock, out);
     }
     if (testReminder->parsed()) return RequestTestReminder(settings, jobName, byEmail, byBroadcast, replace, out);
     if (answers->parsed()) return Answers(settings, answerOptions, out, err);

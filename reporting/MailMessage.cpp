@@ -83,7 +83,11 @@ std::string Base64(const std::string& bytes) {
 
 std::vector<std::string> SplitRecipients(const std::string& list) {
   std::vector<std::string> addresses;
-  for (const auto& piece : Split(ReplaceAll(list, ",", ";"), ';')) {
+  // A list pasted one address per line reads as the same list separated by ";".
+  const auto isSeparator = [](char c) { return c == ',' || c == '\r' || c == '\n'; };
+  std::string separated(list);
+  std::replace_if(separated.begin(), separated.end(), isSeparator, ';');
+  for (const auto& piece : Split(separated, ';')) {
     const std::string address(TrimWhitespace(piece));
     if (!address.empty()) addresses.push_back(address);
   }

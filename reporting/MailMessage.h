@@ -23,7 +23,7 @@ struct MailMessage {
 std::string ComposeMime(const MailMessage& message, Date now, const std::string& messageId,
                         const std::string& boundary);
 
-// "a@x; b@y,c@z" to its addresses, blanks and empty pieces dropped.
+// "a@x; b@y,c@z" to its addresses, blanks and empty pieces dropped; a line break separates too.
 std::vector<std::string> SplitRecipients(const std::string& list);
 std::string Base64(const std::string& bytes);
 

@@ -186,6 +186,16 @@ SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& r
     outcome.transcript = transcript.text + "Result: " + outcome.error + "\n";
     return outcome;
   }
+  // A line break in an address would reach the server as a command of its own; the console refuses
+  // one, but a value may have been stored before it did.
+  const auto holdsControl = [](const std::string& address) {
+    return std::any_of(address.begin(), address.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; });
+  };
+  if (holdsControl(SenderAddress(server)) || std::any_of(recipients.begin(), recipients.end(), holdsControl)) {
+    outcome.error = "an address holds a line break or another control character (mail.sender or a recipient list)";
+    outcome.transcript = transcript.text + "Result: " + outcome.error + "\n";
+    return outcome;
+  }
   const Curl* api = LoadCurl();
   CurlHandles curl(api);
   if (curl.easy == nullptr) {

@@ -15,20 +15,18 @@ const char* kCrLf = "\r\n";
 std::string Escape(const std::string& text) { return ReplaceAll(text, "\r\n", "\x01"); }
 std::string Unescape(const std::string& text) { return ReplaceAll(text, "\x01", "\r\n"); }
 
-// Reads the file's lines one at a time, as a text stream does (a line ends at CR LF, CR or LF),
-// and hands over the rest of it unread.
+// Reads the file's lines one at a time and hands over the rest of it unread. Every line is
+// written with CR LF; a lone CR or LF belongs to its line, since older versions wrote one typed in a
+// job's description or label as it was, and reading it as a line end made the whole file
+// unreadable.
 class LineReader {
  public:
   explicit LineReader(std::string text) : text_(std::move(text)) {}
   std::string Next() {
     if (position_ >= text_.size()) throw TWError(62, "Input past end of file", "TWService");
-    const size_t end = text_.find_first_of("\r\n", position_);
+    const size_t end = text_.find(kCrLf, position_);
     std::string line = text_.substr(position_, end == std::string::npos ? std::string::npos : end - position_);
-    if (end == std::string::npos) {
-      position_ = text_.size();
-    } else {
-      position_ = end + (text_[end] == '\r' && end + 1 < text_.size() && text_[end + 1] == '\n' ? 2 : 1);
-    }
+    position_ = end == std::string::npos ? text_.size() : end + 2;
     return line;
   }
   std::string Rest() const { return position_ < text_.size() ? text_.substr(position_) : std::string(); }

@@ -7,7 +7,8 @@
 //   line 6, 7     Label, Computer (escaped)
 //   line 8        N, the number of extra fields, then N key and value lines (escaped)
 //   the rest      the report exactly as held, to the end of the file
-// Escaping: each CR LF becomes the character U+0001.
+// Lines end in CR LF. Escaping: each CR LF becomes the character U+0001; a lone CR or LF, which
+// older versions left as it was, reads as part of its line.
 #include <cstdint>
 #include <functional>
 #include <string>

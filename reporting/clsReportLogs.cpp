@@ -75,20 +75,17 @@ const std::vector<std::string>& clsReportLogs::ReportLogNames() {
   return names_;
 }
 
-std::vector<clsReportLogEntry> clsReportLogs::GetSummaries(int32_t maxCount) {
+std::vector<clsReportLogEntry> clsReportLogs::GetSummaries(int32_t maxCount, std::vector<std::string>* skipped) {
   const std::vector<std::string>& names = ReportLogNames();
-  // 0, or more than there are, means all of them; a negative count none.
-  size_t limit = names.size();
-  if (maxCount != 0 && static_cast<int64_t>(maxCount) <= static_cast<int64_t>(names.size())) {
-    limit = maxCount < 0 ? 0 : static_cast<size_t>(maxCount);
-  }
+  // 0 means all of them; a negative count none.
+  const size_t wanted = maxCount == 0 ? names.size() : static_cast<size_t>(std::max(maxCount, 0));
   std::vector<clsReportLogEntry> entries;
-  for (size_t i = 0; i < limit; ++i) {
+  for (size_t i = 0; i < names.size() && entries.size() < wanted; ++i) {
     clsReportLogEntry entry;
     try {
       if (entry.Load(directory_ + "/" + names[i])) entries.push_back(std::move(entry));
-    } catch (const TWError&) {
-      // A file that cannot be read is left out.
+    } catch (const TWError& e) {
+      if (skipped != nullptr) skipped->push_back(names[i] + ": " + e.Description);
     }
   }
   return entries;

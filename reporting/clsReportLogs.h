@@ -28,11 +28,12 @@ class clsReportLogs {
   void ReportLogsDirectory(const std::string& folder) { directory_ = folder; }
   // Deletes every ".log" file of the folder; errors are ignored.
   void Clear();
-  // The newest `maxCount` report logs (0: all), newest first, fully loaded. A file that cannot be
-  // read is left out; a folder that cannot be read raises TWError. The folder's names are read
-  // once and then kept up to date by watching the folder, so that a folder of years of reports
-  // is not read through at every call; the files themselves are read afresh each time.
-  std::vector<clsReportLogEntry> GetSummaries(int32_t maxCount);
+  // The newest `maxCount` report logs that read (0: all), newest first, fully loaded. A file that
+  // cannot be read is passed over, and named with its reason in `skipped` when given ("45321.9.log:
+  // Input past end of file"); a folder that cannot be read raises TWError. The folder's names are
+  // read once and then kept up to date by watching the folder, so that a folder of years of
+  // reports is not read through at every call; the files themselves are read afresh each time.
+  std::vector<clsReportLogEntry> GetSummaries(int32_t maxCount, std::vector<std::string>* skipped = nullptr);
   // Records the time in the settings (for the console), names the entry afresh (never the name of
   // a report already there) and saves it.
   void SaveNewEntry(clsReportLogEntry& entry);

@@ -1,5 +1,6 @@
 #include "scheduling/DueChecks.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <unordered_map>
 
@@ -70,6 +71,11 @@ std::vector<int32_t> clsDueChecks::JobsThatMayBeDue(const std::vector<JobTimingV
     if (MayBeDue(jobs[i], now, maintenanceMayMatch)) indexes.push_back(static_cast<int32_t>(i));
   }
   return indexes;
+}
+
+int32_t clsDueChecks::WindowSeconds(Date timeOfDay) {
+  constexpr int64_t kLastSecondOfDay = 86399;
+  return static_cast<int32_t>(std::min(kWindowSeconds - 1, kLastSecondOfDay - SecondOfDay(timeOfDay)));
 }
 
 Date clsDueChecks::RunDateFor(Date scheduledTime, Date now) {

@@ -39,6 +39,10 @@ class clsDueChecks {
   MediaValues GetSchemeMediaValues(clsJob job, Date when);
   std::string GetSchemeLabel(clsJob job, Date when);  // location code 20014
 
+  // How many seconds after a reminder or scheduled time of day its check can fire: 59, fewer for a
+  // time in the day's last minute, since the window ends with the day.
+  static int32_t WindowSeconds(Date timeOfDay);
+
   // The run date of a scheduled run starting at `now`: a job timed at or before 06:00 belongs to
   // the previous day.
   static Date RunDateFor(Date scheduledTime, Date now);

@@ -93,6 +93,16 @@ void Database::Execute(const std::string& sql, std::string_view action) {
   if (rc != SQLITE_OK) Fail(rc, action);
 }
 
+void Database::ExecuteWhenFree(const std::string& sql, int timeoutMilliseconds, std::string_view action) {
+  constexpr int kPauseMilliseconds = 10;
+  for (int waited = 0;; waited += kPauseMilliseconds) {
+    const int rc = sqlite3_exec(connection_, sql.c_str(), nullptr, nullptr, nullptr);
+    if (rc == SQLITE_OK) return;
+    if ((rc & 0xFF) != SQLITE_BUSY || waited >= timeoutMilliseconds) Fail(rc, action);
+    sqlite3_sleep(kPauseMilliseconds);
+  }
+}
+
 Query Database::Prepare(std::string_view sql) {
   auto found = statements_.find(std::string(sql));
   if (found == statements_.end()) {

@@ -53,6 +53,10 @@ class Database {
   // Runs one or more statements that return no rows; `action` names them in an error ("read",
   // "write").
   void Execute(const std::string& sql, std::string_view action = "write");
+  // Execute, tried again for up to the busy time-out while another connection holds the file:
+  // for the statements that SQLite's busy handler does not wait for, such as a change of the
+  // journal mode, which fails at once rather than risk a deadlock.
+  void ExecuteWhenFree(const std::string& sql, int timeoutMilliseconds, std::string_view action = "write");
   Query Prepare(std::string_view sql);
   int Changes() const;
   int64_t LastInsertId() const;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 #include "common/Error.h"
 #include "common/NumberText.h"
@@ -18,9 +19,12 @@ const std::vector<SettingKey>& AllSettingKeys() {
        false, true, true, 0, 525600},
 
       {"mail.email_enabled", K::Boolean, "false", "send e-mail at all"},
-      {"mail.success_recipients", K::Text, "", "recipients of reports of successful runs (separated by ;)"},
-      {"mail.failure_recipients", K::Text, "", "recipients of reports of failed or timed-out runs"},
-      {"mail.reminder_recipients", K::Text, "", "recipients of reminders, maintenance and test e-mails"},
+      {"mail.success_recipients", K::Text, "", "recipients of reports of successful runs (separated by ;)", false,
+       true, true, 0, 0, {}, TextForm::List},
+      {"mail.failure_recipients", K::Text, "", "recipients of reports of failed or timed-out runs", false, true, true,
+       0, 0, {}, TextForm::List},
+      {"mail.reminder_recipients", K::Text, "", "recipients of reminders, maintenance and test e-mails", false, true,
+       true, 0, 0, {}, TextForm::List},
       {"mail.server", K::Text, "localhost", "SMTP server host name"},
       {"mail.port", K::Integer, "25", "SMTP server port", false, true, true, 1, 65535},
       {"mail.security", K::Choice, "none", "connection security: none, starttls or tls", false, true, true, 0, 0,
@@ -54,11 +58,11 @@ const std::vector<SettingKey>& AllSettingKeys() {
        "subject of a time-out report"},
       {"templates.test_reminder_subject", K::Text, "Tarnwick test reminder", "subject of a test reminder"},
       {"templates.test_reminder_body", K::Text, "This is a test reminder sent by the Tarnwick service.",
-       "body of a test reminder"},
+       "body of a test reminder", false, true, true, 0, 0, {}, TextForm::Lines},
       {"templates.reminder_subject", K::Text, "Tarnwick media reminder for %JOBNAME%",
        "subject of a media reminder"},
       {"templates.reminder_body", K::Text, "Please load the backup media labelled %LABEL%.",
-       "body of a media reminder"},
+       "body of a media reminder", false, true, true, 0, 0, {}, TextForm::Lines},
 
       {"deployment.support_email", K::Text, "support@tarnwick.example", "support e-mail address in error reports"},
       {"deployment.troubleshooting_page", K::Text, "https://tarnwick.example/support/diagnostics",
@@ -100,7 +104,33 @@ std::optional<bool> ParseBooleanWord(std::string_view text) {
   return std::nullopt;
 }
 
+std::optional<std::string> TextProblem(std::string_view text, TextForm form, std::string_view what) {
+  size_t character = 0;
+  for (size_t i = 0; i < text.size(); ++character) {
+    const auto [c, length] = Utf8CharAt(text, i);
+    if (length == 0) {
+      char byte[5];
+      std::snprintf(byte, sizeof byte, "0x%02X", static_cast<unsigned char>(text[i]));
+      return std::string(what) + " is not UTF-8 text (byte " + byte + " at position " + std::to_string(i + 1) + ")";
+    }
+    i += length;
+    if (!IsControlCharacter(c)) continue;
+    const bool spacing = c == '\t' || c == '\r' || c == '\n';
+    if (form != TextForm::Line && spacing) continue;
+    char code[16];
+    std::snprintf(code, sizeof code, "U+%04X", static_cast<unsigned>(c));
+    const std::string found = std::string(" holds the control character ") + code + " at character " +
+                              std::to_string(character + 1);
+    if (form == TextForm::Line) return std::string(what) + " must be one line of text, but" + found;
+    return std::string(what) + found + " (only tabs and line breaks may be used)";
+  }
+  return std::nullopt;
+}
+
 std::optional<std::string> ValidateSettingText(const SettingKey& key, std::string_view text) {
+  if (auto problem = TextProblem(text, key.kind == ValueKind::Text ? key.form : TextForm::Line, key.key)) {
+    return problem;
+  }
   const std::string shown = "\"" + std::string(text) + "\"";
   switch (key.kind) {
     case ValueKind::Text:

@@ -12,6 +12,10 @@ namespace tw {
 
 enum class ValueKind { Text, Boolean, Integer, Date, Choice };
 
+// How a text may be written: on one line; over several lines (tabs and line breaks allowed, kept
+// with CR LF); or as a list of addresses, which a line break separates as ";" and "," do.
+enum class TextForm { Line, Lines, List };
+
 struct SettingKey {
   std::string_view key;           // "mail.server"
   ValueKind kind;
@@ -23,12 +27,18 @@ struct SettingKey {
   int64_t minimum = 0;            // Integer only
   int64_t maximum = 0;
   std::vector<std::string_view> choices = {};  // Choice only
+  TextForm form = TextForm::Line;              // Text only; every other kind is one line
 };
 
 const std::vector<SettingKey>& AllSettingKeys();
 const SettingKey* FindSettingKey(std::string_view key);
 // Raises TWError when the key is not in the table: a programming fault, not a user's.
 const SettingKey& SettingKeyOf(std::string_view key);
+
+// What is wrong with `text` as a value of this form, naming it `what` ("mail.sender", "--label");
+// nothing when it is fine. Every text is UTF-8; one line holds no control character, since it
+// ends up in file names, mail headers, SMTP commands and one-line file formats.
+std::optional<std::string> TextProblem(std::string_view text, TextForm form, std::string_view what);
 
 // Checks a value typed by an administrator; the message says what is wrong, or nothing.
 std::optional<std::string> ValidateSettingText(const SettingKey& key, std::string_view text);

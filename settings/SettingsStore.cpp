@@ -14,6 +14,9 @@ namespace tw {
 namespace {
 
 const char* kSource = "TWSettings";
+// How long a program waits for another one that holds the file: the console and the helper
+// programs write while the service reads.
+constexpr int kBusyTimeoutMilliseconds = 5000;
 // "TWKS": marks a file as a settings file of this product.
 constexpr int64_t kApplicationId = 0x54574B53;
 
@@ -255,9 +258,13 @@ Database* SettingsStore::Open(bool forWrite) {
 }
 
 void SettingsStore::PrepareConnection(Database& database) {
-  // The console and the helper programs write while the service reads: wait for them a while
-  // rather than fail at once.
-  database.Execute("PRAGMA busy_timeout = 5000; PRAGMA foreign_keys = ON; PRAGMA synchronous = NORMAL", "read");
+  database.Execute("PRAGMA busy_timeout = " + std::to_string(kBusyTimeoutMilliseconds) +
+                       "; PRAGMA foreign_keys = ON; PRAGMA synchronous = NORMAL",
+                   "read");
+  if (SchemaVersion(database) < kSchemaVersion) Migrate(database);
+}
+
+int64_t SettingsStore::SchemaVersion(Database& database) {
   int64_t applicationId = 0;
   int64_t version = 0;
   {
@@ -277,14 +284,18 @@ void SettingsStore::PrepareConnection(Database& database) {
                       ", newer than this program knows (" + std::to_string(kSchemaVersion) + "); update Tarnwick",
                   kSource);
   }
-  if (version < kSchemaVersion) Migrate(database, static_cast<int>(version));
+  return version;
 }
 
-void SettingsStore::Migrate(Database& database, int fromVersion) {
+void SettingsStore::Migrate(Database& database) {
   // WAL lets the console read while the service writes, and the reverse.
-  database.Execute("PRAGMA journal_mode = WAL");
+  database.ExecuteWhenFree("PRAGMA journal_mode = WAL", kBusyTimeoutMilliseconds);
+  // Another program may be creating or migrating the same file at this very moment (two twctl
+  // commands writing a new file): the version counts as read only once the write lock is held.
   Transaction transaction(database);
-  for (int version = fromVersion + 1; version <= kSchemaVersion; ++version) {
+  const int64_t fromVersion = SchemaVersion(database);
+  if (fromVersion >= kSchemaVersion) return;  // the other one did it
+  for (int64_t version = fromVersion + 1; version <= kSchemaVersion; ++version) {
     database.Execute(Migrations().at(static_cast<size_t>(version - 1)));
   }
   database.Execute("PRAGMA application_id = " + std::to_string(kApplicationId) +
@@ -399,7 +410,10 @@ void SettingsStore::WriteFromText(std::string_view key, std::string_view text) {
     throw TWError(errnum::TypeMismatch, *problem, kSource);
   }
   switch (setting.kind) {
-    case ValueKind::Text: WriteText(key, text); break;
+    case ValueKind::Text:
+      // Lines keep the CR LF line ends of the product's texts, whatever the terminal sent.
+      WriteText(key, setting.form == TextForm::Lines ? CrLfLineEnds(text) : std::string(text));
+      break;
     case ValueKind::Choice: WriteText(key, ToLower(TrimWhitespace(text))); break;
     case ValueKind::Boolean: WriteBool(key, *ParseBooleanWord(text)); break;
     case ValueKind::Integer: WriteInt(key, TextToInt32(text)); break;

@@ -106,7 +106,10 @@ class SettingsStore {
   // The open connection; nullptr when the file does not exist and `forWrite` is false.
   Database* Open(bool forWrite);
   void PrepareConnection(Database& database);
-  void Migrate(Database& database, int fromVersion);
+  // The file's schema version; raises TWError for a file of another program or a newer version.
+  int64_t SchemaVersion(Database& database);
+  // Brings the file to kSchemaVersion in one write transaction.
+  void Migrate(Database& database);
 
   std::string path_;
   std::unique_ptr<Database> database_;

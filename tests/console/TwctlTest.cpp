@@ -106,9 +106,38 @@ TEST_F(TwctlTest, BadUsageIsRejectedWithOneLineAndNothingWritten) {
        "twctl: invalid number \"-5\" for --timeout (expected whole minutes from 0 to 525600)\n"},
       {{"job", "add", "A", "--timeout", "1.5"}, 2,
        "twctl: invalid number \"1.5\" for --timeout (expected whole minutes from 0 to 525600)\n"},
-      {{"job", "add", "A", "--backup-log-id", "a/b"}, 2,
-       "twctl: invalid identifier \"a/b\" for --backup-log-id (letters, digits, '.', '_' and '-', at most 64)\n"},
+      {{"job", "add", "A", "--backup-log-id", ".."}, 2,
+       "twctl: invalid identifier \"..\" for --backup-log-id (letters, digits, '.', '_' and '-', at most 64, not \".\" "
+       "or \"..\")\n"},
       {{"job", "add", " "}, 2, "twctl: a job name must not be empty\n"},
+      {{"job", "add", ".."}, 2,
+       "twctl: invalid job name \"..\": a job name is not \".\" or \"..\" and holds no \"/\"\n"},
+      {{"job", "add", "srv/data"}, 2,
+       "twctl: invalid job name \"srv/data\": a job name is not \".\" or \"..\" and holds no \"/\"\n"},
+      {{"job", "add", "Caf\xE9"}, 2, "twctl: the job name is not UTF-8 text (byte 0xE9 at position 4)\n"},
+      {{"job", "add", "A", "--source", "/srv/\xC3\x28"}, 2,
+       "twctl: --source is not UTF-8 text (byte 0xC3 at position 6)\n"},
+      {{"job", "add", "A", "--label", "Disk\nA"}, 2,
+       "twctl: --label must be one line of text, but holds the control character U+000A at character 5\n"},
+      {{"job", "add", "A", "--description", "Front \x1B[2Jdesk"}, 2,
+       "twctl: --description holds the control character U+001B at character 7 (only tabs and line breaks may be "
+       "used)\n"},
+      {{"job", "add", "A", "--time", "23:59:59"}, 2,
+       "twctl: --time 23:59:59 cannot be reached: the service starts a scheduled run at one of its polls (every 10 "
+       "seconds) within 59 seconds after its time, on the same day, and after 23:59:59 the day has 0 seconds left; "
+       "the latest time is 23:59:49\n"},
+      {{"job", "add", "A", "--reminder-time", "23:59:50"}, 2,
+       "twctl: --reminder-time 23:59:50 cannot be reached: the service sends a media reminder at one of its polls "
+       "(every 10 seconds) within 59 seconds after its time, on the same day, and after 23:59:50 the day has 9 "
+       "seconds left; the latest time is 23:59:49\n"},
+      {{"job", "add", "A", "--maintenance", "--maintenance-subject", "Clean the drive"}, 2,
+       "twctl: --maintenance needs a schedule: give one of --maintenance-weekly, --maintenance-monthly, "
+       "--maintenance-first-weekday, --maintenance-last-weekday, --maintenance-dates or --maintenance-occurrence; "
+       "without one the service would log a warning every 10 seconds\n"},
+      {{"config", "set", "mail.sender", "tw@example.org>\r\nRCPT TO:<intruder@example.org"}, 2,
+       "twctl: mail.sender must be one line of text, but holds the control character U+000D at character 16\n"},
+      {{"config", "set", "options.custom_product_name", "Tarn\xFFwick"}, 2,
+       "twctl: options.custom_product_name is not UTF-8 text (byte 0xFF at position 5)\n"},
       {{"job", "show", "Nope"}, 1, "twctl: unknown job \"Nope\" ('twctl job list' shows the jobs)\n"},
       {{"job", "set", "Nope", "--time", "10:00"}, 1, "twctl: unknown job \"Nope\" ('twctl job list' shows the jobs)\n"},
       {{"config", "get", "mail.nothing"}, 2,
@@ -138,13 +167,13 @@ TEST_F(TwctlTest, BadUsageIsRejectedWithOneLineAndNothingWritten) {
   }
   EXPECT_FALSE(fs::exists(SettingsPath())) << "a rejected command writes nothing";
 
-  ASSERT_EQ(0, Run({"job", "add", "A", "--time", "01:00"}).status);
+  ASSERT_EQ(0, Run({"job", "add", "A", "--time", "23:59:49"}).status);
   const Result duplicate = Run({"job", "add", "a"});
   EXPECT_EQ(1, duplicate.status);
   EXPECT_EQ("twctl: a job named \"a\" already exists\n", duplicate.err);
   EXPECT_EQ(2, Run({"job", "set", "A", "--time", "01:00", "--timeout", "x"}).status);
   EXPECT_EQ(2, Run({"job", "set", "A"}).status);
-  EXPECT_EQ("01:00:00", nlohmann::json::parse(Run({"job", "show", "A", "--json"}).out)["time"]);
+  EXPECT_EQ("23:59:49", nlohmann::json::parse(Run({"job", "show", "A", "--json"}).out)["time"]);
 }
 
 TEST_F(TwctlTest, SettingsAreSetAndReadBackAndPasswordsNeverPrinted) {
@@ -179,10 +208,37 @@ TEST_F(TwctlTest, SettingsAreSetAndReadBackAndPasswordsNeverPrinted) {
   EXPECT_EQ(25, parsed["mail.port"]);
   EXPECT_EQ("(set)", parsed["mail.password"]);
 
+  // A recipient list may be pasted one address per line; a body's lone line feeds are kept as CR LF.
+  EXPECT_EQ(0, Run({"config", "set", "mail.failure_recipients", "ops@example.org\nboss@example.org"}).status);
+  EXPECT_EQ(0, Run({"config", "set", "templates.reminder_body", "Load %LABEL%\nThanks"}).status);
+  EXPECT_EQ("Load %LABEL%\r\nThanks", TWSettings(SettingsPath()).Store().ReadText("templates.reminder_body"));
+
   secret_.reset();
   const Result none = Run({"config", "set", "mail.password", "-"});
   EXPECT_EQ(1, none.status);
   EXPECT_EQ("twctl: no value was given on standard input for mail.password\n", none.err);
+}
+
+TEST_F(TwctlTest, ListingsSurviveStoredValuesThatAreNotOneLineOfText) {
+  {
+    // As an older version let them be stored.
+    TWSettings settings(SettingsPath());
+    settings.General().AddJob("Caf\xE9", "cafe").Description("Front desk\r\nand till");
+    settings.Store().WriteText("options.custom_product_name", "Tarn\xFFwick");
+  }
+  std::vector<nlohmann::json> listings;
+  for (const auto& args : std::vector<std::vector<std::string>>{
+           {"job", "list", "--json"}, {"status", "--json"}, {"config", "list", "--json"}}) {
+    const Result r = Run(args);
+    EXPECT_EQ(0, r.status) << r.err;
+    listings.push_back(nlohmann::json::parse(r.out, nullptr, false));
+  }
+  EXPECT_EQ("Caf\uFFFD", listings[0][0]["name"]);
+  EXPECT_EQ("Caf\uFFFD", listings[1][0]["job"]);
+  EXPECT_EQ("Tarn\uFFFDwick", listings[2]["options.custom_product_name"]);
+  EXPECT_EQ("NAME  TIME      SCHEME           TIMEOUT  STATE   DESCRIPTION\n"
+            "Caf\xE9  21:00:00  TWSchemes.Daily  240 min  active  Front desk and till\n",
+            Run({"job", "list"}).out);
 }
 
 TEST_F(TwctlTest, LogsShowsTheNewestEntriesWithTheirAttachments) {
@@ -253,16 +309,20 @@ TEST_F(TwctlTest, OccurrencesAreDescribedCheckedAndSearched) {
 
 TEST_F(TwctlTest, NotificationsAndSchemesAreSetReadablyAndPreviewed) {
   ASSERT_EQ(0, Run({"job", "add", "Office", "--scheme", "twschemes.gfs", "--time", "02:00"}).status);
+  EXPECT_EQ(2, Run({"job", "set", "Office", "--maintenance"}).status) << "no schedule yet";
   Result r = Run({"job", "set", "Office", "--maintenance-monthly", "last:fri@21:00", "--maintenance-subject",
                   "Clean the drive"});
   EXPECT_EQ("Changed backup job Office.\nNote: the maintenance e-mail of Office is off; --maintenance switches it on.\n",
             r.out);
   r = Run({"job", "set", "Office", "--maintenance", "--reminder-time", "16:30", "--reminder-email",
            "--reminder-broadcast", "--print-report", "--no-email-report", "--label", "Disk A", "--method",
-           "incremental", "--mode", "append", "--eject"});
+           "incremental", "--mode", "append", "--eject", "--description", "Front desk\nand till",
+           "--maintenance-body", "Clean it\r\nthen\nrestart"});
   ASSERT_EQ(0, r.status) << r.err;
   EXPECT_EQ("Changed backup job Office.\n", r.out);
   const auto json = nlohmann::json::parse(Run({"job", "show", "Office", "--json"}).out);
+  EXPECT_EQ("Front desk\r\nand till", json["description"]) << "a lone line feed in a report log broke it";
+  EXPECT_EQ("Clean it\r\nthen\r\nrestart", json["notification"]["maintenance_body"]);
   EXPECT_EQ("TWSchemes.GFS", json["scheme"]) << "stored as the registry spells it";
   EXPECT_EQ("Disk A", json["label"]);
   EXPECT_EQ("incremental", json["method"]);
@@ -313,20 +373,26 @@ TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
     entry.TimeStart = 45321.875;
     entry.TimeEnd = 45321.88;
     entry.JobName = "Nightly";
-    entry.JobDesc = "Servers";
+    entry.JobDesc = "Servers\nand desktops";  // a lone line feed, as older versions wrote it
     entry.Status = 2;
     entry.Label = "Daily-Tue";
     entry.Computer = "server1";
     entry.Report = "Tarnwick backup report\r\nErrors: 1\r\n";
     reports.SaveNewEntry(entry);
   }
+  // The newest report log does not read: the listing and "latest" pass over it and say so.
+  test::WriteFile(dir_ / "Reports/45322.5.log", "");
   Result r = Run({"reports"});
   EXPECT_EQ("STARTED           JOB      STATUS  LABEL      REPORT\n"
             "2024-01-30 21:00  Nightly  Errors  Daily-Tue  Tarnwick backup report\n",
             r.out);
+  const std::string skipped = "twctl: skipped the report log 45322.5.log: Input past end of file\n";
+  EXPECT_EQ(skipped, r.err);
   r = Run({"report", "show", "latest"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ(skipped, r.err);
   EXPECT_EQ("File:      " + (dir_ / "Reports/45321.875.log") + "\n"
-            "Job:       Nightly (Servers)\n"
+            "Job:       Nightly (Servers\nand desktops)\n"
             "Started:   2024-01-30 21:00:00\n"
             "Finished:  2024-01-30 21:07:12\n"
             "Status:    Errors (2)\n"
@@ -338,6 +404,9 @@ TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
   EXPECT_EQ(r.out, Run({"report", "show", "45321.875.log"}).out);
   EXPECT_EQ("Errors", nlohmann::json::parse(Run({"reports", "--json"}).out)[0]["status_word"]);
   EXPECT_EQ(1, Run({"report", "show", "nothing.log"}).status);
+  fs::remove(dir_ / "Reports/45321.875.log");
+  r = Run({"report", "show", "latest"});
+  EXPECT_EQ(skipped + "twctl: no report log reads in " + (dir_ / "Reports") + "\n", r.err);
 }
 
 TEST_F(TwctlTest, MailTestReportsWhatTheServerSaid) {
@@ -461,6 +530,34 @@ TEST_F(TwctlTest, StatusShowsNextRunWhatRunsAndTheLastOutcome) {
   EXPECT_EQ("2024-01-30 22:15:00", json[0]["next_run"]);
   EXPECT_EQ(4502, json[0]["running_seconds"]);
   EXPECT_EQ(0, json[1]["last_outcome"]["status"]);
+
+  // A running job is not asked for again, and is removed only when told to; a request that waits
+  // for a removed job goes with it.
+  r = Run({"request", "test-backup", "Nightly"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("twctl: Nightly is running (since 2024-01-30 19:45); a test backup can be asked for once that run has "
+            "ended\n",
+            r.err);
+  EXPECT_EQ(1, Run({"request", "run", "archive"}).status) << "its marker is not empty";
+  ASSERT_EQ(0, Run({"request", "test-reminder", "Nightly", "--email"}).status) << "a reminder test starts no run";
+  r = Run({"job", "remove", "Nightly"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ("twctl: Nightly is running (since 2024-01-30 19:45); remove it once the run has ended, or give --force to "
+            "remove it now\n",
+            r.err);
+  r = Run({"job", "remove", "nightly", "--force"});
+  EXPECT_EQ("Removed backup job Nightly.\nWithdrew a reminder test of \"Nightly\", which still waited for the "
+            "service.\nIts run under way goes on and is reported when it ends.\n",
+            r.out);
+  TWSettings settings(SettingsPath());
+  EXPECT_FALSE(settings.Store().ReadBool("console.reminder_requested"));
+  EXPECT_EQ("RESULT: Request withdrawn: the backup job Nightly was removed.",
+            settings.General().Console().AnswersAfter(0).back().second);
+  test::WriteFile(dir_ / "BackupLog-Archive.txt", "");
+  ASSERT_EQ(0, Run({"request", "run", "Archive"}).status);
+  EXPECT_EQ("Removed backup job Archive.\nWithdrew a run of \"Archive\", which still waited for the service.\n",
+            Run({"job", "remove", "Archive"}).out);
+  EXPECT_EQ("", settings.General().Console().RunJobRequest());
 }
 
 TEST_F(TwctlTest, HelpIsAvailableEverywhere) {

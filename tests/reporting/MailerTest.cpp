@@ -80,6 +80,8 @@ TEST_F(MailerTest, AMessageArrivesWithSubjectBodyAndAttachmentIntact) {
   EXPECT_NE(std::string::npos, server.Envelope(1).find("from tarnwick@server1.example.org\nto failures@example.org\n"));
 
   // Reminders and maintenance mails go to the reminder list; success reports to the success list.
+  // A list pasted one address per line reads as separate addresses.
+  settings_.General().MailSettings().ReminderRecipients("ops@example.org\r\nsecond@example.org\n");
   SendAndWait("Reminder", "Load tape 3", mailtype::kMaintenance);
   EXPECT_NE(std::string::npos, server.Envelope(2).find("to ops@example.org second@example.org\n"));
   SendAndWait("Done", "Fine", mailtype::kSuccessReport);
@@ -136,6 +138,16 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
     EXPECT_NE(std::string::npos, rejected->find("< 550 5.1.1 <failures@example.org>: Recipient address rejected"));
     EXPECT_EQ(0, rejecting.Count());
   }
+
+  // A sender stored with a line break, before the console refused one, never reaches the server.
+  test::SmtpServer listening;
+  UseServer(listening.Port());
+  settings_.Store().WriteText("mail.sender", "a@example.org>\r\nRCPT TO:<intruder@example.org");
+  const auto injected = SendAndWait("Injected", "body", mailtype::kFailureReport);
+  ASSERT_TRUE(injected);
+  EXPECT_NE(std::string::npos, injected->find("Result: an address holds a line break or another control character"));
+  EXPECT_EQ(0, listening.Count());
+  settings_.Store().WriteText("mail.sender", "tarnwick@server1.example.org");
 
   settings_.General().MailSettings().SuccessReportRecipients("");
   const auto nobody = SendAndWait("To nobody", "body", mailtype::kSuccessReport);

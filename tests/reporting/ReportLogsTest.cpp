@@ -69,6 +69,16 @@ TEST_F(ReportLogsTest, TheFileFormatByteForByte) {
   EXPECT_EQ("Normal", back.StatusString());
   back.Status = 3;
   EXPECT_EQ("Warnings", back.StatusString());
+
+  // Older versions wrote a lone line feed or carriage return of a description or label as it was.
+  WriteUnicodeFile(dir_ / "old.log",
+                   "45321.875\r\n45321.9\r\nJob\r\nFront\ndesk\r\n2\r\nDisk\rA\r\nserver1\r\n0\r\nText\n");
+  ASSERT_TRUE(back.Load(dir_ / "old.log"));
+  EXPECT_EQ("Front\ndesk", back.JobDesc);
+  EXPECT_EQ(2, back.Status);
+  EXPECT_EQ("Disk\rA", back.Label);
+  EXPECT_EQ("server1", back.Computer);
+  EXPECT_EQ("Text\n", back.Report);
 }
 
 TEST_F(ReportLogsTest, NamesAndFailures) {

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <latch>
+#include <thread>
 
 #include "common/Error.h"
+#include "common/Strings.h"
 #include "settings/Database.h"
 #include "settings/SettingsStore.h"
 #include "settings/TWSettings.h"
@@ -106,6 +109,31 @@ TEST(SettingKeysTest, TypedNumbersBeyondTheRangeOfEveryIntegerAreRefused) {
   EXPECT_FALSE(ValidateSettingText(SettingKeyOf("mail.port"), " 2.5e1 "));
 }
 
+TEST(SettingKeysTest, TextIsUtf8AndOneLineWhereOneLineIsMeant) {
+  struct Case {
+    std::string text;
+    TextForm form;
+    std::optional<std::string> problem;
+  };
+  const std::string notUtf8 = "x is not UTF-8 text (byte ";
+  const std::string oneLine = "x must be one line of text, but holds the control character ";
+  const std::vector<Case> cases = {
+      {"Caf\xC3\xA9 \xE2\x9C\x93 \xF0\x9F\x98\x80", TextForm::Line, std::nullopt},
+      {"\xC0\xAF", TextForm::Line, notUtf8 + "0xC0 at position 1)"},            // an overlong "/"
+      {"a\xED\xA0\x80", TextForm::Line, notUtf8 + "0xED at position 2)"},       // a surrogate
+      {"\xF4\x90\x80\x80", TextForm::Line, notUtf8 + "0xF4 at position 1)"},    // past U+10FFFF
+      {"ab\xE2\x9C", TextForm::Lines, notUtf8 + "0xE2 at position 3)"},          // cut short
+      {"\xC3\xA9\tb", TextForm::Line, oneLine + "U+0009 at character 2"},
+      {"a\xC2\x85", TextForm::Line, oneLine + "U+0085 at character 2"},
+      {"a\tb\r\nc\nd\re", TextForm::Lines, std::nullopt},
+      {"a\r\nb;c", TextForm::List, std::nullopt},
+      {"a\x7F", TextForm::List,
+       "x holds the control character U+007F at character 2 (only tabs and line breaks may be used)"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.problem, TextProblem(c.text, c.form, "x")) << c.text;
+  EXPECT_EQ("a\r\nb\r\nc\r\n\r\n", CrLfLineEnds("a\nb\rc\r\n\n"));
+}
+
 TEST_F(SettingsStoreTest, AFileThatIsNotOursIsRefusedWithItsReason) {
   test::WriteFile(Path(), std::string(4096, 'x'));
   TWSettings garbage(Path());
@@ -136,6 +164,32 @@ TEST_F(SettingsStoreTest, AFileThatIsNotOursIsRefusedWithItsReason) {
   TWSettings nowhere(dir_ / "missing/settings.db");
   EXPECT_EQ("Cannot create settings file " + (dir_ / "missing/settings.db") + ": No such file or directory",
             ErrorOf([&] { nowhere.General().Options().DetailedLogging(true); }).Description);
+}
+
+TEST_F(SettingsStoreTest, FirstWritersAtTheSameMomentAllSucceed) {
+  // Several programs (twctl commands, say) write to a settings file that does not exist yet, each
+  // through a connection of its own; every one of them creates or finds the schema.
+  constexpr int kWriters = 4;
+  for (int round = 0; round < 10; ++round) {
+    const std::string path = dir_ / ("first" + std::to_string(round) + ".db");
+    std::latch start(kWriters);
+    std::vector<std::string> errors(kWriters);
+    std::vector<std::thread> writers;
+    for (int i = 0; i < kWriters; ++i) {
+      writers.emplace_back([&, i] {
+        TWSettings settings(path);
+        start.arrive_and_wait();
+        try {
+          settings.General().AddJob("Job " + std::to_string(i), "job" + std::to_string(i));
+        } catch (const TWError& e) {
+          errors[i] = e.Description;
+        }
+      });
+    }
+    for (auto& writer : writers) writer.join();
+    EXPECT_EQ(std::vector<std::string>(kWriters), errors) << "round " << round;
+    EXPECT_EQ(kWriters, TWSettings(path).General().JobCount());
+  }
 }
 
 TEST_F(SettingsStoreTest, AnEmptyFileIsMigratedToTheCurrentSchema) {
