@@ -38,6 +38,7 @@ bool HungProcessRecovery::KillPreviousBackup(const std::string& processArgument)
 }
 
 std::string HungProcessRecovery::CaptureScreenshot() {
+  lastScreenshot_.clear();
   try {
     const std::string picture =
         host_.logging.Logs().MakeAttachmentDirectory() + "/" + FormatStamp(host_.clock.Now()) + ".png";
@@ -48,7 +49,8 @@ std::string HungProcessRecovery::CaptureScreenshot() {
     shell.Input(launch.input);
     shell.AdvShell(host_.applicationFolder + "/DesktopRights", launch.arguments, "", 0, false, true);
     std::error_code error;
-    return std::filesystem::exists(picture, error) ? picture : std::string();
+    if (std::filesystem::exists(picture, error)) lastScreenshot_ = picture;
+    return lastScreenshot_;
   } catch (...) {
     host_.logging.ReportInternalError("20017", CurrentError("TWService"));
     return {};

@@ -20,9 +20,12 @@ class HungProcessRecovery {
   // through TWCam started by the rights launcher under the backup account. The picture's path, or
   // empty when none was made. Errors are reported under 20017.
   std::string CaptureScreenshot();
+  // The last picture CaptureScreenshot made, empty when it made none.
+  const std::string& LastScreenshot() const { return lastScreenshot_; }
 
  private:
   ExecutionHost& host_;
+  std::string lastScreenshot_;
 };
 
 }  // namespace tw

@@ -32,7 +32,8 @@ frmBackup::~frmBackup() { host_.loop.Remove(tmrPoll_); }
 
 bool frmBackup::PollTimerEnabled() const { return host_.loop.TimerEnabled(tmrPoll_); }
 
-void frmBackup::DoBackup(const RunningJob& record, const clsJob& job) {
+bool frmBackup::DoBackup(const RunningJob& record, const clsJob& job) {
+  bool launched = false;
   try {
     record_ = record;
     job_ = job;
@@ -57,6 +58,7 @@ void frmBackup::DoBackup(const RunningJob& record, const clsJob& job) {
     mobjAdvShell_.Input(launch.input);
     const int32_t result = mobjAdvShell_.AdvShell(host_.applicationFolder + "/DesktopRights",
                                                   launch.arguments + option, "", 0, true, true);
+    launched = true;
     host_.logging.Logs().AddLogSimple(3, "DesktopRights", mobjAdvShell_.ComLine(), 1,
                                       std::to_string(result) + "\r\n\r\n" + mobjAdvShell_.ConsoleOutput());
     if (result != 0) {
@@ -75,6 +77,8 @@ void frmBackup::DoBackup(const RunningJob& record, const clsJob& job) {
   } catch (...) {
     host_.logging.ReportInternalError("20100", CurrentError("TWService"));
   }
+  if (!launched && !completed_) DeleteBackupLog();
+  return launched || completed_;
 }
 
 void frmBackup::Adopt(const RunningJob& record, const clsJob& job) {
@@ -137,7 +141,8 @@ void frmBackup::tmrPoll_Timer() {
     // The status may still hold the last run's result until the executor has set it to -2, which
     // it does before the rights launcher returns: wait for the rights launcher first.
     if (mobjAdvShell_.Busy() || completed_ || !job_) return;
-    if (job_->RunStatus() == -2) return;
+    const int16_t status = RunStatusNow();
+    if (status == -2) return;
     host_.loop.TimerEnabled(tmrPoll_, false);
     std::string report;
     if (!StopFlag) {
@@ -151,10 +156,20 @@ void frmBackup::tmrPoll_Timer() {
         }
       }
     }
-    Complete(job_->RunStatus(), report);
+    Complete(status, report);
   } catch (...) {
     host_.logging.ReportInternalError("20103", CurrentError("TWService"));
   }
+}
+
+int16_t frmBackup::RunStatusNow() {
+  if (job_->Exists()) return job_->RunStatus();
+  // The executor of a removed job cannot set a status, but its report still ends with the result.
+  std::string text;
+  if (!ReadUnicodeFile(backupLogPath_, text)) return -2;
+  if (text.find("Result: Backup completed normally.") != std::string::npos) return 1;
+  if (text.find("Result: Backup encountered errors.") != std::string::npos) return 2;
+  return -2;
 }
 
 void frmBackup::ShareRunFiles(clsIdentity identity) {

@@ -26,8 +26,9 @@ class frmBackup {
   frmBackup(const frmBackup&) = delete;
   frmBackup& operator=(const frmBackup&) = delete;
 
-  // Starts the run of `job` described by `record` and returns at once.
-  void DoBackup(const RunningJob& record, const clsJob& job);
+  // Starts the run of `job` described by `record` and returns at once. False when it failed before
+  // the rights launcher was started: no run is under way, and BackupComplete is never raised.
+  bool DoBackup(const RunningJob& record, const clsJob& job);
   // Watches a run that is already under way (its marker in place, begun before the service last
   // stopped) until it ends, as for a run this form started.
   void Adopt(const RunningJob& record, const clsJob& job);
@@ -50,6 +51,8 @@ class frmBackup {
  private:
   void mobjAdvShell_ReturnProg(int32_t exitCode);
   void DeleteBackupLog();
+  // The run status the executor set; for a job removed while it ran, read from its report.
+  int16_t RunStatusNow();
   // Gives the backup account what the executor must reach when it runs as that account.
   void ShareRunFiles(clsIdentity identity);
   // Ends the run with `status` and `report`: end time, status, report, BackupComplete.

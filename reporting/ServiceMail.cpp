@@ -132,13 +132,13 @@ void ServiceMail::ResendMail() {
   }
 }
 
-std::string ServiceMail::ReportSubject(clsJob job, int16_t status) {
+std::string ServiceMail::ReportSubject(const std::string& jobName, int16_t status) {
   try {
     auto templates = host_.settings.General().Templates();
     const std::string text = status == 1   ? templates.SubjectCompletedNormally()
                              : status == 2 ? templates.SubjectEncounteredErrors()
                                            : templates.SubjectOtherOutcome();
-    return ReplaceAll(host_.logging.BrandText(text), "%JOBNAME%", job.Name());
+    return ReplaceAll(host_.logging.BrandText(text), "%JOBNAME%", jobName);
   } catch (...) {
     host_.logging.ReportInternalError("20021", CurrentError("TWService"));
     return {};
@@ -174,7 +174,9 @@ void ServiceMail::MediaReminder(clsJob job) {
       body = ReminderBody(job);
       Broadcast(host_, general.Options().BroadcastRecipients(), subject, body);
     }
-    if (notification.MediaReminderByEmail() && general.MailSettings().EmailEnabled()) {
+    // With no reminder recipients the reminder mail is not asked for: not sent, and not a failure.
+    if (notification.MediaReminderByEmail() && general.MailSettings().EmailEnabled() &&
+        !RecipientsFor(host_.settings, mailtype::kReminder).empty()) {
       NewMailer();
       reminderEmail = true;
       retryPending = false;
@@ -196,6 +198,8 @@ void ServiceMail::MaintenanceEmail(clsJob job) {
     auto notification = job.JobNotification();
     // The job's own switch decides alone: the global e-mail switch is not asked here.
     if (!notification.MaintenanceEmailEnabled()) return;
+    // Maintenance mail goes to the reminder recipients; with none it is not asked for.
+    if (RecipientsFor(host_.settings, mailtype::kMaintenance).empty()) return;
     NewMailer();
     reminderEmail = true;
     retryPending = false;

@@ -47,7 +47,7 @@ class ServiceMail {
   void ResendMail();  // location code 20019
 
   // The report subject for an outcome (1 normal, 2 errors, else timed out). Location code 20021.
-  std::string ReportSubject(clsJob job, int16_t status);
+  std::string ReportSubject(const std::string& jobName, int16_t status);
   std::string ReminderSubject(clsJob job);  // location code 20022
   // The reminder body with the media label for the present moment. Location code 20015.
   std::string ReminderBody(clsJob job);

@@ -31,6 +31,10 @@ bool FiredWithinAMinute(Date lastFired, Date candidate) {
   return std::llabs(SecondsBetween(lastFired, candidate)) <= kWindowSeconds;
 }
 
+// "Now" is rounded once, and the date and the time of day are both taken from that: at 23:59:59.6
+// the date rounded alone would still be today while the time of day has become 00:00:00.
+Date WholeSecond(Date now) { return MakeDate(SplitDate(now)); }
+
 Date TodayAt(Date now, Date timeOfDay) {
   const DateParts t = SplitDate(timeOfDay);
   return DateOnly(now) + TimeSerial(t.hour, t.minute, t.second);
@@ -64,7 +68,7 @@ bool MayBeDue(const JobTimingValues& job, Date now, std::unordered_map<std::stri
 }  // namespace
 
 std::vector<int32_t> clsDueChecks::JobsThatMayBeDue(const std::vector<JobTimingValues>& jobs) const {
-  const Date now = clock_.Now();
+  const Date now = WholeSecond(clock_.Now());
   std::unordered_map<std::string, bool> maintenanceMayMatch;
   std::vector<int32_t> indexes;
   for (size_t i = 0; i < jobs.size(); ++i) {
@@ -94,7 +98,7 @@ bool clsDueChecks::IsMaintenanceDue(clsJob job) {
                                    0, "");
       return false;
     }
-    const Date now = clock_.Now();
+    const Date now = WholeSecond(clock_.Now());
     if (!occurrence->MatchDayAndTime(now)) return false;
     const DateParts parts = SplitDate(now);
     const Date minute = DateOnly(now) + TimeSerial(parts.hour, parts.minute, 0);
@@ -115,7 +119,7 @@ bool clsDueChecks::IsReminderDue(clsJob job) {
     auto notification = job.JobNotification();
     if (!notification.MediaReminderByBroadcast() && !notification.MediaReminderByEmail()) return false;
     const Date reminderTime = notification.ReminderTime();
-    const Date now = clock_.Now();
+    const Date now = WholeSecond(clock_.Now());
     if (!InWindowAfter(reminderTime, now)) return false;
     const Date candidate = TodayAt(now, reminderTime);
     if (FiredWithinAMinute(notification.ReminderLastFired(), candidate)) return false;
@@ -133,7 +137,7 @@ bool clsDueChecks::IsScheduledTimeDue(clsJob job) {
   try {
     if (job.Suspended()) return false;
     const Date scheduledTime = job.ScheduledTime();
-    const Date now = clock_.Now();
+    const Date now = WholeSecond(clock_.Now());
     if (!InWindowAfter(scheduledTime, now)) return false;
     const Date candidate = TodayAt(now, scheduledTime);
     if (FiredWithinAMinute(job.ScheduleLastFired(), candidate)) return false;

@@ -22,6 +22,10 @@ struct clsCurrentBackupJob {
   int16_t Status = 0;         // 1 completed normally, 2 encountered errors, any other value timed out
   Date DateAssigned = 0;      // when the job was launched
   std::optional<clsJob> BackupJob;
+  // The job's name and description as the run began: a job removed while it runs is still
+  // reported under the name it ran with.
+  std::string JobName;
+  std::string JobDescription;
 };
 
 }  // namespace tw

@@ -29,6 +29,13 @@ RunningJob clsCurrentJobManager::AddJob(const clsJob& job) {
   return record;
 }
 
+RunningJob clsCurrentJobManager::RunOf(int64_t jobId) const {
+  for (const auto& record : jobs_) {
+    if (record->BackupJob && record->BackupJob->Id() == jobId) return record;
+  }
+  return nullptr;
+}
+
 void clsCurrentJobManager::RemoveJob(const RunningJob& record) {
   jobs_.erase(std::remove(jobs_.begin(), jobs_.end(), record), jobs_.end());
 }

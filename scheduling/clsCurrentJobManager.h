@@ -27,6 +27,8 @@ class clsCurrentJobManager {
   // The first late record in the order of addition, or null.
   RunningJob FirstTimedOutJob() const;
   const std::vector<RunningJob>& Jobs() const { return jobs_; }
+  // The record of a run of the job `jobId` under way, or null.
+  RunningJob RunOf(int64_t jobId) const;
 
  private:
   const Clock& clock_;

@@ -5,6 +5,7 @@
 // which is what makes the service do its work.
 #include <array>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -76,11 +77,24 @@ class frmService {
   void AdoptRunsInProgress();
 
   const std::shared_ptr<frmBackup>& Slot(size_t index) const { return objBackup_.at(index); }
-  bool TestRun() const { return testRun_; }
+  bool TestRun() const { return testRun_ != nullptr; }
+  bool ScreenshotTaken() const { return screenshotTaken_; }
 
  private:
   enum class LaunchKind { Test, Scheduled, RunNow };
   void Launch(clsJob job, LaunchKind kind);
+  // Takes the pending console request, if any, and serves it; a request that cannot be served is
+  // answered and logged once. True when there was a request: the job walk waits for the next tick.
+  bool ServeConsoleRequest();
+  // The job the console request names; when there is none, the request is answered and logged.
+  std::optional<clsJob> RequestedJob(clsGeneral& general);
+  // Appends a line to the console's answers; a failure is reported, never raised.
+  void Answer(const std::string& line);
+  // A job already running is not launched again: a scheduled run is skipped with a warning entry,
+  // a request answered.
+  void RefuseSecondRun(clsJob job, LaunchKind kind, const RunningJob& running);
+  // Undoes a launch that did not start the rights launcher.
+  void AbandonLaunch(const std::shared_ptr<frmBackup>& slot, const RunningJob& record, bool test);
   // The lowest empty slot, filled with a new launcher; null when all ten are busy.
   std::shared_ptr<frmBackup> TakeFreeSlot();
   void objBackup_BackupComplete(size_t slot, const RunningJob& record);
@@ -109,7 +123,7 @@ class frmService {
   // The ten job slots objBackup0 .. objBackup9; empty until a job is launched into one.
   std::array<std::shared_ptr<frmBackup>, 10> objBackup_;
   platform::EventLoop::SourceId tmrPoll_;
-  bool testRun_ = false;          // set by the test launch, cleared by the run's completion
+  RunningJob testRun_;            // the test run under way: set by its launch, cleared by its completion
   bool screenshotTaken_ = false;  // set by the last screenshot
   std::string screenshotPath_;
 };

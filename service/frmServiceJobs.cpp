@@ -9,6 +9,7 @@
 #include "execution/RightsLaunch.h"
 #include "logging/modAppLog.h"
 #include "platform/Process.h"
+#include "reporting/Mailer.h"
 #include "settings/PrintRequest.h"
 #include "settings/StatusText.h"
 #include "service/frmService.h"
@@ -37,24 +38,8 @@ Outcome OutcomeOf(int16_t status) {
 
 void frmService::tmrPoll_Timer() {
   try {
-    auto general = host_.settings.General();
-    auto console = general.Console();
-    if (console.TestBackupRequested()) {
-      TestLaunch(general.JobByName(console.RequestJobName()));
-    } else if (const std::string day = console.RunJobRequest(); !day.empty()) {
-      clsJob job = general.JobByName(console.RequestJobName());
-      const auto number = ParseNumber(day);
-      if (!number) throw TWError(errnum::TypeMismatch, "Type mismatch: run request \"" + day + "\"", "TWService");
-      const Date time = TimeOfDay(job.ScheduledTime());
-      Date when = DateOnly(*number) + time;
-      // A job timed between midnight and 06:00 belongs to the night after the requested day.
-      if (time <= 0.25) when += 1;
-      job.NextRunTime(when);
-      console.RunJobRequest("");
-      RunNowLaunch(job);
-    } else if (console.ReminderRequested()) {
-      host_.mail.ReminderTest(general.JobByName(console.RequestJobName()));
-    } else {
+    if (!ServeConsoleRequest()) {
+      auto general = host_.settings.General();
       // One read of every job's timing tells which few can be due this tick; only those are asked
       // the checks, which read each value afresh. At most moments none is.
       for (const int32_t i : host_.checks.JobsThatMayBeDue(general.JobTimings())) {
@@ -90,6 +75,60 @@ void frmService::tmrPoll_Timer() {
   }
 }
 
+bool frmService::ServeConsoleRequest() {
+  bool taken = false;
+  try {
+    auto general = host_.settings.General();
+    auto console = general.Console();
+    // Each request is taken from the store before anything can fail: one that cannot be served is
+    // answered once, and never stands in the way of the ticks after it.
+    if (console.TestBackupRequested()) {
+      taken = true;
+      if (auto job = RequestedJob(general)) TestLaunch(*job);
+    } else if (const std::string day = console.RunJobRequest(); !day.empty()) {
+      taken = true;
+      console.RunJobRequest("");
+      const auto number = ParseNumber(day);
+      if (!number) throw TWError(errnum::TypeMismatch, "Type mismatch: run request \"" + day + "\"", "TWService");
+      if (auto job = RequestedJob(general)) {
+        const Date time = TimeOfDay(job->ScheduledTime());
+        Date when = DateOnly(*number) + time;
+        // A job timed between midnight and 06:00 belongs to the night after the requested day.
+        if (time <= 0.25) when += 1;
+        job->NextRunTime(when);
+        RunNowLaunch(*job);
+      }
+    } else if (console.ReminderRequested()) {
+      taken = true;
+      if (auto job = RequestedJob(general)) host_.mail.ReminderTest(*job);
+    }
+  } catch (...) {
+    const TWError error = CurrentError("TWService");
+    host_.logging.ReportInternalError("20000", error);
+    if (taken) Answer("RESULT: Request not served: " + error.Description);
+  }
+  return taken;
+}
+
+std::optional<clsJob> frmService::RequestedJob(clsGeneral& general) {
+  const std::string name = general.Console().RequestJobName();
+  if (auto job = general.FindJob(name)) return job;
+  host_.logs.AddLogSimple(1, "Console request not served",
+                          "The console asked for the backup job \"" + name +
+                              "\", which does not exist (it may have been removed since). The request was withdrawn.",
+                          0, "");
+  Answer("RESULT: Request not served: there is no backup job " + name + ".");
+  return std::nullopt;
+}
+
+void frmService::Answer(const std::string& line) {
+  try {
+    host_.settings.General().Console().AppendTestLine(line);
+  } catch (...) {
+    host_.logging.ReportInternalError("20000", CurrentError("TWService"));
+  }
+}
+
 void frmService::TestLaunch(clsJob job) { Launch(job, LaunchKind::Test); }
 void frmService::ScheduledLaunch(clsJob job) { Launch(job, LaunchKind::Scheduled); }
 void frmService::RunNowLaunch(clsJob job) { Launch(job, LaunchKind::RunNow); }
@@ -107,17 +146,23 @@ std::shared_ptr<frmBackup> frmService::TakeFreeSlot() {
 
 void frmService::Launch(clsJob job, LaunchKind kind) {
   const char* code = kind == LaunchKind::Scheduled ? "20007" : kind == LaunchKind::RunNow ? "20007b" : "20008";
+  std::shared_ptr<frmBackup> slot;
+  RunningJob record;
   try {
-    std::shared_ptr<frmBackup> slot = TakeFreeSlot();
-    const RunningJob record = jobManager_->AddJob(job);
+    // Two runs of one job would share its marker and its run status, and both be misreported.
+    if (const RunningJob running = jobManager_->RunOf(job.Id())) {
+      RefuseSecondRun(job, kind, running);
+      return;
+    }
+    slot = TakeFreeSlot();
+    record = jobManager_->AddJob(job);
+    record->JobName = job.Name();
+    record->JobDescription = job.Description();
     const Date now = host_.clock.Now();
     Date runDate = now;
     if (kind == LaunchKind::Scheduled) runDate = clsDueChecks::RunDateFor(job.ScheduledTime(), now);
     if (kind == LaunchKind::RunNow) runDate = clsDueChecks::RunDateFor(job.ScheduledTime(), job.NextRunTime());
-    if (kind == LaunchKind::Test) {
-      testRun_ = true;
-      host_.settings.General().Console().AppendTestLine("Performing test backup...");
-    }
+    if (kind == LaunchKind::Test) Answer("Performing test backup...");
     host_.logs.AddLogSimple(0, "Number of backup jobs currently running: " + std::to_string(jobManager_->JobsRunning()),
                             "", 0, "");
     // A lingering executor is killed only when this is the only job: with others running it is theirs.
@@ -140,10 +185,44 @@ void frmService::Launch(clsJob job, LaunchKind kind) {
     // With every slot busy there is no launcher to use: the launch stops here, and the record
     // stays in the registry until the time-out check finds it late.
     if (!slot) throw TWError(91, "Object variable or With block variable not set", "TWService");
-    slot->DoBackup(record, job);
-    if (kind == LaunchKind::Test) host_.settings.General().Console().AppendTestLine("Backup launched...");
+    // Only a test run that has its slot waits for an answer: one that never started must not take
+    // the result of another run.
+    if (kind == LaunchKind::Test) testRun_ = record;
+    if (!slot->DoBackup(record, job)) {
+      AbandonLaunch(slot, record, kind == LaunchKind::Test);
+      return;
+    }
+    if (kind == LaunchKind::Test) Answer("Backup launched...");
   } catch (...) {
     host_.logging.ReportInternalError(code, CurrentError("TWService"));
+    AbandonLaunch(slot, record, kind == LaunchKind::Test);
+  }
+}
+
+void frmService::AbandonLaunch(const std::shared_ptr<frmBackup>& slot, const RunningJob& record, bool test) {
+  if (testRun_ && testRun_ == record) testRun_.reset();
+  if (test) Answer("RESULT: The test backup could not be started. The application log says why.");
+  // With every slot busy the record waits for its time-out, as it always has. Any other launch
+  // that never started the rights launcher takes nothing: not its slot, and not a place in the
+  // registry, where its time-out would later report a run that never was.
+  if (!slot) return;
+  if (record) jobManager_->RemoveJob(record);
+  for (size_t i = 0; i < objBackup_.size(); ++i) {
+    if (objBackup_[i] == slot) ReleaseSlot(i);
+  }
+}
+
+void frmService::RefuseSecondRun(clsJob job, LaunchKind kind, const RunningJob& running) {
+  const std::string name = job.Name();
+  if (kind == LaunchKind::Scheduled) {
+    host_.logs.AddLogSimple(1, "Backup job already running",
+                            "The backup job " + name + " is due, but its run that began at " +
+                                IsoText(running->BackupStartTime) +
+                                " is still under way. This run is skipped; the job runs again at its next time.",
+                            0, "");
+  } else {
+    Answer("RESULT: The backup job " + name + " is already running (since " + IsoText(running->BackupStartTime) +
+           "). The request was not carried out.");
   }
 }
 
@@ -177,12 +256,23 @@ std::string frmService::CaptureScreenshot() {
 }
 
 bool frmService::KillPreviousBackup(const std::string& processArgument) {
-  return host_.recovery.KillPreviousBackup(processArgument);
+  const bool killed = host_.recovery.KillPreviousBackup(processArgument);
+  // The picture of the hung executor is this service's latest screenshot, as one taken at a
+  // time-out is.
+  if (killed && !host_.recovery.LastScreenshot().empty()) {
+    screenshotPath_ = host_.recovery.LastScreenshot();
+    screenshotTaken_ = true;
+  }
+  return killed;
 }
 
 void frmService::CompletionHandling(const RunningJob& record) {
   try {
     clsJob job = *record->BackupJob;
+    // A job removed while it ran is reported as well as it can be: under the name it ran with,
+    // mailed when mail is on at all, and not printed.
+    const bool jobExists = job.Exists();
+    const std::string jobName = jobExists ? job.Name() : record->JobName;
     auto general = host_.settings.General();
     const Outcome outcome = OutcomeOf(record->Status);
     const bool normal = record->Status == 1;
@@ -192,13 +282,13 @@ void frmService::CompletionHandling(const RunningJob& record) {
     if (record->Status == 0) CaptureScreenshot();
 
     // 2. The answer to a test run.
-    if (testRun_) {
+    if (testRun_ && testRun_ == record) {
       general.Console().AppendTestLine(std::string("RESULT: ") + outcome.sentence);
-      testRun_ = false;
+      testRun_.reset();
     }
 
     // 3. The report e-mail.
-    const std::string subject = host_.mail.ReportSubject(job, record->Status);
+    const std::string subject = host_.mail.ReportSubject(jobName, record->Status);
     std::string body = record->BackupReport;
     std::string attachment;
     if (timedOut && screenshotTaken_) {
@@ -206,15 +296,20 @@ void frmService::CompletionHandling(const RunningJob& record) {
               " A screenshot has been taken to show the status of the desktop, and may help in diagnosing the "
               "problem.";
       attachment = screenshotPath_;
+      // The picture goes out with this run's report only; a later run takes its own.
+      screenshotTaken_ = false;
+      screenshotPath_.clear();
     }
     auto mail = general.MailSettings();
-    if (job.JobNotification().SendReportEmail() && mail.EmailEnabled() &&
-        (!mail.SuccessReportRecipients().empty() || !mail.FailureReportRecipients().empty())) {
+    // A kind of report mail whose list is empty is not asked for: not sent, and not a failure.
+    const int32_t kind = normal ? mailtype::kSuccessReport : mailtype::kFailureReport;
+    if ((!jobExists || job.JobNotification().SendReportEmail()) && mail.EmailEnabled() &&
+        !RecipientsFor(host_.settings, kind).empty()) {
       host_.mail.SendReportMail(subject, body, normal, attachment);
     }
 
     // 4. The print-out, through the rights launcher and the print-out program.
-    if (job.JobNotification().PrintReport() && !general.Options().PrintSetting().empty()) {
+    if (jobExists && job.JobNotification().PrintReport() && !general.Options().PrintSetting().empty()) {
       const std::string spool = host_.applicationFolder + "/Spool";
       SharePrintRequestWithBackupAccount(general.Identity(), spool,
                                          clsPrintRequest(spool, host_.clock).Print(subject, body));
@@ -231,8 +326,8 @@ void frmService::CompletionHandling(const RunningJob& record) {
     clsReportLogEntry entry;
     entry.Computer = host_.logging.ComputerName();
     entry.Label = record->TapeLabel;
-    entry.JobName = job.Name();
-    entry.JobDesc = job.Description();
+    entry.JobName = jobName;
+    entry.JobDesc = jobExists ? job.Description() : record->JobDescription;
     entry.Report = record->BackupReport;
     entry.TimeStart = record->BackupStartTime;
     entry.TimeEnd = record->BackupEndTime;
@@ -241,14 +336,15 @@ void frmService::CompletionHandling(const RunningJob& record) {
 
     // 6. Small Business Server monitoring.
     if (general.Options().SbsReportingEnabled()) {
-      const std::string summary = "Job name: " + job.Name() + kCrLf + "Destination: " +
-                                  job.Destination().DestinationText() + kCrLf +
+      const std::string summary = "Job name: " + jobName + kCrLf + "Destination: " +
+                                  (jobExists ? job.Destination().DestinationText() : std::string("(job removed)")) +
+                                  kCrLf +
                                   "Start time: " + DefaultDateText(record->BackupStartTime) + kCrLf +
                                   "End time: " + DefaultDateText(record->BackupEndTime) + kCrLf +
                                   "Status: " + clsStatusText().StatusText(record->Status) + kCrLf;
       // Branded before the job's name is put in, which keeps whatever name it has.
       const std::string text =
-          host_.logging.BrandText("Tarnwick job ") + job.Name() +
+          host_.logging.BrandText("Tarnwick job ") + jobName +
           (normal ? " completed normally."
                   : host_.logging.BrandText(" failed. Please examine the report logs in Tarnwick for more details."));
       host_.appLog.WriteSbsEventLog(normal, text + kCrLf + kCrLf + summary, true);

@@ -467,6 +467,14 @@ std::vector<int64_t> SettingsStore::JobIds() {
   return ids;
 }
 
+bool SettingsStore::JobExists(int64_t id) {
+  Database* database = Open(false);
+  if (database == nullptr) return false;
+  auto q = database->Prepare("SELECT 1 FROM jobs WHERE id = ?1");
+  q.BindInt(1, id);
+  return q.Step();
+}
+
 bool SettingsStore::BackupLogIdTaken(std::string_view backupLogId, int64_t exceptJob) {
   Database* database = Open(false);
   if (database == nullptr) return false;

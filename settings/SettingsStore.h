@@ -78,6 +78,7 @@ class SettingsStore {
   std::optional<int64_t> FindJobId(std::string_view name);  // names compare without regard to case
   std::optional<int64_t> FindJobIdByBackupLogId(std::string_view backupLogId);
   std::vector<int64_t> JobIds();
+  bool JobExists(int64_t id);
   bool BackupLogIdTaken(std::string_view backupLogId, int64_t exceptJob);
   int64_t InsertJob(std::string_view name, std::string_view backupLogId);
   void DeleteJob(int64_t id);

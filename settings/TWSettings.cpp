@@ -161,6 +161,7 @@ clsDestination clsJob::Destination() { return clsDestination(store_, id_); }
 clsJobNotification clsJob::JobNotification() { return clsJobNotification(store_, id_); }
 std::string clsJob::BackupLogId() { return store_->JobText(id_, JobField::BackupLogId); }
 void clsJob::BackupLogId(const std::string& value) { store_->SetJobText(id_, JobField::BackupLogId, value); }
+bool clsJob::Exists() { return store_->JobExists(id_); }
 std::string clsJob::Name() { return store_->JobText(id_, JobField::Name); }
 void clsJob::Name(const std::string& value) { store_->SetJobText(id_, JobField::Name, value); }
 std::string clsJob::Description() { return store_->JobText(id_, JobField::Description); }

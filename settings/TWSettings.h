@@ -235,6 +235,8 @@ class clsJob {
   void RunStartTime(Date value);
 
   int64_t Id() const { return id_; }
+  // False once the job has been removed, by this program or another.
+  bool Exists();
 
  private:
   StorePtr store_;

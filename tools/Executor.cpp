@@ -405,7 +405,14 @@ int RunExecutor(const std::vector<std::string>& args, const ExecutorEnvironment&
     const BackupOutcome outcome = PerformBackup(plan, start);
     const std::string report = ComposeReport(plan, outcome, start, environment.clock.Now());
     if (!claim->marker->Replace(Utf16FileBytes(report))) err << "TWExecutor: the report could not be written\n";
-    job->RunStatus(outcome.ok() ? 1 : 2);
+    try {
+      job->RunStatus(outcome.ok() ? 1 : 2);
+    } catch (...) {
+      // A job removed while it ran has no status to set; the service reads the result from the
+      // report, which stays as written.
+      if (job->Exists()) throw;
+      err << "TWExecutor: the backup job was removed while it ran\n";
+    }
     return outcome.ok() ? 0 : 1;
   } catch (...) {
     const std::string problem = CurrentError("TWExecutor").Description;

@@ -108,7 +108,18 @@ TEST_F(ServiceMailTest, AFailedMailIsSentAgainEveryFifteenMinutesElevenTimes) {
   EXPECT_FALSE(mail_.retryPending);
 }
 
-TEST_F(ServiceMailTest, EmptyRecipientListsStopTheRetries) {
+TEST_F(ServiceMailTest, EmptyRecipientListsStopTheRetriesAndAReminderWithoutRecipientsIsNotSent) {
+  // Reminder and maintenance mail without reminder recipients are not asked for: no attempt, no
+  // failure entry, nothing to send again.
+  settings_.General().MailSettings().ReminderRecipients(" ");
+  job_.JobNotification().MaintenanceEmailEnabled(true);
+  mail_.MediaReminder(job_);
+  mail_.MaintenanceEmail(job_);
+  EXPECT_EQ(0u, mailer_.InFlight());
+  Settle();
+  EXPECT_EQ(std::vector<std::string>{}, Titles(5));
+  EXPECT_FALSE(mail_.retryPending);
+
   mail_.SendReportMail("Nightly failed", "report", false, "");
   auto mail = settings_.General().MailSettings();
   mail.SuccessReportRecipients("");
@@ -140,9 +151,9 @@ TEST_F(ServiceMailTest, TemplatesAreBrandedThenFilledInTheirExactCase) {
   // A job or a label that holds the product's name keeps it.
   clsJob job = settings_.General().AddJob("Tarnwick East", "east");
   job.TapeLabel("Tarnwick 7");
-  EXPECT_EQ("Tarnwick East / Tarnwick East / %jobname% failed", mail_.ReportSubject(job, 2));
-  EXPECT_EQ("Acme backup Tarnwick East completed normally", mail_.ReportSubject(job, 1));
-  EXPECT_EQ("Acme backup Tarnwick East did not complete in time", mail_.ReportSubject(job, 0));
+  EXPECT_EQ("Tarnwick East / Tarnwick East / %jobname% failed", mail_.ReportSubject(job.Name(), 2));
+  EXPECT_EQ("Acme backup Tarnwick East completed normally", mail_.ReportSubject(job.Name(), 1));
+  EXPECT_EQ("Acme backup Tarnwick East did not complete in time", mail_.ReportSubject(job.Name(), 0));
   EXPECT_EQ("Acme: load for Tarnwick East", mail_.ReminderSubject(job));
   EXPECT_EQ("Label Tarnwick 7, again Tarnwick 7", mail_.ReminderBody(job));
 }

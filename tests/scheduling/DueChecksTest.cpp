@@ -160,6 +160,27 @@ TEST_F(DueChecksTest, MaintenanceFiresOnTheFirstTickOfItsMinute) {
             Stamps(Fires(check, monday_ + 1 + TimeSerial(20, 59, 0), monday_ + 1 + TimeSerial(21, 5, 0), 10)));
 }
 
+TEST_F(DueChecksTest, EveryCheckFiresOnceAcrossMidnight) {
+  // Ticks at the last half second of Monday and on into Tuesday: each check takes the date and the
+  // time of day from one rounding of the clock.
+  auto notification = job_.JobNotification();
+  notification.MaintenanceEmailEnabled(true);
+  notification.MaintenanceOccurrence(WeeklyOccurrence("tue@00:00"));
+  notification.MediaReminderByEmail(true);
+  notification.ReminderTime(0);
+  job_.ScheduledTime(0);
+  const Date from = monday_ + TimeSerial(23, 59, 39) + 0.6 / kSecondsPerDay;
+  const Date to = monday_ + 1 + TimeSerial(0, 2, 0);
+  EXPECT_EQ((std::vector<std::string>{"2026-11-24 00:00:00"}),
+            Stamps(Fires([&] { return checks_.IsMaintenanceDue(job_); }, from, to, 10)));
+  EXPECT_DOUBLE_EQ(monday_ + 1, notification.MaintenanceLastFired());
+  EXPECT_EQ((std::vector<std::string>{"2026-11-24 00:00:10"}),
+            Stamps(Fires([&] { return checks_.IsReminderDue(job_); }, from, to, 10)));
+  EXPECT_EQ((std::vector<std::string>{"2026-11-24 00:00:10"}),
+            Stamps(Fires([&] { return checks_.IsScheduledTimeDue(job_); }, from, to, 10)));
+  EXPECT_DOUBLE_EQ(monday_ + 1, job_.ScheduleLastFired());
+}
+
 TEST_F(DueChecksTest, ABrokenMaintenanceScheduleIsLoggedOnEveryTick) {
   auto notification = job_.JobNotification();
   notification.MaintenanceEmailEnabled(true);

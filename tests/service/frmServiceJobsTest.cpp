@@ -10,6 +10,7 @@
 #include "service/frmService.h"
 #include "tests/service/ServiceFakes.h"
 #include "common/NumberText.h"
+#include "common/Utf16.h"
 #include "tests/support/TestSupport.h"
 
 namespace tw {
@@ -153,20 +154,132 @@ TEST_F(FrmServiceJobsTest, ConsoleRequestsComeBeforeTheJobWalk) {
   service_.tmrPoll_Timer();
   EXPECT_NEAR(day + TimeSerial(6, 1, 0), late.NextRunTime(), 1e-9);
 
-  // A test backup answers the console and marks the run as a test.
+  // A job under way is not launched a second time: it would share its marker and its status.
   console.RequestJobName("late");
   console.TestBackupRequested(true);
   service_.tmrPoll_Timer();
+  EXPECT_FALSE(service_.TestRun());
+  EXPECT_EQ(2, service_.JobManager().JobsRunning());
+  // A test backup answers the console and marks the run as a test.
+  Job("Spare", TimeSerial(3, 0, 0));
+  console.RequestJobName("Spare");
+  console.TestBackupRequested(true);
+  service_.tmrPoll_Timer();
   EXPECT_TRUE(service_.TestRun());
-  std::vector<std::string> answers;
-  for (const auto& [number, line] : console.AnswersAfter(0)) answers.push_back(line);
-  EXPECT_EQ((std::vector<std::string>{"Performing test backup...", "Backup launched..."}), answers);
   EXPECT_EQ(3, service_.JobManager().JobsRunning());
 
-  // With no request left, the walk launches the job that is due.
+  // A request for a job that is gone is answered and withdrawn, once; the time-out check of the
+  // same tick still runs, and the next tick walks the jobs.
+  console.RequestJobName("Gone");
+  console.RunJobRequest(NumberToText(day));
+  service_.JobManager().Jobs().front()->BackupTimeout = -6;
   service_.tmrPoll_Timer();
-  EXPECT_EQ(4, service_.JobManager().JobsRunning());
+  EXPECT_EQ("", console.RunJobRequest());
+  EXPECT_EQ(2, service_.JobManager().JobsRunning()) << "the late run was reported in the same tick";
+  std::vector<std::string> answers;
+  for (const auto& [number, line] : console.AnswersAfter(0)) answers.push_back(line);
+  EXPECT_EQ((std::vector<std::string>{
+                "RESULT: The backup job Late is already running (since 2026-11-23 21:00:30). The request was not "
+                "carried out.",
+                "Performing test backup...", "Backup launched...",
+                "RESULT: Request not served: there is no backup job Gone."}),
+            answers);
+  service_.tmrPoll_Timer();
+  EXPECT_EQ(3, service_.JobManager().JobsRunning());
   EXPECT_EQ("Due", service_.JobManager().Jobs().back()->BackupJob->Name());
+  const auto entries = Entries(30);
+  EXPECT_EQ(1u, CountStartingWith(entries, "Console request not served | "));
+  EXPECT_EQ(0u, CountStartingWith(entries, "Internal error"));
+}
+
+TEST_F(FrmServiceJobsTest, ALaunchThatCannotStartTakesNothing) {
+  HangingLauncher();
+  // Ten launches fail after taking a slot: a time-out that does not read, or a job removed between
+  // its due check and its launch.
+  clsJob unreadable = Job("Unreadable", TimeSerial(21, 0, 0));
+  host_.settings.Store().SetJobText(unreadable.Id(), JobField::BackupTimeout, "long");
+  for (int i = 0; i < 5; ++i) service_.ScheduledLaunch(unreadable);
+  for (int i = 0; i < 5; ++i) {
+    clsJob removed = Job("Removed" + std::to_string(i), TimeSerial(21, 0, 0));
+    host_.settings.General().RemoveJob(removed);
+    service_.ScheduledLaunch(removed);
+  }
+  // A test backup that cannot start is answered, and waits for no other run's result.
+  host_.settings.General().Console().RequestJobName("Unreadable");
+  host_.settings.General().Console().TestBackupRequested(true);
+  service_.tmrPoll_Timer();
+  EXPECT_FALSE(service_.TestRun());
+  EXPECT_EQ("RESULT: The test backup could not be started. The application log says why.",
+            host_.settings.General().Console().AnswersAfter(0).back().second);
+  EXPECT_EQ(0, Occupied());
+  EXPECT_EQ(0, service_.JobManager().JobsRunning()) << "no run is left to time out later";
+  EXPECT_EQ(10u, CountStartingWith(Entries(60), "Internal error #20007 - "));
+
+  clsJob good = Job("Good", TimeSerial(21, 0, 0));
+  service_.tmrPoll_Timer();
+  EXPECT_EQ(1, Occupied());
+  ASSERT_EQ(1, service_.JobManager().JobsRunning());
+  EXPECT_EQ("Good", service_.JobManager().Jobs().front()->JobName);
+
+  // The same job due again while its run goes on is skipped with a warning.
+  service_.ScheduledLaunch(good);
+  EXPECT_EQ(1, service_.JobManager().JobsRunning());
+  EXPECT_EQ(0u, Entries(1)[0].rfind("Backup job already running | The backup job Good is due, but its run that began at "
+                                    "2026-11-23 21:00:30 is still under way.", 0))
+      << Entries(1)[0];
+}
+
+TEST_F(FrmServiceJobsTest, AJobRemovedWhileItRunsIsReportedOnceUnderItsName) {
+  HangingLauncher();
+  clsJob job = Job("Old", TimeSerial(21, 0, 0));
+  job.Description("old job");
+  service_.tmrPoll_Timer();
+  ASSERT_EQ(1, Occupied());
+  ASSERT_TRUE(test::WaitUntil([&] {
+    loop_.Sleep(10);
+    return !service_.Slot(0)->Shell().Busy();
+  }));
+  const std::string marker = dir_ / ("BackupLog-" + job.BackupLogId() + ".txt");
+  TWSettings console(dir_ / "settings.db");
+  console.General().RemoveJob(console.General().JobByName("Old"));
+
+  // Until the executor has written its report the run goes on, quietly.
+  for (int i = 0; i < 3; ++i) service_.Slot(0)->tmrPoll_Timer();
+  EXPECT_EQ(1, Occupied());
+  EXPECT_EQ(0u, CountStartingWith(Entries(20), "Internal error"));
+  ASSERT_TRUE(WriteUnicodeFile(marker, "Tarnwick backup report\r\nResult: Backup encountered errors.\r\n"));
+  service_.Slot(0)->tmrPoll_Timer();
+  EXPECT_EQ(0, service_.JobManager().JobsRunning());
+  EXPECT_TRUE(test::WaitUntil([&] {
+    loop_.Sleep(10);
+    return Occupied() == 0;
+  })) << "the slot is free";
+  auto reports = host_.reports.GetSummaries(5);
+  ASSERT_EQ(1u, reports.size());
+  EXPECT_EQ("Old", reports[0].JobName);
+  EXPECT_EQ("old job", reports[0].JobDesc);
+  EXPECT_EQ(2, reports[0].Status);
+
+  // A removed job's run that never ends is reported once by its time-out, and the slot is freed.
+  clsJob other = Job("Other", TimeSerial(21, 1, 0));
+  other.BackupTimeout(0);
+  clock_.AdvanceSeconds(60);
+  service_.tmrPoll_Timer();
+  ASSERT_EQ(1, service_.JobManager().JobsRunning());
+  console.General().RemoveJob(console.General().JobByName("Other"));
+  clock_.AdvanceSeconds(6 * 60);
+  for (int i = 0; i < 3; ++i) {
+    service_.tmrPoll_Timer();
+    clock_.AdvanceSeconds(10);
+  }
+  EXPECT_EQ(0, service_.JobManager().JobsRunning());
+  reports = host_.reports.GetSummaries(5);
+  ASSERT_EQ(2u, reports.size());
+  EXPECT_EQ("Other", reports[0].JobName);
+  EXPECT_EQ(1, reports[0].Status);
+  const auto entries = Entries(40);
+  EXPECT_EQ(1u, CountStartingWith(entries, "Backup process timed out | "));
+  EXPECT_EQ(0u, CountStartingWith(entries, "Internal error"));
 }
 
 TEST_F(FrmServiceJobsTest, AFinishedRunIsReportedByItsOutcome) {
@@ -251,6 +364,17 @@ TEST_F(FrmServiceJobsTest, ARunPastItsTimeOutIsReportedAsTimedOut) {
   EXPECT_EQ(1, reports[0].Status);
   EXPECT_EQ(message, reports[0].Report);
   EXPECT_EQ((std::vector<std::string>{"SmallBusinessServer 5634", "Tarnwick 1002"}), Events());
+
+  // The picture of an executor killed at a launch counts as a screenshot; it goes out with one
+  // report only.
+  Script("twprocess", "exit 1");
+  Script("DesktopRights", "[ -n \"$TARNWICK_SCREENSHOT\" ] && echo png > \"$TARNWICK_SCREENSHOT\"; exit 255");
+  ASSERT_TRUE(service_.KillPreviousBackup("TWExecutor"));
+  EXPECT_TRUE(service_.ScreenshotTaken());
+  RunningJob odd = service_.JobManager().AddJob(job);
+  odd->Status = 3;
+  service_.CompletionHandling(odd);
+  EXPECT_FALSE(service_.ScreenshotTaken());
 }
 
 }  // namespace
