@@ -20,6 +20,12 @@ int CreatePrivateFolder(const std::string& path) {
   return errno;
 }
 
+std::optional<FileIdentity> IdentityOf(const std::string& path) {
+  struct stat info {};
+  if (::stat(path.c_str(), &info) != 0) return std::nullopt;
+  return FileIdentity{static_cast<uint64_t>(info.st_dev), static_cast<uint64_t>(info.st_ino)};
+}
+
 int GiveToAccount(const std::string& path, unsigned uid, unsigned gid) {
   struct stat info {};
   if (::lstat(path.c_str(), &info) != 0) return errno == ENOENT ? 0 : errno;

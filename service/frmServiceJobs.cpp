@@ -38,6 +38,7 @@ Outcome OutcomeOf(int16_t status) {
 
 void frmService::tmrPoll_Timer() {
   try {
+    host_.settings.Store().ForgetIfReplaced();
     if (!ServeConsoleRequest()) {
       auto general = host_.settings.General();
       // One read of every job's timing tells which few can be due this tick; only those are asked

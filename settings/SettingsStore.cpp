@@ -254,7 +254,13 @@ Database* SettingsStore::Open(bool forWrite) {
   auto database = std::make_unique<Database>(path_);
   PrepareConnection(*database);
   database_ = std::move(database);
+  openedIdentity_ = platform::IdentityOf(path_);
   return database_.get();
+}
+
+void SettingsStore::ForgetIfReplaced() {
+  if (!database_ || transactionDepth_ > 0) return;
+  if (platform::IdentityOf(path_) != openedIdentity_) database_.reset();
 }
 
 void SettingsStore::PrepareConnection(Database& database) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "common/Date.h"
+#include "platform/Files.h"
 #include "settings/SettingKeys.h"
 
 namespace tw {
@@ -53,6 +54,10 @@ class SettingsStore {
 
   const std::string& Path() const { return path_; }
   bool Exists() const;
+  // Closes the connection when the file has been replaced or removed since it was opened (a
+  // restore, a file made afresh by the console): the next use opens what the path names now.
+  // A connection kept to the old file would go on reading what nobody sees any more.
+  void ForgetIfReplaced();
 
   // Keyed settings (SettingKeys.h); a key with no stored value reads as its default. A stored
   // value that does not fit the key's kind raises TWError naming the key and the value.
@@ -114,6 +119,7 @@ class SettingsStore {
 
   std::string path_;
   std::unique_ptr<Database> database_;
+  std::optional<platform::FileIdentity> openedIdentity_;  // of the file database_ has open
   int transactionDepth_ = 0;
 };
 

@@ -165,7 +165,7 @@ TEST_F(FaultTest, ACorruptOrDeletedSettingsFileIsReportedAndAFreshOneIsUsed) {
   fs::remove(dir_ / "settings.db-shm");
   const size_t before = CountStartingWith(Titles(100), "Internal error #20000 - ");
   ASSERT_TRUE(test::WaitUntil([&] { return CountStartingWith(Titles(100), "Internal error #20000 - ") > before; },
-                              30000));
+                              30000)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
   EXPECT_EQ(std::nullopt, service_->Wait(0)) << "the service keeps running";
 
   // Deleted while the service runs, and made afresh as the console makes it: the new file is read.
