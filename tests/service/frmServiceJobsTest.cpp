@@ -314,6 +314,21 @@ TEST_F(FrmServiceJobsTest, AFinishedRunIsReportedByItsOutcome) {
     EXPECT_EQ(c.events, Events()) << "status " << c.status;
     clock_.AdvanceSeconds(1);  // report logs are named by their time
   }
+  // With only failure recipients, a successful run is not mailed at all, and a failed one is.
+  auto mail = host_.settings.General().MailSettings();
+  mail.EmailEnabled(true);
+  mail.FailureReportRecipients("ops@example.org");
+  host_.settings.Store().WriteInt("mail.port", 1);
+  job.JobNotification().SendReportEmail(true);
+  for (const int16_t status : {1, 2}) {
+    RunningJob record = service_.JobManager().AddJob(job);
+    record->Status = status;
+    service_.CompletionHandling(record);
+    EXPECT_EQ(status == 2, host_.mail.reportEmail) << "status " << status;
+    clock_.AdvanceSeconds(1);
+  }
+  Events();
+
   // The print-out goes through the rights launcher, the account's values escaped, the password
   // on its standard input.
   ASSERT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "launched"); }));
@@ -332,6 +347,36 @@ TEST_F(FrmServiceJobsTest, AFinishedRunIsReportedByItsOutcome) {
   EXPECT_FALSE(service_.TestRun());
   const auto answers = host_.settings.General().Console().AnswersAfter(0);
   EXPECT_EQ("RESULT: Backup process encountered errors", answers.back().second);
+}
+
+TEST_F(FrmServiceJobsTest, ThePrintOutStartsFromAFolderWithABlankAndOneThatCannotStartIsReported) {
+  const std::string folder = dir_ / "Tarnwick app";
+  fs::create_directory(folder);
+  ServiceHost host{folder, folder + "/settings.db", clock_, loop_, loop_};
+  frmService service{host, control_, dialog_, err_};
+  host.settings.General().Options().PrintSetting("office");
+  clsJob job = host.settings.General().AddJob("Nightly", "Nightly");
+  job.JobNotification().PrintReport(true);
+  auto complete = [&] {
+    RunningJob record = service.JobManager().AddJob(job);
+    record->Status = 1;
+    service.CompletionHandling(record);
+    std::vector<clsLogEntry> entries(1);
+    host.logs.GetLastLogs(1, entries);
+    return entries[0].Title + " | " + entries[0].Message;
+  };
+
+  // No rights launcher: the print step fails, and says so.
+  const std::string failed = complete();
+  EXPECT_EQ(0u, failed.rfind("Internal error #20012 - ", 0)) << failed;
+  EXPECT_NE(std::string::npos, failed.find("The print-out could not be started: " + folder + "/DesktopRights"));
+
+  test::WriteFile(folder + "/DesktopRights", "#!/bin/sh\necho \"$@\" > '" + (dir_ / "printed") + "'\n");
+  ::chmod((folder + "/DesktopRights").c_str(), 0755);
+  clock_.AdvanceSeconds(1);
+  complete();
+  EXPECT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "printed"); }));
+  EXPECT_NE(std::string::npos, test::ReadFile(dir_ / "printed").find(folder + "/TWPrintOut"));
 }
 
 TEST_F(FrmServiceJobsTest, ARunPastItsTimeOutIsReportedAsTimedOut) {
