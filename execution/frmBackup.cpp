@@ -7,6 +7,8 @@
 #include "common/Strings.h"
 #include "common/Utf16.h"
 #include "execution/RightsLaunch.h"
+#include "logging/modLogging.h"
+#include "scheduling/RunMarker.h"
 #include "logging/clsAuthMessages.h"
 
 namespace tw {
@@ -38,10 +40,14 @@ bool frmBackup::DoBackup(const RunningJob& record, const clsJob& job) {
     record_ = record;
     job_ = job;
     completed_ = false;
-    backupLogPath_ = host_.applicationFolder + "/BackupLog-" + job_->BackupLogId() + ".txt";
+    const std::string backupLogId = job_->BackupLogId();
+    backupLogPath_ = runmarker::PathFor(host_.applicationFolder, backupLogId);
+    record_->MarkerPath = backupLogPath_;
 
-    // The marker: an empty Unicode text file that the executor claims and fills with its report.
-    if (!WriteUnicodeFile(backupLogPath_, "")) {
+    // The marker names this run: only the executor started for it claims it, and fills it with its
+    // report.
+    const std::string run = runmarker::NewRunId(host_.clock.Now());
+    if (!WriteUnicodeFile(backupLogPath_, runmarker::UnclaimedText(run))) {
       host_.logging.ReportWarning("20101", "Unable to create backup log file", errnum::PathFileAccess,
                                   "Path/File access error: " + backupLogPath_, "TWService");
     }
@@ -56,8 +62,9 @@ bool frmBackup::DoBackup(const RunningJob& record, const clsJob& job) {
     ShareRunFiles(general.Identity());
     const RightsLaunch launch = RightsLaunchOf(general.Identity(), host_.applicationFolder + "/TWExecutor");
     mobjAdvShell_.Input(launch.input);
+    const std::string runArguments = " --backup-log-id \"" + EscapeArgument(backupLogId) + "\" --run " + run;
     const int32_t result = mobjAdvShell_.AdvShell(host_.applicationFolder + "/DesktopRights",
-                                                  launch.arguments + option, "", 0, true, true);
+                                                  launch.arguments + runArguments + option, "", 0, true, true);
     launched = true;
     host_.logging.Logs().AddLogSimple(3, "DesktopRights", mobjAdvShell_.ComLine(), 1,
                                       std::to_string(result) + "\r\n\r\n" + mobjAdvShell_.ConsoleOutput());
@@ -86,7 +93,8 @@ void frmBackup::Adopt(const RunningJob& record, const clsJob& job) {
     record_ = record;
     job_ = job;
     completed_ = false;
-    backupLogPath_ = host_.applicationFolder + "/BackupLog-" + job_->BackupLogId() + ".txt";
+    backupLogPath_ = runmarker::PathFor(host_.applicationFolder, job_->BackupLogId());
+    record_->MarkerPath = backupLogPath_;
     host_.loop.TimerEnabled(tmrPoll_, true);
   } catch (...) {
     host_.logging.ReportInternalError("20100", CurrentError("TWService"));
@@ -144,17 +152,12 @@ void frmBackup::tmrPoll_Timer() {
     const int16_t status = RunStatusNow();
     if (status == -2) return;
     host_.loop.TimerEnabled(tmrPoll_, false);
+    // The marker stays until the run's report log is written (completion handling removes it): a
+    // service stopped in between finds the run at its next start and reports it then.
     std::string report;
     if (!StopFlag) {
-      std::error_code error;
-      if (std::filesystem::exists(backupLogPath_, error)) {
-        std::string text;
-        if (ReadUnicodeFile(backupLogPath_, text) && !text.empty()) report = text;
-        if (!std::filesystem::remove(backupLogPath_, error) || error) {
-          host_.logging.ReportWarning("20102", "Unable to remove backup log file", errnum::PathFileAccess,
-                                      error.message(), "TWService");
-        }
-      }
+      std::string text;
+      if (ReadUnicodeFile(backupLogPath_, text) && !text.empty()) report = text;
     }
     Complete(status, report);
   } catch (...) {

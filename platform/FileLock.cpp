@@ -36,6 +36,13 @@ int64_t LockedFile::Size() const {
   return ::fstat(fd_, &info) == 0 ? static_cast<int64_t>(info.st_size) : -1;
 }
 
+std::string LockedFile::Read(size_t limit) const {
+  std::string text(limit, '\0');
+  const ssize_t got = ::pread(fd_, text.data(), limit, 0);
+  text.resize(got > 0 ? static_cast<size_t>(got) : 0);
+  return text;
+}
+
 bool LockedFile::Replace(const std::string& bytes) {
   if (::ftruncate(fd_, 0) != 0 || ::lseek(fd_, 0, SEEK_SET) != 0) return false;
   size_t done = 0;

@@ -20,6 +20,8 @@ class LockedFile {
   LockedFile& operator=(const LockedFile&) = delete;
 
   int64_t Size() const;
+  // The content, up to `limit` bytes.
+  std::string Read(size_t limit) const;
   // Replaces the whole content; false when it could not be written.
   bool Replace(const std::string& bytes);
 

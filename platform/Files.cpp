@@ -20,6 +20,24 @@ int CreatePrivateFolder(const std::string& path) {
   return errno;
 }
 
+int WriteFileAtomically(const std::string& path, const std::string& bytes) {
+  const std::string part = path + ".part";
+  ::unlink(part.c_str());  // left by a write that was cut short
+  const int fd = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+  if (fd < 0) return errno;
+  int error = 0;
+  for (size_t done = 0; done < bytes.size() && error == 0;) {
+    const ssize_t written = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (written < 0 && errno != EINTR) error = errno;
+    if (written > 0) done += static_cast<size_t>(written);
+  }
+  if (error == 0 && ::fsync(fd) != 0) error = errno;
+  if (::close(fd) != 0 && error == 0) error = errno;
+  if (error == 0 && ::rename(part.c_str(), path.c_str()) != 0) error = errno;
+  if (error != 0) ::unlink(part.c_str());
+  return error;
+}
+
 std::optional<FileIdentity> IdentityOf(const std::string& path) {
   struct stat info {};
   if (::stat(path.c_str(), &info) != 0) return std::nullopt;

@@ -1,11 +1,13 @@
 #include "reporting/clsReportLogEntry.h"
 
 #include <algorithm>
+#include <system_error>
 
 #include "common/Error.h"
 #include "common/NumberText.h"
 #include "common/Strings.h"
 #include "common/Utf16.h"
+#include "platform/Files.h"
 
 namespace tw {
 namespace {
@@ -118,8 +120,11 @@ bool clsReportLogEntry::Save() const {
                      Escape(Computer) + kCrLf + std::to_string(extraFields_.size()) + kCrLf;
   for (const auto& [key, value] : extraFields_) text += Escape(key) + kCrLf + Escape(value) + kCrLf;
   text += Report;
-  if (!WriteUnicodeFile(filename_, text)) {
-    throw TWError(errnum::PathFileAccess, "Path/File access error: " + filename_, "TWService");
+  // A report cut short by a full disk must never stand as the run's report: the file appears
+  // whole or not at all.
+  if (const int error = platform::WriteFileAtomically(filename_, Utf16FileBytes(text))) {
+    throw TWError(errnum::PathFileAccess,
+                  "Path/File access error: " + filename_ + ": " + std::generic_category().message(error), "TWService");
   }
   return true;
 }

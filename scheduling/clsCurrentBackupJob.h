@@ -26,6 +26,11 @@ struct clsCurrentBackupJob {
   // reported under the name it ran with.
   std::string JobName;
   std::string JobDescription;
+  // The run's marker, removed once its report log is written; empty for a run that has none.
+  std::string MarkerPath;
+  // Completion was handled but the report log could not be written yet: the run stays registered
+  // and is not timed out while the report is written again at later ticks.
+  bool ReportPending = false;
 };
 
 }  // namespace tw

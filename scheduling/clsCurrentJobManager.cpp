@@ -47,6 +47,7 @@ bool clsCurrentJobManager::JobTimedOut() const { return FirstTimedOutJob() != nu
 RunningJob clsCurrentJobManager::FirstTimedOutJob() const {
   const Date now = clock_.Now();
   for (const auto& record : jobs_) {
+    if (record->ReportPending) continue;  // it ended; only its report is still to be written
     if (MinutesBetween(record->BackupStartTime, now) > AllowedMinutes(record->BackupTimeout)) return record;
   }
   return nullptr;

@@ -24,7 +24,8 @@ class clsCurrentJobManager {
   // its BackupTimeout plus the grace period. The sum is 32-bit and raises Overflow (6) when it
   // does not fit.
   bool JobTimedOut() const;
-  // The first late record in the order of addition, or null.
+  // The first late record in the order of addition, or null. A record whose report is pending has
+  // ended and is never late.
   RunningJob FirstTimedOutJob() const;
   const std::vector<RunningJob>& Jobs() const { return jobs_; }
   // The record of a run of the job `jobId` under way, or null.

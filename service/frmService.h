@@ -8,9 +8,11 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "execution/frmBackup.h"
 #include "platform/ServiceControl.h"
+#include "reporting/clsReportLogEntry.h"
 #include "scheduling/clsCurrentJobManager.h"
 #include "service/InstallDialog.h"
 #include "service/ServiceHost.h"
@@ -93,6 +95,9 @@ class frmService {
   // A job already running is not launched again: a scheduled run is skipped with a warning entry,
   // a request answered.
   void RefuseSecondRun(clsJob job, LaunchKind kind, const RunningJob& running);
+  // Writes the report logs of ended runs that could not be written yet; each one written frees its
+  // run's marker and registry record.
+  void SavePendingReports();
   // Undoes a launch that did not start the rights launcher.
   void AbandonLaunch(const std::shared_ptr<frmBackup>& slot, const RunningJob& record, bool test);
   // The lowest empty slot, filled with a new launcher; null when all ten are busy.
@@ -123,6 +128,12 @@ class frmService {
   // The ten job slots objBackup0 .. objBackup9; empty until a job is launched into one.
   std::array<std::shared_ptr<frmBackup>, 10> objBackup_;
   platform::EventLoop::SourceId tmrPoll_;
+  struct PendingReport {
+    RunningJob record;
+    clsReportLogEntry entry;
+    bool failureLogged = false;
+  };
+  std::vector<PendingReport> pendingReports_;
   RunningJob testRun_;            // the test run under way: set by its launch, cleared by its completion
   bool screenshotTaken_ = false;  // set by the last screenshot
   std::string screenshotPath_;

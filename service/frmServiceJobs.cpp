@@ -10,6 +10,7 @@
 #include "logging/modAppLog.h"
 #include "platform/Process.h"
 #include "reporting/Mailer.h"
+#include "scheduling/RunMarker.h"
 #include "settings/PrintRequest.h"
 #include "settings/StatusText.h"
 #include "service/frmService.h"
@@ -39,6 +40,7 @@ Outcome OutcomeOf(int16_t status) {
 void frmService::tmrPoll_Timer() {
   try {
     host_.settings.Store().ForgetIfReplaced();
+    SavePendingReports();
     if (!ServeConsoleRequest()) {
       auto general = host_.settings.General();
       // One read of every job's timing tells which few can be due this tick; only those are asked
@@ -323,7 +325,8 @@ void frmService::CompletionHandling(const RunningJob& record) {
       }
     }
 
-    // 5. The report log.
+    // 5. The report log. One that cannot be written now is written again at the next ticks; the run
+    // stays registered until it is, and its marker stays for a restarted service to find.
     clsReportLogEntry entry;
     entry.Computer = host_.logging.ComputerName();
     entry.Label = record->TapeLabel;
@@ -333,7 +336,9 @@ void frmService::CompletionHandling(const RunningJob& record) {
     entry.TimeStart = record->BackupStartTime;
     entry.TimeEnd = record->BackupEndTime;
     entry.Status = outcome.reportStatus;
-    host_.reports.SaveNewEntry(entry);
+    record->ReportPending = true;
+    pendingReports_.push_back({record, entry});
+    SavePendingReports();
 
     // 6. Small Business Server monitoring.
     if (general.Options().SbsReportingEnabled()) {
@@ -356,14 +361,34 @@ void frmService::CompletionHandling(const RunningJob& record) {
       host_.appLog.WriteEventLog(std::string(kCrLf) + kCrLf + record->BackupReport, outcome.eventType, outcome.eventId);
     }
   } catch (...) {
-    // The run stays in the registry; its time-out deals with it.
+    // The run stays in the registry; its time-out deals with it, unless its report is on its way.
     host_.logging.ReportInternalError("20012", CurrentError("TWService"));
-    return;
   }
-  // 8. The registry.
-  try {
+}
+
+void frmService::SavePendingReports() {
+  for (auto it = pendingReports_.begin(); it != pendingReports_.end();) {
+    try {
+      host_.reports.SaveNewEntry(it->entry);
+    } catch (...) {
+      // Said once per run, not at every tick while the disk stays full.
+      if (!it->failureLogged) host_.logging.ReportInternalError("20012", CurrentError("TWService"));
+      it->failureLogged = true;
+      ++it;
+      continue;
+    }
+    // 8. The marker and the registry: the run is reported.
+    const RunningJob record = it->record;
+    it = pendingReports_.erase(it);
+    if (!record->MarkerPath.empty()) {
+      std::error_code error;
+      std::filesystem::remove(record->MarkerPath, error);
+      if (error) {
+        host_.logging.ReportWarning("20102", "Unable to remove backup log file", errnum::PathFileAccess,
+                                    error.message(), "TWService");
+      }
+    }
     jobManager_->RemoveJob(record);
-  } catch (...) {
   }
 }
 
@@ -376,15 +401,28 @@ void frmService::AdoptRunsInProgress() {
       const std::string name = it->path().filename().string();
       if (name.size() <= 14 || name.rfind("BackupLog-", 0) != 0 || name.substr(name.size() - 4) != ".txt") continue;
       auto job = general.FindJobByBackupLogId(name.substr(10, name.size() - 14));
-      if (!job) continue;
-      // An executor marks its job -2 when it claims the marker and fills the marker when it ends.
-      // A marker that is neither claimed nor filled (no more than its byte-order mark) belongs to
-      // a run that never began; the next run of that job replaces it.
-      std::error_code sizeError;
-      if (std::filesystem::file_size(it->path(), sizeError) <= 2 && job->RunStatus() != -2) continue;
+      std::string text;
+      ReadUnicodeFile(it->path().string(), text);
+      // A marker that still names its run was never claimed: the service stopped before the run's
+      // executor began. Left in place it would show the job as running for good.
+      // An empty one was left by an older version before its executor began.
+      if (!job || runmarker::UnclaimedRun(text) || (text.empty() && job->RunStatus() != -2)) {
+        std::error_code ignored;
+        std::filesystem::remove(it->path(), ignored);
+        host_.logs.AddLogSimple(1, "Backup run never began",
+                                job ? "The run of backup job " + job->Name() + " launched at " +
+                                          IsoText(job->RunStartTime()) +
+                                          " never began: the service stopped before its executor started. The job "
+                                          "runs again at its next time."
+                                    : "The marker " + name + " belongs to no backup job and was removed.",
+                                0, "");
+        continue;
+      }
       std::shared_ptr<frmBackup> slot = TakeFreeSlot();
       if (!slot) return;
       const RunningJob record = jobManager_->AddJob(*job);
+      record->JobName = job->Name();
+      record->JobDescription = job->Description();
       if (job->RunStartTime() > 0) record->BackupStartTime = job->RunStartTime();
       record->TapeLabel = job->RunTapeLabel();
       record->BackupMethod = job->RunBackupMethod();

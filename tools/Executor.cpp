@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <optional>
-#include <set>
 
 #include "common/Error.h"
 #include "common/NumberText.h"
@@ -14,6 +13,7 @@
 #include "platform/Launch.h"
 #include "platform/Process.h"
 #include "platform/SafeFiles.h"
+#include "scheduling/RunMarker.h"
 #include "scheduling/Schemes.h"
 #include "settings/TWSettings.h"
 
@@ -24,47 +24,35 @@ namespace fs = std::filesystem;
 
 const char* const kCrLf = "\r\n";
 const char* const kUsage =
-    "Usage: TWExecutor [logging|nologon|zloggingandnologon]\n"
-    "Performs the backup run whose marker (BackupLog-<id>.txt) waits in the application folder.\n";
+    "Usage: TWExecutor --backup-log-id ID --run RUN [logging|nologon|zloggingandnologon]\n"
+    "Performs the backup run RUN of the job whose backup log id is ID. Its marker, BackupLog-ID.txt in\n"
+    "the application folder, must name that run; the service writes it before it starts the executor.\n";
 
 struct Claim {
   std::unique_ptr<platform::LockedFile> marker;
   std::string backupLogId;
 };
 
-std::vector<std::pair<int64_t, std::string>> ListMarkers(const std::string& folder) {
-  std::vector<std::pair<int64_t, std::string>> markers;
-  std::error_code error;
-  for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
-    const std::string name = it->path().filename().string();
-    if (name.size() > 14 && name.compare(0, 10, "BackupLog-") == 0 && name.compare(name.size() - 4, 4, ".txt") == 0) {
-      markers.emplace_back(platform::ModifiedTime(it->path().string()), name);
-    }
+// Claims the marker of this run and no other: the file must still name the run. Claiming locks it
+// and writes over the run's line, so that nothing else takes it.
+std::optional<Claim> ClaimMarker(const std::string& folder, const std::string& backupLogId, const std::string& run,
+                                 std::string& problem) {
+  const std::string path = runmarker::PathFor(folder, backupLogId);
+  auto marker = platform::LockedFile::TryLock(path);
+  if (!marker) {
+    problem = "the marker " + path + " of this run is missing or held by another program";
+    return std::nullopt;
   }
-  std::sort(markers.begin(), markers.end());
-  return markers;
-}
-
-// The oldest marker nobody has claimed: one holding at most its byte-order mark that this process
-// can lock. Claiming writes a first line, so that no other executor takes it.
-// When several runs start together, an executor that listed the folder before the next run's
-// marker existed may find its own marker taken by a later executor; it then looks again, and takes
-// the marker that later executor left behind.
-std::optional<Claim> ClaimMarker(const std::string& folder) {
-  std::set<std::string> tried;
-  for (int attempt = 0; attempt < 20; ++attempt) {
-    bool sawNew = false;
-    for (const auto& [time, name] : ListMarkers(folder)) {
-      if (!tried.insert(name).second) continue;
-      sawNew = true;
-      auto marker = platform::LockedFile::TryLock(folder + "/" + name);
-      if (!marker || marker->Size() > 2) continue;
-      if (!marker->Replace(Utf16FileBytes("Tarnwick backup report\r\nThe backup is running.\r\n"))) continue;
-      return Claim{std::move(marker), name.substr(10, name.size() - 14)};
-    }
-    if (!sawNew) break;
+  const auto named = runmarker::UnclaimedRun(Utf8FromUtf16Bytes(marker->Read(4096)));
+  if (!named || *named != run) {
+    problem = "the marker " + path + " does not wait for the run " + run + (named ? " but for " + *named : "");
+    return std::nullopt;
   }
-  return std::nullopt;
+  if (!marker->Replace(Utf16FileBytes(runmarker::ClaimedText(run)))) {
+    problem = "the marker " + path + " cannot be written";
+    return std::nullopt;
+  }
+  return Claim{std::move(marker), backupLogId};
 }
 
 bool IsTape(const std::string& path) {
@@ -362,14 +350,29 @@ std::string ComposeReport(const BackupPlan& plan, const BackupOutcome& outcome, 
 
 int RunExecutor(const std::vector<std::string>& args, const ExecutorEnvironment& environment, std::ostream& out,
                 std::ostream& err) {
-  const std::string option = args.empty() ? "" : args[0];
-  if (option == "--help" || option == "-h") {
-    out << kUsage;
-    return 0;
+  std::string option, backupLogId, run;
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--help" || args[i] == "-h") {
+      out << kUsage;
+      return 0;
+    }
+    if ((args[i] == "--backup-log-id" || args[i] == "--run") && i + 1 < args.size()) {
+      (args[i] == "--run" ? run : backupLogId) = args[i + 1];
+      ++i;
+    } else {
+      option = args[i];
+    }
   }
-  auto claim = ClaimMarker(environment.applicationFolder);
+  if (run.empty() || !runmarker::IsSafeBackupLogId(backupLogId)) {
+    err << "TWExecutor: the service starts it as TWExecutor --backup-log-id ID --run RUN [OPTION]; "
+        << (run.empty() ? "no run was given" : "\"" + backupLogId + "\" is no backup log id") << "\n"
+        << kUsage;
+    return 2;
+  }
+  std::string problem;
+  auto claim = ClaimMarker(environment.applicationFolder, backupLogId, run, problem);
   if (!claim) {
-    err << "TWExecutor: no backup log marker waits in " << environment.applicationFolder << "\n";
+    err << "TWExecutor: " << problem << "\n";
     return 2;
   }
   try {

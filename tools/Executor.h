@@ -1,9 +1,8 @@
 #pragma once
 // TWExecutor, the backup executor: performs one backup run with GNU tar.
-//   TWExecutor [logging|nologon|zloggingandnologon]
-// It claims the oldest unclaimed backup log marker ("BackupLog-<id>.txt", holding no more than its
-// byte-order mark) in the application folder, sets the job's run status to -2 and tells its
-// launcher it has started; then it backs the job's sources up, writes its report into the marker
+//   TWExecutor --backup-log-id ID --run RUN [logging|nologon|zloggingandnologon]
+// It claims the marker of its run ("BackupLog-<id>.txt", which must still name RUN: see
+// scheduling/RunMarker.h), sets the job's run status to -2 and tells its launcher it has started; then it backs the job's sources up, writes its report into the marker
 // and sets the run status to 1 (completed normally) or 2 (encountered errors).
 //
 // A folder destination receives one archive per run: <destination>/<id>/<id>-<date>-<method>.tar.gz.

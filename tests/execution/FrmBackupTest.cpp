@@ -37,10 +37,16 @@ TEST_F(FrmBackupTest, AStartedExecutorIsWatchedUntilItsStatusChanges) {
   Script("DesktopRights", "cat > '" + (dir_ / "stdin") + "'; sleep 0.3; sqlite3 '" + (dir_ / "settings.db") +
                               "' 'UPDATE jobs SET run_status = -2'; echo launched; exit 255");
   Start();
-  EXPECT_EQ(std::string("\xFF\xFE", 2), test::ReadFile(Marker())) << "an empty Unicode marker";
   EXPECT_TRUE(form_.PollTimerEnabled());
-  // The password travels on standard input; its place on the command line holds "-".
-  EXPECT_EQ("DesktopRights \"back\\\\up\" \"-\" \"\" \"" + dir_.Path() + "/TWExecutor\" logging", ComLine());
+  // The password travels on standard input; its place on the command line holds "-". The executor
+  // is told its run, which the marker names.
+  const std::string start = "DesktopRights \"back\\\\up\" \"-\" \"\" \"" + dir_.Path() +
+                            "/TWExecutor\" --backup-log-id \"nightly\" --run ";
+  ASSERT_EQ(0u, ComLine().rfind(start, 0)) << ComLine();
+  ASSERT_TRUE(ComLine().ends_with(" logging"));
+  const std::string run = ComLine().substr(start.size(), ComLine().size() - start.size() - 8);
+  EXPECT_EQ(Utf16FileBytes("Tarnwick run " + run + "\r\n"), test::ReadFile(Marker()));
+  EXPECT_EQ(Marker(), record_->MarkerPath);
   form_.tmrPoll_Timer();
   EXPECT_TRUE(completions_.empty()) << "a stale status must not end the run while the launcher runs";
 
@@ -57,7 +63,7 @@ TEST_F(FrmBackupTest, AStartedExecutorIsWatchedUntilItsStatusChanges) {
   EXPECT_EQ("Tarnwick backup report\r\nFiles backed up: 3\r\nResult: Backup completed normally.\r\n",
             completions_[0]->BackupReport);
   EXPECT_GT(completions_[0]->BackupEndTime, 0);
-  EXPECT_FALSE(fs::exists(Marker()));
+  EXPECT_TRUE(fs::exists(Marker())) << "kept until the run's report log is written";
   EXPECT_FALSE(form_.PollTimerEnabled());
   form_.tmrPoll_Timer();
   EXPECT_EQ(1u, completions_.size()) << "BackupComplete comes once per run";

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <map>
 
+#include "common/Utf16.h"
 #include "execution/HungProcessRecovery.h"
 #include "execution/frmBackup.h"
 #include "platform/Process.h"
@@ -87,7 +88,8 @@ TEST_F(RealBackupTest, AFullAndAnIncrementalRunRestoreTheTreeFileForFile) {
   EXPECT_NE(std::string::npos, full->BackupReport.find("\r\nFiles backed up: 3\r\n"));
   EXPECT_NE(std::string::npos, full->BackupReport.find("\r\nErrors: none\r\n"));
   EXPECT_NE(std::string::npos, full->BackupReport.find("Result: Backup completed normally.\r\n"));
-  EXPECT_FALSE(fs::exists(dir_ / "BackupLog-nightly.txt"));
+  // The marker holds the report until the service has written the report log; then it goes.
+  EXPECT_TRUE(fs::remove(full->MarkerPath));
   const auto first = Archives(dir_ / "dest/nightly");
   ASSERT_EQ(1u, first.size());
   EXPECT_NE(std::string::npos, full->BackupReport.find("\r\nArchive: " + first[0] + "\r\n"));
@@ -119,6 +121,35 @@ TEST_F(RealBackupTest, AFullAndAnIncrementalRunRestoreTheTreeFileForFile) {
   Restore(both[0], dir_ / "restore2");
   Restore(both[1], dir_ / "restore2");
   EXPECT_EQ(Tree(dir_ / "src"), Tree(Restored(dir_ / "restore2"))) << "the deletion is restored too";
+}
+
+TEST_F(RealBackupTest, AnExecutorTakesOnlyTheMarkerOfItsOwnRun) {
+  // A marker left behind by a run that never began waits for that run's executor alone.
+  const std::string marker = dir_ / "BackupLog-nightly.txt";
+  const std::string waiting = Utf16FileBytes("Tarnwick run 20261123210000-aaaaaaaa\r\n");
+  test::WriteFile(marker, waiting);
+  const std::string executor = dir_ / "TWExecutor";
+  const std::pair<std::vector<std::string>, std::string> refused[] = {
+      {{executor, "--backup-log-id", "nightly", "--run", "20261123210500-bbbbbbbb"},
+       "does not wait for the run 20261123210500-bbbbbbbb but for 20261123210000-aaaaaaaa"},
+      {{executor, "logging"}, "no run was given"},
+      {{executor, "--backup-log-id", "..", "--run", "20261123210000-aaaaaaaa"}, "\"..\" is no backup log id"},
+      {{executor, "--backup-log-id", "other", "--run", "20261123210000-aaaaaaaa"}, "is missing or held by another"},
+  };
+  for (const auto& [args, said] : refused) {
+    const auto result = platform::RunCommand(args);
+    EXPECT_EQ(2, result.exitCode) << result.output;
+    EXPECT_NE(std::string::npos, result.output.find(said)) << result.output;
+  }
+  EXPECT_EQ(waiting, test::ReadFile(marker)) << "left as it was";
+  EXPECT_FALSE(fs::exists(dir_ / "dest"));
+
+  const auto own = platform::RunCommand({executor, "--backup-log-id", "nightly", "--run", "20261123210000-aaaaaaaa"});
+  EXPECT_EQ(0, own.exitCode) << own.output;
+  EXPECT_EQ(1, job_.RunStatus());
+  std::string report;
+  ASSERT_TRUE(ReadUnicodeFile(marker, report));
+  EXPECT_TRUE(report.ends_with("Result: Backup completed normally.\r\n")) << report;
 }
 
 TEST_F(RealBackupTest, AnUnreadableSourceOrAnUnsafeDestinationIsAnErrorInTheReport) {

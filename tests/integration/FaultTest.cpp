@@ -41,6 +41,9 @@ class FaultTest : public test::ServiceFixture {
     test::WriteScript(dir_ / "TWExecutor",
                       "db='" + (dir_ / "settings.db") + "'\nmarker=$(ls '" + dir_.Path() +
                           "'/BackupLog-*.txt | head -n 1)\n"
+                          // Claimed at once, as the executor claims its run's marker.
+                          "{ printf '\\377\\376'; printf 'Tarnwick backup report\\r\\n' | iconv -f UTF-8 -t UTF-16LE; } "
+                          "> \"$marker\"\n"
                           "ready() { printf R > /proc/$$/fd/$TARNWICK_READY_FD; }\n"
                           "status() { sqlite3 -cmd '.timeout 5000' \"$db\" \"UPDATE jobs SET run_status = $1\"; }\n"
                           // A report as the executor writes it: UTF-16LE with a byte-order mark.

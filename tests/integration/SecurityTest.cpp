@@ -151,7 +151,11 @@ TEST_F(SecurityTest, ABackupAccountRunsTheBackupAndNoOtherUserSeesItsPassword) {
   for (const auto& entry : test::LastLogs(dir_.Path(), 30)) {
     if (entry.Title != "DesktopRights") continue;
     sawLauncher = true;
-    EXPECT_EQ("DesktopRights \"" + user + "\" \"-\" \"\" \"" + dir_.Path() + "/TWExecutor\" logging", entry.Message);
+    EXPECT_EQ(0u, entry.Message.rfind("DesktopRights \"" + user + "\" \"-\" \"\" \"" + dir_.Path() +
+                                          "/TWExecutor\" --backup-log-id \"Nightly\" --run ",
+                                      0))
+        << entry.Message;
+    EXPECT_TRUE(entry.Message.ends_with(" logging")) << entry.Message;
   }
   EXPECT_TRUE(sawLauncher);
   // Nothing the service wrote, and no mail, holds the password, in UTF-8 or in UTF-16.

@@ -279,27 +279,17 @@ class SoakTest : public ::testing::Test {
     host_.settings.Store().WriteInt("mail.port", smtp_.Port());
     general.Options().BroadcastRecipients("operator");
     // Stand-in for the rights launcher and the executor together, far cheaper than a real backup:
-    // it claims an unclaimed marker under a lock, as the executor does, marks that job completed
-    // normally with a short report naming it, and answers that the executor has started. It
-    // tries the newest marker first, which is its own unless a later stand-in is slower: with
-    // the oldest first, one started early could find every marker it listed taken by later ones.
+    // it takes the marker of the run it was started for (the executor's --backup-log-id, its
+    // sixth argument), marks that job completed normally with a short report naming it, and
+    // answers that the executor has started.
     Script("DesktopRights",
            "cd '" + dir_.Path() + "'\n"
-           "for attempt in 1 2 3 4 5 6 7 8 9 10; do\n"
-           "  for marker in $(ls -t BackupLog-*.txt 2>/dev/null); do\n"
-           "    exec 9>>\"$marker\"\n"
-           "    if flock -n 9 && [ \"$(stat -c %s \"$marker\")\" -le 2 ]; then\n"
-           "      id=${marker#BackupLog-}; id=${id%.txt}\n"
-           "      sqlite3 -cmd '.timeout 20000' settings.db \"UPDATE jobs SET run_status = 1 WHERE backup_log_id = '$id'\"\n"
-           "      { printf '\\377\\376'; printf 'Ran %s\\r\\nResult: completed normally' \"$id\" | iconv -t UTF-16LE; } "
+           "id=$6; marker=BackupLog-$id.txt\n"
+           "[ -f \"$marker\" ] || exit 2\n"
+           "sqlite3 -cmd '.timeout 20000' settings.db \"UPDATE jobs SET run_status = 1 WHERE backup_log_id = '$id'\"\n"
+           "{ printf '\\377\\376'; printf 'Ran %s\\r\\nResult: completed normally' \"$id\" | iconv -t UTF-16LE; } "
            "> \"$marker\"\n"
-           "      exit 255\n"
-           "    fi\n"
-           "    exec 9>&-\n"
-           "  done\n"
-           "  sleep 0.1\n"
-           "done\n"
-           "exit 2");
+           "exit 255");
     Script("twmessage", "echo \"$2\" >> '" + (dir_ / "broadcasts") + "'");
   }
 

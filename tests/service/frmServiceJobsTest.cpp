@@ -349,6 +349,81 @@ TEST_F(FrmServiceJobsTest, AFinishedRunIsReportedByItsOutcome) {
   EXPECT_EQ("RESULT: Backup process encountered errors", answers.back().second);
 }
 
+TEST_F(FrmServiceJobsTest, AReportThatCannotBeWrittenIsWrittenAtALaterTickAndItsMarkerWaits) {
+  HangingLauncher();
+  clsJob job = Job("Nightly", TimeSerial(21, 0, 0));
+  job.BackupTimeout(0);
+  test::WriteFile(dir_ / "Reports", "in the way");  // as a full disk: no report can be written
+  service_.tmrPoll_Timer();
+  ASSERT_TRUE(test::WaitUntil([&] {
+    loop_.Sleep(10);
+    return service_.Slot(0) && !service_.Slot(0)->Shell().Busy();
+  }));
+  const std::string marker = dir_ / ("BackupLog-" + job.BackupLogId() + ".txt");
+  ASSERT_TRUE(WriteUnicodeFile(marker, "Tarnwick backup report\r\nResult: Backup completed normally.\r\n"));
+  job.RunStatus(1);
+  service_.Slot(0)->tmrPoll_Timer();
+  EXPECT_EQ(1, service_.JobManager().JobsRunning()) << "registered until its report is written";
+  EXPECT_TRUE(fs::exists(marker));
+
+  // Past its time-out it is not reported again as timed out, and the failure is said once.
+  for (int i = 0; i < 3; ++i) {
+    clock_.AdvanceSeconds(5 * 60);
+    service_.tmrPoll_Timer();
+  }
+  auto entries = Entries(40);
+  EXPECT_EQ(0u, CountStartingWith(entries, "Backup process timed out"));
+  EXPECT_EQ(1u, CountStartingWith(entries, "Internal error #20012 - "));
+  EXPECT_EQ(1, service_.JobManager().JobsRunning());
+
+  // Space comes back: the next tick writes it, whole, and the run is done.
+  fs::remove(dir_ / "Reports");
+  clock_.AdvanceSeconds(10);
+  service_.tmrPoll_Timer();
+  const auto reports = host_.reports.GetSummaries(5);
+  ASSERT_EQ(1u, reports.size());
+  EXPECT_EQ(0, reports[0].Status);
+  EXPECT_EQ("Tarnwick backup report\r\nResult: Backup completed normally.\r\n", reports[0].Report);
+  EXPECT_EQ(0, service_.JobManager().JobsRunning());
+  EXPECT_FALSE(fs::exists(marker));
+  EXPECT_EQ(1, std::distance(fs::directory_iterator(dir_ / "Reports"), fs::directory_iterator()))
+      << "nothing half-written beside it";
+}
+
+TEST_F(FrmServiceJobsTest, AtStartAMarkerNeverClaimedGoesAndARunThatEndedIsReportedOnce) {
+  HangingLauncher();
+  clsJob ended = Job("Ended", TimeSerial(21, 0, 0));
+  service_.tmrPoll_Timer();
+  ASSERT_TRUE(test::WaitUntil([&] {
+    loop_.Sleep(10);
+    return service_.Slot(0) && !service_.Slot(0)->Shell().Busy();
+  }));
+  // The executor ends; the service stops before it has written the report log.
+  const std::string endedMarker = dir_ / ("BackupLog-" + ended.BackupLogId() + ".txt");
+  ASSERT_TRUE(WriteUnicodeFile(endedMarker, "Tarnwick backup report\r\nResult: Backup encountered errors.\r\n"));
+  ended.RunStatus(2);
+  // Another job's marker was written just before a stop: its executor never began.
+  clsJob never = Job("Never", TimeSerial(3, 0, 0));
+  const std::string neverMarker = dir_ / ("BackupLog-" + never.BackupLogId() + ".txt");
+  ASSERT_TRUE(WriteUnicodeFile(neverMarker, "Tarnwick run 20261123210020-0badf00d\r\n"));
+
+  frmService restarted{host_, control_, dialog_, err_};
+  restarted.AdoptRunsInProgress();
+  EXPECT_FALSE(fs::exists(neverMarker));
+  EXPECT_EQ(1u, CountStartingWith(Entries(5), "Backup run never began | The run of backup job Never launched at "));
+  ASSERT_EQ(1, restarted.JobManager().JobsRunning());
+  restarted.Slot(0)->tmrPoll_Timer();
+  auto reports = host_.reports.GetSummaries(5);
+  ASSERT_EQ(1u, reports.size());
+  EXPECT_EQ("Ended", reports[0].JobName);
+  EXPECT_EQ(2, reports[0].Status);
+  EXPECT_FALSE(fs::exists(endedMarker));
+  // A second start finds nothing left to report.
+  frmService again{host_, control_, dialog_, err_};
+  again.AdoptRunsInProgress();
+  EXPECT_EQ(0, again.JobManager().JobsRunning());
+}
+
 TEST_F(FrmServiceJobsTest, ThePrintOutStartsFromAFolderWithABlankAndOneThatCannotStartIsReported) {
   const std::string folder = dir_ / "Tarnwick app";
   fs::create_directory(folder);

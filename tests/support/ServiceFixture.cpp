@@ -143,7 +143,11 @@ bool ServiceFixture::AnswerArrives(const std::string& line, int timeoutMs) {
 
 void ServiceFixture::SlowLauncher(int seconds) {
   const std::string db = dir_ / "settings.db";
-  std::string body = "sqlite3 -cmd '.timeout 5000' '" + db + "' 'UPDATE jobs SET run_status = -2'\n";
+  // Claims the run's marker as the executor does, then marks the job running.
+  std::string body = "marker=$(ls '" + dir_.Path() +
+                     "'/BackupLog-*.txt | head -n 1); { printf '\\377\\376'; printf 'Tarnwick backup report\\r\\nThe "
+                     "backup is running.\\r\\n' | iconv -f UTF-8 -t UTF-16LE; } > \"$marker\"\n"
+                     "sqlite3 -cmd '.timeout 5000' '" + db + "' 'UPDATE jobs SET run_status = -2'\n";
   if (seconds >= 0) {
     body += "( sleep " + std::to_string(seconds) + "; marker=$(ls '" + dir_.Path() +
             "'/BackupLog-*.txt); { printf '\\377\\376'; printf 'Slow run\\r\\nResult: done\\r\\n' | "
