@@ -69,6 +69,13 @@ class FrmServiceJobsTest : public ::testing::Test {
     }
     return events;
   }
+  // Until the rights launcher of the run in slot 0 has answered.
+  void WaitForTheLauncher() {
+    ASSERT_TRUE(test::WaitUntil([&] {
+      loop_.Sleep(10);
+      return service_.Slot(0) && !service_.Slot(0)->Shell().Busy();
+    }));
+  }
   int Occupied() {
     int count = 0;
     for (size_t i = 0; i < 10; ++i) count += service_.Slot(i) != nullptr;
@@ -235,10 +242,7 @@ TEST_F(FrmServiceJobsTest, AJobRemovedWhileItRunsIsReportedOnceUnderItsName) {
   job.Description("old job");
   service_.tmrPoll_Timer();
   ASSERT_EQ(1, Occupied());
-  ASSERT_TRUE(test::WaitUntil([&] {
-    loop_.Sleep(10);
-    return !service_.Slot(0)->Shell().Busy();
-  }));
+  WaitForTheLauncher();
   const std::string marker = dir_ / ("BackupLog-" + job.BackupLogId() + ".txt");
   TWSettings console(dir_ / "settings.db");
   console.General().RemoveJob(console.General().JobByName("Old"));
@@ -355,10 +359,7 @@ TEST_F(FrmServiceJobsTest, AReportThatCannotBeWrittenIsWrittenAtALaterTickAndIts
   job.BackupTimeout(0);
   test::WriteFile(dir_ / "Reports", "in the way");  // as a full disk: no report can be written
   service_.tmrPoll_Timer();
-  ASSERT_TRUE(test::WaitUntil([&] {
-    loop_.Sleep(10);
-    return service_.Slot(0) && !service_.Slot(0)->Shell().Busy();
-  }));
+  WaitForTheLauncher();
   const std::string marker = dir_ / ("BackupLog-" + job.BackupLogId() + ".txt");
   ASSERT_TRUE(WriteUnicodeFile(marker, "Tarnwick backup report\r\nResult: Backup completed normally.\r\n"));
   job.RunStatus(1);
@@ -394,10 +395,7 @@ TEST_F(FrmServiceJobsTest, AtStartAMarkerNeverClaimedGoesAndARunThatEndedIsRepor
   HangingLauncher();
   clsJob ended = Job("Ended", TimeSerial(21, 0, 0));
   service_.tmrPoll_Timer();
-  ASSERT_TRUE(test::WaitUntil([&] {
-    loop_.Sleep(10);
-    return service_.Slot(0) && !service_.Slot(0)->Shell().Busy();
-  }));
+  WaitForTheLauncher();
   // The executor ends; the service stops before it has written the report log.
   const std::string endedMarker = dir_ / ("BackupLog-" + ended.BackupLogId() + ".txt");
   ASSERT_TRUE(WriteUnicodeFile(endedMarker, "Tarnwick backup report\r\nResult: Backup encountered errors.\r\n"));
