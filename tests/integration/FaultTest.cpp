@@ -162,10 +162,12 @@ TEST_F(FaultTest, ACorruptOrDeletedSettingsFileIsReportedAndAFreshOneIsUsed) {
   settings.Store().WriteText("deployment.support_email", "help@example.org");
   Start("2026-11-23 21:00:05");
   ASSERT_TRUE(TitleArrives("Tarnwick service starting"));
-  test::WriteFile(dir_ / "settings.new", garbage);
-  fs::rename(dir_ / "settings.new", dir_ / "settings.db");
+  // The old file's write-ahead log goes first: met beside the new file, it would be read as the
+  // new file's own and hide the garbage.
   fs::remove(dir_ / "settings.db-wal");
   fs::remove(dir_ / "settings.db-shm");
+  test::WriteFile(dir_ / "settings.new", garbage);
+  fs::rename(dir_ / "settings.new", dir_ / "settings.db");
   const size_t before = CountStartingWith(Titles(100), "Internal error #20000 - ");
   ASSERT_TRUE(test::WaitUntil([&] { return CountStartingWith(Titles(100), "Internal error #20000 - ") > before; },
                               30000)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
