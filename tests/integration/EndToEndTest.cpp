@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "common/NumberText.h"
+#include "common/Utf16.h"
 #include "platform/Process.h"
 #include "tests/support/ServiceFixture.h"
 
@@ -120,7 +121,11 @@ TEST_F(EndToEndTest, ARunOutlivesPauseContinueAndStop) {
   // Stopped while a run is under way: the next start picks the run up and reports it.
   settings_.General().JobByName("Nightly").ScheduledTime(TimeSerial(21, 10, 0));
   Start("2026-11-23 21:10:05");
-  ASSERT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "BackupLog-Nightly.txt"); }, 20000));
+  // Under way: the run's executor has claimed its marker.
+  ASSERT_TRUE(test::WaitUntil([&] {
+    std::string marker;
+    return ReadUnicodeFile(dir_ / "BackupLog-Nightly.txt", marker) && marker.starts_with("Tarnwick backup report");
+  }, 20000));
   Stop();
   EXPECT_EQ(1u, Reports().size());
   Start("2026-11-23 21:10:30");
