@@ -215,6 +215,21 @@ std::string IsoText(Date value) {
   return Format("%04d-%02d-%02d %02d:%02d:%02d", p.year, p.month, p.day, p.hour, p.minute, p.second);
 }
 
+// The offset from UTC that the local clock had at that wall-clock time.
+static long UtcOffsetMinutes(const DateParts& p) {
+  std::tm local = LocalTm(p);
+  std::mktime(&local);
+  return local.tm_gmtoff / 60;
+}
+
+std::string Iso8601Text(Date value) {
+  const DateParts p = SplitDate(value);
+  const long offset = UtcOffsetMinutes(p);
+  return Format("%04d-%02d-%02dT%02d:%02d:%02d", p.year, p.month, p.day, p.hour, p.minute, p.second) +
+         Format("%c%02d:%02d", offset < 0 ? '-' : '+', static_cast<int>(std::labs(offset) / 60),
+                static_cast<int>(std::labs(offset) % 60));
+}
+
 std::string Rfc3164Text(Date value) {
   const DateParts p = SplitDate(value);
   char buffer[32];
@@ -226,9 +241,9 @@ std::string Rfc3164Text(Date value) {
 std::string Rfc5322Text(Date value) {
   const DateParts p = SplitDate(value);
   std::tm local = LocalTm(p);
-  std::mktime(&local);  // fills in the weekday and the offset from UTC
+  std::mktime(&local);  // fills in the weekday
   static const char* const kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-  const long offset = local.tm_gmtoff / 60;
+  const long offset = UtcOffsetMinutes(p);
   char buffer[64];
   std::snprintf(buffer, sizeof buffer, "%s, %02d %s %04d %02d:%02d:%02d %c%02ld%02ld", kDays[local.tm_wday], p.day,
                 kMonths[p.month - 1], p.year, p.hour, p.minute, p.second, offset < 0 ? '-' : '+',

@@ -56,6 +56,7 @@ std::string LongTime(Date value);           // "HH:MM:SS"
 // at midnight, the time alone on day 0.
 std::string DefaultDateText(Date value);
 std::string IsoText(Date value);            // "yyyy-mm-dd HH:MM:SS", what the console shows
+std::string Iso8601Text(Date value);        // "yyyy-mm-ddTHH:MM:SS+01:00", for JSON
 std::string Rfc3164Text(Date value);        // "Nov  3 21:00:00", the traditional syslog form
 std::string Rfc5322Text(Date value);        // "Mon, 23 Nov 2026 21:00:05 +0100", for mail
 

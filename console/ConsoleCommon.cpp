@@ -36,7 +36,7 @@ std::string YesNo(bool value) { return value ? "yes" : "no"; }
 
 std::string WhenText(Date value) { return value == 0 ? "never" : IsoText(value); }
 
-Json WhenJson(Date value) { return value == 0 ? Json(nullptr) : Json(IsoText(value)); }
+Json WhenJson(Date value) { return value == 0 ? Json(nullptr) : Json(Iso8601Text(value)); }
 
 void CheckText(std::string_view text, TextForm form, const std::string& what) {
   if (auto problem = TextProblem(text, form, what)) throw UsageError(*problem);

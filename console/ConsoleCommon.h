@@ -35,7 +35,7 @@ void CheckText(std::string_view text, TextForm form, const std::string& what);
 std::string Quoted(const std::string& text);
 std::string YesNo(bool value);
 std::string WhenText(Date value);  // "never" for no date
-Json WhenJson(Date value);         // null for no date
+Json WhenJson(Date value);         // ISO 8601 with the offset from UTC; null for no date
 // Columns aligned by characters; a control character in a cell shows as a blank, so that a stored
 // value with a line break cannot break the table.
 void PrintTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows);
