@@ -1,5 +1,6 @@
 #include "console/RequestCommands.h"
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <thread>
@@ -9,7 +10,7 @@
 #include "common/Strings.h"
 #include "console/ConsoleCommon.h"
 #include "reporting/clsReportLogs.h"
-#include "scheduling/UpcomingRuns.h"
+#include "monitoring/Metrics.h"
 
 namespace tw::console {
 namespace {
@@ -19,8 +20,6 @@ constexpr std::string_view kRunKey = "console.run_job_request";
 constexpr std::string_view kReminderKey = "console.reminder_requested";
 constexpr std::string_view kAnswersStartKey = "console.answers_start";
 constexpr const char* kFollowHint = "; 'twctl answers --follow' shows the answers.\n";
-// How far ahead status looks for a run that goes ahead.
-constexpr int kStatusHorizonDays = 370;
 
 clsJob KnownJob(TWSettings& settings, const std::string& name) {
   auto job = settings.General().FindJob(name);
@@ -81,84 +80,95 @@ std::string DurationText(int64_t seconds) {
   if (seconds < 60) return std::to_string(seconds) + " s";
   const int64_t minutes = seconds / 60;
   if (minutes < 60) return std::to_string(minutes) + " min";
-  return std::to_string(minutes / 60) + " h " + std::to_string(minutes % 60) + " min";
+  if (minutes < 48 * 60) return std::to_string(minutes / 60) + " h " + std::to_string(minutes % 60) + " min";
+  return std::to_string(minutes / 1440) + " days " + std::to_string(minutes / 60 % 24) + " h";
 }
 
-std::optional<Date> NextRun(clsJob& job, Date now) {
-  for (const auto& run : UpcomingRuns(job, now, kStatusHorizonDays)) {
-    if (run.runs) return run.starts;
+std::string Minute(Date when) { return IsoText(when).substr(0, 16); }
+
+std::string ServiceText(const ServiceView& service, Date now) {
+  if (service.state == "not running") {
+    if (service.heartbeat == 0) return "not running (it has never run with these settings)";
+    return "not running (last heartbeat " + IsoText(service.heartbeat) + ", " +
+           DurationText(SecondsBetween(service.heartbeat, now)) + " ago)";
   }
-  return std::nullopt;
+  return service.state + " since " + IsoText(service.since);
 }
 
-struct JobStatus {
-  std::string name;
-  bool suspended = false;
-  std::optional<Date> nextRun;
-  std::string scheduleProblem;  // set when the next run cannot be worked out
-  bool running = false;
-  Date runningSince = 0;
-  const clsReportLogEntry* last = nullptr;
-};
-
-JobStatus StatusOf(clsJob job, const std::vector<clsReportLogEntry>& reports, const std::string& applicationFolder,
-                   Date now) {
-  JobStatus status;
-  status.name = job.Name();
-  status.suspended = job.Suspended();
-  if (!status.suspended) {
-    try {
-      status.nextRun = NextRun(job, now);
-    } catch (const TWError& e) {
-      status.scheduleProblem = e.Description;
-    }
-  }
-  status.running = IsRunning(job, applicationFolder);
-  if (status.running) status.runningSince = job.RunStartTime();
-  for (const auto& entry : reports) {
-    if (EqualsIgnoreCase(entry.JobName, status.name)) {
-      status.last = &entry;
-      break;
-    }
-  }
-  return status;
-}
-
-std::string NextRunText(const JobStatus& s) {
-  if (s.suspended) return "suspended";
+std::string NextRunText(const JobState& s, Date now) {
+  if (s.values.suspended) return "suspended";
   if (!s.scheduleProblem.empty()) return s.scheduleProblem;
-  if (!s.nextRun) return "none in " + std::to_string(kStatusHorizonDays) + " days";
-  return IsoText(*s.nextRun).substr(0, 16);
+  if (!s.nextRun) return "none in " + std::to_string(kNextRunHorizonDays) + " days";
+  return Minute(*s.nextRun) + " (in " + DurationText(SecondsBetween(now, *s.nextRun)) + ")";
 }
 
-std::string RunningText(const JobStatus& s, Date now) {
+std::string RunningText(const JobState& s, Date now) {
+  const Date since = s.values.runStartTime;
+  if (s.timedOut) return "timed out, since " + Minute(since);
   if (!s.running) return "no";
-  if (s.runningSince == 0) return "yes";
-  return "yes, " + DurationText(SecondsBetween(s.runningSince, now));
+  if (since == 0) return "yes";
+  return "for " + DurationText(SecondsBetween(since, now));
 }
 
-std::string LastText(const JobStatus& s) {
-  if (!s.last) return "none";
-  return s.last->StatusString() + ", ended " + IsoText(s.last->TimeEnd).substr(0, 16);
+std::string LastRunText(const JobState& s) {
+  if (s.values.lastRunStatus == -1) return "none";
+  return Minute(s.values.lastRunStart) + ", " + DurationText(SecondsBetween(s.values.lastRunStart, s.values.lastRunEnd));
 }
 
-Json StatusJson(const JobStatus& s, Date now) {
+std::string OutcomeText(const JobState& s) {
+  const std::string last = s.LastOutcome();
+  return last == "missed" ? "missed " + Minute(s.values.lastMissed) : last;
+}
+
+Json MailJson(const std::optional<ReportMailOutcome>& mail) {
+  if (!mail) return nullptr;
+  Json json = {{"state", mail->state}, {"text", MailOutcomeText(mail)}};
+  if (mail->state == "waiting") json["retry"] = mail->retry;
+  json[mail->state == "waiting" ? "next_try" : "time"] = WhenJson(mail->at);
+  return json;
+}
+
+Json StatusJson(const JobState& s, Date now) {
+  const JobStatusValues& v = s.values;
   Json last = nullptr;
-  if (s.last) {
-    last = {{"file", std::filesystem::path(s.last->Filename()).filename().string()},
-            {"status", s.last->Status},
-            {"status_word", s.last->StatusString()},
-            {"time_end", IsoText(s.last->TimeEnd)}};
+  if (v.lastRunStatus != -1) {
+    last = {{"start", WhenJson(v.lastRunStart)},
+            {"end", WhenJson(v.lastRunEnd)},
+            {"duration_seconds", SecondsBetween(v.lastRunStart, v.lastRunEnd)},
+            {"report", v.lastReport.empty() ? Json(nullptr) : Json(v.lastReport)},
+            {"mail", MailJson(s.lastMail)}};
   }
-  return {{"job", s.name},
-          {"suspended", s.suspended},
-          {"next_run", s.nextRun ? Json(IsoText(*s.nextRun)) : Json(nullptr)},
+  const bool underWay = s.running || s.timedOut;
+  return {{"job", v.name},
+          {"suspended", v.suspended},
+          {"next_run", s.nextRun ? WhenJson(*s.nextRun) : Json(nullptr)},
+          {"seconds_to_next_run", s.nextRun ? Json(SecondsBetween(now, *s.nextRun)) : Json(nullptr)},
           {"schedule_problem", s.scheduleProblem.empty() ? Json(nullptr) : Json(s.scheduleProblem)},
           {"running", s.running},
-          {"running_since", s.running && s.runningSince != 0 ? Json(IsoText(s.runningSince)) : Json(nullptr)},
-          {"running_seconds",
-           s.running && s.runningSince != 0 ? Json(SecondsBetween(s.runningSince, now)) : Json(nullptr)},
-          {"last_outcome", last}};
+          {"timed_out", s.timedOut},
+          {"running_since", underWay && v.runStartTime != 0 ? WhenJson(v.runStartTime) : Json(nullptr)},
+          {"running_seconds", underWay && v.runStartTime != 0 ? Json(SecondsBetween(v.runStartTime, now)) : Json(nullptr)},
+          {"last_outcome", s.LastOutcome()},
+          {"last_outcome_time", WhenJson(s.LastOutcomeTime())},
+          {"last_run", last},
+          {"missed_runs", v.missedRuns},
+          {"healthy", s.Healthy()}};
+}
+
+std::string ToLowerFirst(std::string text) {
+  if (text.rfind("TWService", 0) == 0) return text;
+  if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+  return text;
+}
+
+// What a request placed while no service polls should say: that nothing happens until one does.
+std::string NotRunningWarning(TWSettings& settings, const Clock& clock) {
+  const ServiceView service = ViewOfService(settings.Store(), clock.Now());
+  if (service.Running()) return "";
+  if (service.state == servicestate::kPaused) {
+    return "TWService is paused: nothing happens until it continues ('twctl service continue').\n";
+  }
+  return "TWService is not running: the request waits, and nothing happens until it starts.\n";
 }
 
 }  // namespace
@@ -182,10 +192,10 @@ std::string WithdrawRequestFor(TWSettings& settings, const std::string& job) {
 }
 
 int RequestTestBackup(TWSettings& settings, const std::string& applicationFolder, const std::string& job,
-                      bool replace, std::ostream& out) {
+                      bool replace, const Clock& clock, std::ostream& out) {
   const std::string name = IdleJob(settings, job, applicationFolder, "a test backup").Name();
   PlaceRequest(settings, name, replace, true, [](clsConsole& console) { console.TestBackupRequested(true); });
-  out << "Requested a test backup of " << name << kFollowHint;
+  out << "Requested a test backup of " << name << kFollowHint << NotRunningWarning(settings, clock);
   return 0;
 }
 
@@ -202,12 +212,13 @@ int RequestRun(TWSettings& settings, const std::string& applicationFolder, const
                [day](clsConsole& console) { console.RunJobRequest(NumberToText(day)); });
   // A run answers nothing: it is reported like a scheduled one.
   out << "Requested a run of " << name << " for " << IsoText(day).substr(0, 10)
-      << "; 'twctl status' shows it running and 'twctl reports' its outcome.\n";
+      << "; 'twctl status' shows it running and 'twctl reports' its outcome.\n"
+      << NotRunningWarning(settings, clock);
   return 0;
 }
 
 int RequestTestReminder(TWSettings& settings, const std::string& job, bool byEmail, bool byBroadcast, bool replace,
-                        std::ostream& out) {
+                        const Clock& clock, std::ostream& out) {
   const std::string name = KnownJob(settings, job).Name();
   PlaceRequest(settings, name, replace, true, [=](clsConsole& console) {
     console.ReminderByEmailSelected(byEmail);
@@ -218,11 +229,12 @@ int RequestTestReminder(TWSettings& settings, const std::string& job, bool byEma
                           : byEmail              ? "by e-mail"
                           : byBroadcast          ? "by broadcast"
                                                  : "with no task selected";
-  out << "Requested a reminder test of " << name << " " << how << kFollowHint;
+  out << "Requested a reminder test of " << name << " " << how << kFollowHint << NotRunningWarning(settings, clock);
   return 0;
 }
 
-int Answers(TWSettings& settings, const AnswersOptions& options, std::ostream& out, std::ostream& err) {
+int Answers(TWSettings& settings, const AnswersOptions& options, const Clock& clock, std::ostream& out,
+            std::ostream& err) {
   SettingsStore& store = settings.Store();
   int64_t lastSeen = options.all ? 0 : store.ReadInt(kAnswersStartKey);
   int64_t waitedMilliseconds = 0;
@@ -238,9 +250,14 @@ int Answers(TWSettings& settings, const AnswersOptions& options, std::ostream& o
       if (!printedAny) err << "twctl: no answer lines since the latest request\n";
       return 0;
     }
+    // No answer comes while no service polls: waiting would only hide that.
+    if (const std::string warning = NotRunningWarning(settings, clock); !warning.empty()) {
+      err << "twctl: no \"RESULT: \" line yet, and " << ToLowerFirst(warning);
+      return 1;
+    }
     if (waitedMilliseconds >= int64_t{options.timeoutSeconds} * 1000) {
       err << "twctl: no \"RESULT: \" line within " << options.timeoutSeconds
-          << " s (is TWService running? --timeout waits longer)\n";
+          << " s (--timeout waits longer)\n";
       return 1;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(options.pollMilliseconds));
@@ -251,25 +268,47 @@ int Answers(TWSettings& settings, const AnswersOptions& options, std::ostream& o
 int Status(TWSettings& settings, const ConsoleEnvironment& environment, bool json, const Clock& clock,
            std::ostream& out) {
   const Date now = clock.Now();
-  clsReportLogs reportLogs(environment.applicationFolder, settings, clock);
-  const auto reports = reportLogs.GetSummaries(0);
-  std::vector<JobStatus> statuses;
-  for (auto& job : settings.General().Jobs()) {
-    statuses.push_back(StatusOf(job, reports, environment.applicationFolder, now));
-  }
+  const ServiceView service = ViewOfService(settings.Store(), now);
+  const std::vector<JobState> jobs = ReadJobStates(settings, environment.applicationFolder, now, [&] {
+    return clsReportLogs(environment.applicationFolder, settings, clock).GetSummaries(0);
+  });
+  const bool healthy = std::all_of(jobs.begin(), jobs.end(), [](const JobState& s) { return s.Healthy(); });
+  // As systemctl: 3 when the service is not running (paused counts, as nothing is started), 1 when
+  // it runs but a job's last outcome calls for a look, 0 when all is well.
+  const int exitStatus = !service.Running() ? 3 : healthy ? 0 : 1;
   if (json) {
     Json list = Json::array();
-    for (const auto& s : statuses) list.push_back(StatusJson(s, now));
-    PrintJson(out, list);
-    return 0;
+    for (const auto& s : jobs) list.push_back(StatusJson(s, now));
+    Json serviceJson = {{"state", service.state},
+                        {"since", service.Running() || service.state == servicestate::kPaused ? WhenJson(service.since)
+                                                                                              : Json(nullptr)},
+                        {"heartbeat", WhenJson(service.heartbeat)}};
+    PrintJson(out, {{"service", serviceJson}, {"healthy", healthy}, {"jobs", list}});
+    return exitStatus;
   }
-  if (statuses.empty()) {
+  out << "Service: " << ServiceText(service, now) << "\n";
+  if (jobs.empty()) {
     out << "No backup jobs yet ('twctl job add' adds one).\n";
+    return exitStatus;
+  }
+  out << "\n";
+  std::vector<std::vector<std::string>> rows = {{"JOB", "NEXT RUN", "RUNNING", "LAST RUN", "OUTCOME", "MAIL"}};
+  for (const auto& s : jobs) {
+    rows.push_back({s.values.name, NextRunText(s, now), RunningText(s, now), LastRunText(s), OutcomeText(s),
+                    s.values.lastRunStatus == -1 ? "" : MailOutcomeText(s.lastMail)});
+  }
+  PrintTable(out, rows);
+  return exitStatus;
+}
+
+int Metrics(TWSettings& settings, const ConsoleEnvironment& environment, const std::optional<std::string>& textfile,
+            const Clock& clock, std::ostream& out) {
+  const std::string text = MetricsText(ReadMetricsInput(settings, environment.applicationFolder, clock.Now()));
+  if (!textfile) {
+    out << text;
     return 0;
   }
-  std::vector<std::vector<std::string>> rows = {{"JOB", "NEXT RUN", "RUNNING", "LAST OUTCOME"}};
-  for (const auto& s : statuses) rows.push_back({s.name, NextRunText(s), RunningText(s, now), LastText(s)});
-  PrintTable(out, rows);
+  if (const std::string problem = WriteMetricsFile(*textfile, text); !problem.empty()) throw Failure(problem);
   return 0;
 }
 

@@ -155,8 +155,16 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
       ->check(CLI::Range(0, 604800));
   answers->add_flag("--all", answerOptions.all, "every answer line kept, not only those since the latest request");
 
-  auto* status = app.add_subcommand("status", "each job's next run, whether it runs now, and its last outcome");
+  auto* status = app.add_subcommand(
+      "status",
+      "whether the service runs, and each job's next run, run under way and last outcome; exit 0 when all is well, "
+      "1 when a job's last run was not normal, 3 when the service is not running or paused");
   status->add_flag("--json", json, "print JSON");
+
+  std::string textfile;
+  auto* metrics = app.add_subcommand("metrics", "the service's and each job's state for Prometheus (text format)");
+  auto* textfileOpt = metrics->add_option(
+      "--textfile", textfile, "write them whole to PATH (for node_exporter's textfile collector; name it *.prom)");
 
   auto* service = app.add_subcommand("service", "pause or continue the running service");
   service->require_subcommand(1);
@@ -207,15 +215,20 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
     if (reports->parsed()) return Reports(settings, environment, reportCount, json, out, err);
     if (reportShow->parsed()) return ReportShow(settings, environment, which, out, err);
     if (testBackup->parsed()) {
-      return RequestTestBackup(settings, environment.applicationFolder, jobName, replace, out);
+      return RequestTestBackup(settings, environment.applicationFolder, jobName, replace, clock, out);
     }
     if (runNow->parsed()) {
       return RequestRun(settings, environment.applicationFolder, jobName,
                         dateOpt->count() ? std::optional(runDate) : std::nullopt, replace, clock, out);
     }
-    if (testReminder->parsed()) return RequestTestReminder(settings, jobName, byEmail, byBroadcast, replace, out);
-    if (answers->parsed()) return Answers(settings, answerOptions, out, err);
+    if (testReminder->parsed()) {
+      return RequestTestReminder(settings, jobName, byEmail, byBroadcast, replace, clock, out);
+    }
+    if (answers->parsed()) return Answers(settings, answerOptions, clock, out, err);
     if (status->parsed()) return Status(settings, environment, json, clock, out);
+    if (metrics->parsed()) {
+      return Metrics(settings, environment, textfileOpt->count() ? std::optional(textfile) : std::nullopt, clock, out);
+    }
     if (mailTest->parsed()) {
       return MailTest(settings, environment, toOpt->count() ? std::optional(mailTo) : std::nullopt, out, err);
     }

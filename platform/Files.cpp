@@ -20,12 +20,14 @@ int CreatePrivateFolder(const std::string& path) {
   return errno;
 }
 
-int WriteFileAtomically(const std::string& path, const std::string& bytes) {
+int WriteFileAtomically(const std::string& path, const std::string& bytes, unsigned mode) {
   const std::string part = path + ".part";
   ::unlink(part.c_str());  // left by a write that was cut short
   const int fd = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (fd < 0) return errno;
   int error = 0;
+  // Set whatever the umask says: a file meant for another account's reader must be readable.
+  if (mode != 0600 && ::fchmod(fd, static_cast<mode_t>(mode)) != 0) error = errno;
   for (size_t done = 0; done < bytes.size() && error == 0;) {
     const ssize_t written = ::write(fd, bytes.data() + done, bytes.size() - done);
     if (written < 0 && errno != EINTR) error = errno;

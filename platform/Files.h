@@ -17,11 +17,12 @@ int CreatePrivateFolder(const std::string& path);
 // or the errno of the failure; a missing file is no failure.
 int GiveToAccount(const std::string& path, unsigned uid, unsigned gid);
 
-// Writes `bytes` as the whole new content of `path`, private (0600), so that the path never names a
+// Writes `bytes` as the whole new content of `path`, private (0600) unless `mode` says otherwise,
+// so that the path never names a
 // half-written file: written beside as PATH.part, flushed to the disk, then renamed over PATH. A
 // link planted at either name is replaced, never followed. Returns 0, or the errno of the failure,
 // after which PATH is as it was and nothing is left beside it.
-int WriteFileAtomically(const std::string& path, const std::string& bytes);
+int WriteFileAtomically(const std::string& path, const std::string& bytes, unsigned mode = 0600);
 
 // The device and inode of the file `path` names now, or nothing when there is none: two readings
 // differ when the file was replaced in between.

@@ -40,9 +40,100 @@ void ServiceMail::ReleaseCurrentMailer() {
   objMailer.reset();
 }
 
-void ServiceMail::SendReportMail(const std::string& reportSubject, const std::string& reportBody, bool success,
-                                 const std::string& reportAttachment) {
+void ServiceMail::RecordReportMail(const std::string& state, int32_t retry, Date at) {
+  if (reportJob.empty()) return;
   try {
+    host_.settings.Store().SetReportMail(reportJob, reportStart, {state, retry, at});
+  } catch (...) {
+    host_.logging.ReportInternalError("20005", CurrentError("TWService"));
+  }
+}
+
+void ServiceMail::DropWaitingReport() {
+  if (retryPending) RecordReportMail("given up", retryCount, lastAttempt);
+  reportJob.clear();
+  reportStart = 0;
+}
+
+void ServiceMail::SaveRetryState() {
+  try {
+    SettingsStore& store = host_.settings.Store();
+    store.InTransaction([&] {
+      store.WriteBool("mail_retry.pending", retryPending);
+      store.WriteText("mail_retry.subject", retryPending ? subject : "");
+      store.WriteText("mail_retry.body", retryPending ? body : "");
+      store.WriteInt("mail_retry.type", mailType);
+      store.WriteText("mail_retry.attachment", retryPending ? attachment : "");
+      store.WriteInt("mail_retry.retry_count", retryCount);
+      store.WriteDate("mail_retry.last_attempt", lastAttempt);
+      store.WriteText("mail_retry.report_job", reportJob);
+      store.WriteDate("mail_retry.report_start", reportStart);
+    });
+  } catch (...) {
+    host_.logging.ReportInternalError("20011", CurrentError("TWService"));
+  }
+}
+
+void ServiceMail::RestoreRetryState() {
+  try {
+    SettingsStore& store = host_.settings.Store();
+    if (!store.ReadBool("mail_retry.pending")) return;
+    retryPending = true;
+    subject = store.ReadText("mail_retry.subject");
+    body = store.ReadText("mail_retry.body");
+    mailType = store.ReadInt("mail_retry.type");
+    attachment = store.ReadText("mail_retry.attachment");
+    retryCount = static_cast<int16_t>(store.ReadInt("mail_retry.retry_count"));
+    lastAttempt = store.ReadDate("mail_retry.last_attempt");
+    reportJob = store.ReadText("mail_retry.report_job");
+    reportStart = store.ReadDate("mail_retry.report_start");
+  } catch (...) {
+    retryPending = false;
+    host_.logging.ReportInternalError("20019", CurrentError("TWService"));
+  }
+}
+
+void ServiceMail::ReportMailNotAskedFor(const std::string& jobName, Date runStart) {
+  try {
+    host_.settings.Store().SetReportMail(jobName, runStart, {"not asked for", 0, 0});
+  } catch (...) {
+    host_.logging.ReportInternalError("20005", CurrentError("TWService"));
+  }
+}
+
+void ServiceMail::MissedBackupMail(const std::vector<std::string>& missedRuns) {
+  try {
+    if (!host_.settings.General().MailSettings().EmailEnabled()) return;
+    if (RecipientsFor(host_.settings, mailtype::kFailureReport).empty()) return;
+    auto mailer = std::make_shared<frmMailer>(mailer_, host_.logging);
+    mailer->SendFailed = [this](const std::string& transcript) {
+      LogFailure("Missed backup email could not be sent",
+                 "The email about missed backups could not be sent. Details can be found in the attachment.",
+                 transcript);
+    };
+    mailer->SendSuccessful = [] {};
+    std::weak_ptr<frmMailer> weak = mailer;
+    mailer->Finished = [this, weak] {
+      host_.loop.Post([this, weak] { std::erase(inFlight_, weak.lock()); });
+    };
+    inFlight_.push_back(mailer);
+    std::string text = host_.logging.BrandText(
+        "The Tarnwick service was not running, or was paused, when these backups were due. They were not started "
+        "late; each job runs again at its next scheduled time.\r\n\r\n");
+    for (const std::string& line : missedRuns) text += line + "\r\n";
+    int32_t type = mailtype::kFailureReport;
+    mailer->Mail(host_.logging.BrandText("Tarnwick missed backup"), text, type, "");
+  } catch (...) {
+    host_.logging.ReportInternalError("20005", CurrentError("TWService"));
+  }
+}
+
+void ServiceMail::SendReportMail(const std::string& reportSubject, const std::string& reportBody, bool success,
+                                 const std::string& reportAttachment, const std::string& jobName, Date runStart) {
+  try {
+    DropWaitingReport();
+    reportJob = jobName;
+    reportStart = runStart;
     NewMailer();
     reportEmail = true;
     retryPending = false;
@@ -52,6 +143,8 @@ void ServiceMail::SendReportMail(const std::string& reportSubject, const std::st
     retryCount = 0;
     lastAttempt = host_.clock.Now();
     mailType = success ? mailtype::kSuccessReport : mailtype::kFailureReport;
+    RecordReportMail("waiting", 0, lastAttempt);
+    SaveRetryState();
     objMailer->Mail(subject, body, mailType, attachment);
   } catch (...) {
     host_.logging.ReportInternalError("20005", CurrentError("TWService"));
@@ -90,6 +183,18 @@ void ServiceMail::objMailer_SendFailed(const std::string& transcriptPath) {
       LogFailure("Attempt to re-send email failed (retry #" + std::to_string(retryCount) + ")",
                  "The attempt to re-send the email failed. Details can be found in the attachment.", transcriptPath);
     }
+    if (!retryPending) {
+      RecordReportMail("given up", retryCount, lastAttempt);
+    } else if (retryCount + 1 >= kGiveUpAtRetry) {
+      // The re-send that would be the twelfth sends nothing.
+      RecordReportMail("given up", retryCount, lastAttempt);
+    } else {
+      // Sent again at the first poll after more than fifteen minute boundaries have passed.
+      const DateParts p = SplitDate(lastAttempt);
+      const Date nextTry = MakeDate({p.year, p.month, p.day, p.hour, p.minute, 0}) + (kResendAfterMinutes + 1) / 1440.0;
+      RecordReportMail("waiting", retryCount + 1, nextTry);
+    }
+    SaveRetryState();
     ReleaseCurrentMailer();
   } catch (...) {
     host_.logging.ReportInternalError("20011", CurrentError("TWService"));
@@ -98,6 +203,10 @@ void ServiceMail::objMailer_SendFailed(const std::string& transcriptPath) {
 
 void ServiceMail::objMailer_SendSuccessful() {
   try {
+    // A test mail's success ends the re-sends of the mail in the state too, which then never goes.
+    const bool stateMailSent = !testEmail;
+    if (!stateMailSent && retryPending) RecordReportMail("given up", retryCount, lastAttempt);
+    if (stateMailSent) RecordReportMail("sent", 0, host_.clock.Now());
     retryPending = false;
     retryCount = 0;
     if (testEmail) {
@@ -107,6 +216,7 @@ void ServiceMail::objMailer_SendSuccessful() {
     }
     reportEmail = false;
     reminderEmail = false;
+    SaveRetryState();
     ReleaseCurrentMailer();
   } catch (...) {
     host_.logging.ReportInternalError("20010", CurrentError("TWService"));
@@ -121,8 +231,12 @@ void ServiceMail::ResendMail() {
   try {
     ++retryCount;
     retryPending = false;
-    if (retryCount >= kGiveUpAtRetry) return;
+    if (retryCount >= kGiveUpAtRetry) {
+      SaveRetryState();
+      return;
+    }
     lastAttempt = host_.clock.Now();
+    SaveRetryState();
     host_.logging.Logs().AddLogSimple(0, "Attempting to re-send email (retry #" + std::to_string(retryCount) + ")",
                                       "Retrying to send email ", 0, "");
     NewMailer();
@@ -177,6 +291,7 @@ void ServiceMail::MediaReminder(clsJob job) {
     // With no reminder recipients the reminder mail is not asked for: not sent, and not a failure.
     if (notification.MediaReminderByEmail() && general.MailSettings().EmailEnabled() &&
         !RecipientsFor(host_.settings, mailtype::kReminder).empty()) {
+      DropWaitingReport();
       NewMailer();
       reminderEmail = true;
       retryPending = false;
@@ -186,6 +301,7 @@ void ServiceMail::MediaReminder(clsJob job) {
       retryCount = 0;
       mailType = mailtype::kReminder;
       lastAttempt = host_.clock.Now();
+      SaveRetryState();
       objMailer->Mail(subject, body, mailType, attachment);
     }
   } catch (...) {
@@ -200,6 +316,7 @@ void ServiceMail::MaintenanceEmail(clsJob job) {
     if (!notification.MaintenanceEmailEnabled()) return;
     // Maintenance mail goes to the reminder recipients; with none it is not asked for.
     if (RecipientsFor(host_.settings, mailtype::kMaintenance).empty()) return;
+    DropWaitingReport();
     NewMailer();
     reminderEmail = true;
     retryPending = false;
@@ -209,6 +326,7 @@ void ServiceMail::MaintenanceEmail(clsJob job) {
     retryCount = 0;
     lastAttempt = host_.clock.Now();
     mailType = mailtype::kMaintenance;
+    SaveRetryState();
     objMailer->Mail(subject, body, mailType, attachment);
   } catch (...) {
     host_.logging.ReportInternalError("20020", CurrentError("TWService"));

@@ -2,7 +2,9 @@
 // The service's e-mail: the state of the one mail in flight, the report mail of a finished run,
 // media reminders, maintenance mails and reminder tests, and the re-send of a failed mail every
 // fifteen minutes, up to eleven times. A new mail replaces the state of the one before; the
-// replaced mailer's outcome still arrives, at the same handlers.
+// replaced mailer's outcome still arrives, at the same handlers. The state of a mail waiting for a
+// re-send is kept in the settings store as well, so that a restart goes on where it was; what
+// became of each report's mail is recorded there too.
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -37,9 +39,21 @@ class ServiceMail {
   int16_t retryCount = 0;
   Date lastAttempt = 0;
   std::shared_ptr<frmMailer> objMailer;
+  // The run whose report the mail state carries; empty for any other mail.
+  std::string reportJob;
+  Date reportStart = 0;
 
   // A report of a finished run; `success` picks the mail type. Location code 20005.
-  void SendReportMail(const std::string& subject, const std::string& body, bool success, const std::string& attachment);
+  void SendReportMail(const std::string& subject, const std::string& body, bool success, const std::string& attachment,
+                      const std::string& jobName = {}, Date runStart = 0);
+  // Records that a run's report mail was not asked for (mail off, or no recipients).
+  void ReportMailNotAskedFor(const std::string& jobName, Date runStart);
+  // The scheduled runs missed while the service was stopped or paused, one line each, in one mail
+  // to the failure recipients. It stands beside the mail state: a report waiting for its re-send
+  // keeps waiting. A failure is logged and not sent again.
+  void MissedBackupMail(const std::vector<std::string>& missedRuns);
+  // Takes up the mail that waited for a re-send when the service last stopped.
+  void RestoreRetryState();
   void objMailer_SendFailed(const std::string& transcriptPath);  // location code 20011
   void objMailer_SendSuccessful();                               // location code 20010
   // Whether the poll loop should call ResendMail now.
@@ -61,6 +75,12 @@ class ServiceMail {
   void NewMailer();
   void LogFailure(const std::string& title, const std::string& message, const std::string& transcriptPath);
   void ReleaseCurrentMailer();
+  // The mail state, written to the store as it stands; a failure is reported, never raised.
+  void SaveRetryState();
+  // What became of the report mail in the state, when it carries one.
+  void RecordReportMail(const std::string& state, int32_t retry, Date at);
+  // Starting a new mail drops the one waiting for a re-send, if any: its report mail is given up.
+  void DropWaitingReport();
 
   ExecutionHost& host_;
   Mailer& mailer_;

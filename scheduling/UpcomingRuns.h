@@ -1,5 +1,6 @@
 #pragma once
 // The scheduled runs of a job in the coming days, as its scheme decides them.
+#include <optional>
 #include <vector>
 
 #include "scheduling/Schemes.h"
@@ -17,5 +18,13 @@ struct UpcomingRun {
 // One entry a day for `days` days, from the first scheduled start at or after `from`. Raises
 // TWError for a job whose scheme is unknown.
 std::vector<UpcomingRun> UpcomingRuns(clsJob job, Date from, int days);
+
+// The first scheduled start at or after `from`, within `days` days, that the scheme lets go ahead;
+// nothing for a suspended job or none in that time. Raises TWError as UpcomingRuns does.
+std::optional<Date> NextScheduledRun(clsJob job, Date from, int days);
+
+// The scheduled starts after `after` and before `before` that the scheme would have let go ahead:
+// the runs a service that did not poll in between has missed. Raises TWError as UpcomingRuns does.
+std::vector<Date> ScheduledRunsBetween(clsJob job, Date after, Date before);
 
 }  // namespace tw

@@ -5,6 +5,7 @@
 #include "common/Error.h"
 #include "common/Strings.h"
 #include "logging/LogDisplay.h"
+#include "monitoring/Metrics.h"
 #include "platform/Accounts.h"
 #include "platform/Environment.h"
 #include "platform/FileLock.h"
@@ -63,9 +64,13 @@ frmService::frmService(ServiceHost& host, platform::IServiceControl& control, II
       dialog_(dialog),
       err_(err) {
   tmrPoll_ = host_.loop.AddTimer(kPollIntervalMs, [this] { tmrPoll_Timer(); });
+  tmrHeartbeat_ = host_.loop.AddTimer(kPollIntervalMs, [this] { Heartbeat(false); });
 }
 
-frmService::~frmService() { host_.loop.Remove(tmrPoll_); }
+frmService::~frmService() {
+  host_.loop.Remove(tmrHeartbeat_);
+  host_.loop.Remove(tmrPoll_);
+}
 
 int frmService::Load(const std::string& commandLine) {
   displayName_ = host_.logging.BrandText(control_.DisplayName());
@@ -260,19 +265,67 @@ int frmService::RunService(bool debug) {
 void frmService::ServiceStart(bool& success) {
   RunServiceEvent(host_.logging, kStart, [this] { host_.loop.TimerEnabled(tmrPoll_, true); }, success);
   AdoptRunsInProgress();
+  RecordLastRunsFromReports();
+  host_.mail.RestoreRetryState();
+  if (!success) return;
+  ReportMissedRuns();
+  RecordState(servicestate::kRunning);
 }
 
 void frmService::ServiceStop(bool& success) {
   // Nothing else: running backups are neither waited for nor killed.
   RunServiceEvent(host_.logging, kStop, [this] { host_.loop.TimerEnabled(tmrPoll_, false); }, success);
+  host_.loop.TimerEnabled(tmrHeartbeat_, false);
+  RecordState(servicestate::kStopping);
 }
 
 void frmService::ServicePause(bool& success) {
   RunServiceEvent(host_.logging, kPause, [this] { host_.loop.TimerEnabled(tmrPoll_, false); }, success);
+  if (!success) return;
+  host_.loop.TimerEnabled(tmrHeartbeat_, true);
+  RecordState(servicestate::kPaused);
 }
 
 void frmService::ServiceContinue(bool& success) {
   RunServiceEvent(host_.logging, kContinue, [this] { host_.loop.TimerEnabled(tmrPoll_, true); }, success);
+  if (!success) return;
+  host_.loop.TimerEnabled(tmrHeartbeat_, false);
+  ReportMissedRuns();
+  RecordState(servicestate::kRunning);
+}
+
+void frmService::RecordState(std::string_view state) {
+  unrecordedState_ = state;
+  unrecordedSince_ = host_.clock.Now();
+  try {
+    // A file another program holds is not waited for: the heartbeat writes the state later.
+    if (RecordServiceState(host_.settings.Store(), state, unrecordedSince_, unrecordedSince_)) unrecordedState_.clear();
+  } catch (...) {
+    host_.logging.ReportInternalError("20000", CurrentError("TWService"));
+  }
+}
+
+void frmService::Heartbeat(bool polled) {
+  try {
+    const Date now = host_.clock.Now();
+    if (!unrecordedState_.empty()) {
+      if (RecordServiceState(host_.settings.Store(), unrecordedState_, unrecordedSince_, now)) unrecordedState_.clear();
+    }
+    RecordHeartbeat(host_.settings.Store(), now, polled);
+    if (MinutesBetween(metricsWritten_, now) < 1) return;
+    metricsWritten_ = now;
+    const std::string path = host_.settings.General().Options().MetricsTextfile();
+    if (path.empty()) return;
+    const std::string failure =
+        WriteMetricsFile(path, MetricsText(ReadMetricsInput(host_.settings, host_.applicationFolder, now)));
+    // Said once, not each minute while the folder stays unwritable; said again once it was fixed.
+    if (!failure.empty() && failure != metricsFailure_) {
+      host_.logs.AddLogSimple(1, "Metrics file not written", failure, 0, "");
+    }
+    metricsFailure_ = failure;
+  } catch (...) {
+    host_.logging.ReportInternalError("20000", CurrentError("TWService"));
+  }
 }
 
 bool frmService::PollTimerEnabled() const { return host_.loop.TimerEnabled(tmrPoll_); }

@@ -78,6 +78,12 @@ class frmService {
   // application folder; each is watched in a slot until it ends, and reported then.
   void AdoptRunsInProgress();
 
+  // Writes one warning entry for each scheduled run missed since the last poll that looked at the
+  // schedules (the service was stopped or paused), and one mail listing them; records them with
+  // their jobs. A run the scheme would have skipped is not missed, nor one in the present minute,
+  // whose check still fires. Missed runs are never started late.
+  void ReportMissedRuns();
+
   const std::shared_ptr<frmBackup>& Slot(size_t index) const { return objBackup_.at(index); }
   bool TestRun() const { return testRun_ != nullptr; }
   bool ScreenshotTaken() const { return screenshotTaken_; }
@@ -118,6 +124,12 @@ class frmService {
   int Uninstall(bool quietly);
   int RunService(bool debug);
   void RecordInstalled(bool installed);
+  // The service's state for the console, with a heartbeat; a failure is reported, never raised.
+  void RecordState(std::string_view state);
+  // The heartbeat of a tick; each minute, the metrics file when one is set.
+  void Heartbeat(bool polled);
+  // Each job's last run taken once from the report logs, for a settings file that kept no record.
+  void RecordLastRunsFromReports();
 
   std::unique_ptr<clsCurrentJobManager> jobManager_;  // made before anything else
   ServiceHost& host_;
@@ -128,6 +140,12 @@ class frmService {
   // The ten job slots objBackup0 .. objBackup9; empty until a job is launched into one.
   std::array<std::shared_ptr<frmBackup>, 10> objBackup_;
   platform::EventLoop::SourceId tmrPoll_;
+  // Keeps the heartbeat going while the poll timer is off for a pause.
+  platform::EventLoop::SourceId tmrHeartbeat_;
+  Date metricsWritten_ = 0;
+  std::string unrecordedState_;  // a state that could not be written yet, and since when
+  Date unrecordedSince_ = 0;
+  std::string metricsFailure_;  // the last one logged, so that it is logged once
   struct PendingReport {
     RunningJob record;
     clsReportLogEntry entry;

@@ -8,9 +8,11 @@
 #include "common/Utf16.h"
 #include "execution/RightsLaunch.h"
 #include "logging/modAppLog.h"
+#include "monitoring/JobStates.h"
 #include "platform/Process.h"
 #include "reporting/Mailer.h"
 #include "scheduling/RunMarker.h"
+#include "scheduling/UpcomingRuns.h"
 #include "settings/PrintRequest.h"
 #include "settings/StatusText.h"
 #include "service/frmService.h"
@@ -21,6 +23,9 @@ namespace {
 // The executor's process name, as the process tool looks for it.
 const char* const kExecutorProcess = "TWExecutor";
 const char* const kCrLf = "\r\n";
+// Missed runs are looked for this many days back at most: a service stopped for longer gets one
+// warning a run for these days, not for every day it was away.
+constexpr Date kMissedRunsLookBackDays = 31;
 
 struct Outcome {
   const char* sentence;   // of the test-run answer
@@ -28,6 +33,11 @@ struct Outcome {
   uint32_t eventId;
   int32_t reportStatus;   // the report log's numbering: 0 normal, 2 errors, 1 timed out
 };
+
+// The job's last run as status and metrics show it; a failure is left to the caller's handler.
+void RecordLastRun(clsJob& job, const clsReportLogEntry& entry, const std::string& reportFile) {
+  job.LastRun(entry.TimeStart, entry.TimeEnd, entry.Status, reportFile);
+}
 
 Outcome OutcomeOf(int16_t status) {
   if (status == 1) return {"Backup process completed normally", eventtype::Information, 1000, 0};
@@ -40,6 +50,7 @@ Outcome OutcomeOf(int16_t status) {
 void frmService::tmrPoll_Timer() {
   try {
     host_.settings.Store().ForgetIfReplaced();
+    Heartbeat(true);
     SavePendingReports();
     if (!ServeConsoleRequest()) {
       auto general = host_.settings.General();
@@ -308,7 +319,9 @@ void frmService::CompletionHandling(const RunningJob& record) {
     const int32_t kind = normal ? mailtype::kSuccessReport : mailtype::kFailureReport;
     if ((!jobExists || job.JobNotification().SendReportEmail()) && mail.EmailEnabled() &&
         !RecipientsFor(host_.settings, kind).empty()) {
-      host_.mail.SendReportMail(subject, body, normal, attachment);
+      host_.mail.SendReportMail(subject, body, normal, attachment, jobName, record->BackupStartTime);
+    } else {
+      host_.mail.ReportMailNotAskedFor(jobName, record->BackupStartTime);
     }
 
     // 4. The print-out, through the rights launcher and the print-out program.
@@ -336,6 +349,7 @@ void frmService::CompletionHandling(const RunningJob& record) {
     entry.TimeStart = record->BackupStartTime;
     entry.TimeEnd = record->BackupEndTime;
     entry.Status = outcome.reportStatus;
+    if (jobExists) RecordLastRun(job, entry, "");
     record->ReportPending = true;
     pendingReports_.push_back({record, entry});
     SavePendingReports();
@@ -379,6 +393,9 @@ void frmService::SavePendingReports() {
     }
     // 8. The marker and the registry: the run is reported.
     const RunningJob record = it->record;
+    if (record->BackupJob && record->BackupJob->Exists()) {
+      RecordLastRun(*record->BackupJob, it->entry, std::filesystem::path(it->entry.Filename()).filename().string());
+    }
     it = pendingReports_.erase(it);
     if (!record->MarkerPath.empty()) {
       std::error_code error;
@@ -389,6 +406,68 @@ void frmService::SavePendingReports() {
       }
     }
     jobManager_->RemoveJob(record);
+  }
+}
+
+void frmService::RecordLastRunsFromReports() {
+  try {
+    SettingsStore& store = host_.settings.Store();
+    if (store.ReadBool("service.outcomes_recorded")) return;
+    std::vector<JobStatusValues> jobs = store.JobStatuses();
+    FillLastRunsFromReports(jobs, host_.reports.GetSummaries(0));
+    auto general = host_.settings.General();
+    // Not worth waiting for a file another program holds: the console reads the report logs until
+    // a later start has recorded them.
+    store.InTransactionIfFree([&] {
+      for (const JobStatusValues& values : jobs) {
+        if (values.lastRunStatus == -1) continue;
+        general.JobById(values.id).LastRun(values.lastRunStart, values.lastRunEnd,
+                                           static_cast<int32_t>(values.lastRunStatus), values.lastReport);
+      }
+      store.WriteBool("service.outcomes_recorded", true);
+    });
+  } catch (...) {
+    host_.logging.ReportInternalError("20000", CurrentError("TWService"));
+  }
+}
+
+void frmService::ReportMissedRuns() {
+  try {
+    SettingsStore& store = host_.settings.Store();
+    const Date lastPoll = store.ReadDate("service.last_poll");
+    if (lastPoll == 0) return;  // never polled: nothing can have been missed
+    const Date now = host_.clock.Now();
+    const DateParts p = SplitDate(now);
+    // The present minute is not missed: its check still fires within it.
+    const Date before = MakeDate({p.year, p.month, p.day, p.hour, p.minute, 0});
+    const Date after = std::max(lastPoll, now - kMissedRunsLookBackDays);
+    std::vector<std::string> lines;
+    for (clsJob job : host_.settings.General().Jobs()) {
+      std::vector<Date> missed;
+      try {
+        missed = ScheduledRunsBetween(job, after, before);
+      } catch (const TWError&) {
+        continue;  // a schedule that cannot be read is reported by the poll ticks
+      }
+      std::erase_if(missed, [&](Date when) { return SecondsBetween(job.ScheduleLastFired(), when) == 0; });
+      if (missed.empty()) continue;
+      const std::string name = job.Name();
+      for (const Date when : missed) {
+        host_.logs.AddLogSimple(1, "Backup run missed",
+                                "The backup job " + name + " was due at " + IsoText(when).substr(0, 16) +
+                                    " while the service was stopped or paused. It is not started late; it runs "
+                                    "again at its next scheduled time.",
+                                0, "");
+        lines.push_back(name + ": " + IsoText(when).substr(0, 16));
+      }
+      job.RecordMissedRuns(missed.back(), static_cast<int32_t>(missed.size()));
+    }
+    // Reported once: a service stopped again before its first tick does not report them again.
+    // The present minute stays open, for the case that no tick comes in it.
+    store.WriteDate("service.last_poll", std::max(lastPoll, before - 1 / kSecondsPerDay));
+    if (!lines.empty()) host_.mail.MissedBackupMail(lines);
+  } catch (...) {
+    host_.logging.ReportInternalError("20000", CurrentError("TWService"));
   }
 }
 

@@ -45,6 +45,9 @@ const std::vector<SettingKey>& AllSettingKeys() {
       {"options.sbs_reporting", K::Boolean, "false", "write SmallBusinessServer entries to syslog"},
       {"options.event_log", K::Boolean, "true", "write a Tarnwick syslog entry for every finished run"},
       {"options.executor_nologon", K::Boolean, "false", "start the executor with its no-logon option"},
+      {"options.metrics_textfile", K::Text, "",
+       "file the service rewrites each minute with its metrics for node_exporter's textfile collector; empty for "
+       "none"},
 
       {"identity.user", K::Text, "", "account the backups run as"},
       {"identity.password", K::Text, "", "password of that account", true},
@@ -81,6 +84,24 @@ const std::vector<SettingKey>& AllSettingKeys() {
       {"console.latest_report_time", K::Date, "0", "time of the newest report log", false, false, false},
       {"console.answers_start", K::Integer, "0", "newest answer line when the latest request was made", false,
        false, false, 0, 2147483647},
+
+      // What the service writes about itself, for the console and the next start.
+      {"service.state", K::Text, "", "running, paused, stopping or stopped", false, false, false},
+      {"service.state_since", K::Date, "0", "when the service's state began", false, false, false},
+      {"service.heartbeat", K::Date, "0", "the service's latest sign of life", false, false, false},
+      {"service.last_poll", K::Date, "0", "the latest poll tick that looked at the schedules", false, false, false},
+      {"service.outcomes_recorded", K::Boolean, "false", "each job's last run was read from the report logs",
+       false, false, false},
+      // The report or reminder mail waiting for a re-send, so that a restart does not lose it.
+      {"mail_retry.pending", K::Boolean, "false", "a mail waits for a re-send", false, false, false},
+      {"mail_retry.subject", K::Text, "", "its subject", false, false, false},
+      {"mail_retry.body", K::Text, "", "its body", false, false, false, 0, 0, {}, TextForm::Lines},
+      {"mail_retry.type", K::Integer, "0", "its kind", false, false, false, 0, 10},
+      {"mail_retry.attachment", K::Text, "", "its attachment", false, false, false},
+      {"mail_retry.retry_count", K::Integer, "0", "re-sends made", false, false, false, 0, 100},
+      {"mail_retry.last_attempt", K::Date, "0", "the latest try", false, false, false},
+      {"mail_retry.report_job", K::Text, "", "the job of the report it carries", false, false, false},
+      {"mail_retry.report_start", K::Date, "0", "the start of the run it reports", false, false, false},
   };
   return keys;
 }

@@ -1,5 +1,7 @@
 #include "settings/SettingsStore.h"
 
+#include <sqlite3.h>
+
 #include <cmath>
 #include <filesystem>
 #include <system_error>
@@ -80,9 +82,29 @@ ALTER TABLE jobs ADD COLUMN run_eject INTEGER NOT NULL DEFAULT 0;
 ALTER TABLE jobs ADD COLUMN run_start_time REAL NOT NULL DEFAULT 0;
 )sql";
 
+// Version 3: each job's last run and missed runs, kept as they happen so that the console's status
+// reads one table rather than every report log; and what became of each report's mail.
+const char* const kSchemaV3 = R"sql(
+ALTER TABLE jobs ADD COLUMN last_run_start REAL NOT NULL DEFAULT 0;
+ALTER TABLE jobs ADD COLUMN last_run_end REAL NOT NULL DEFAULT 0;
+ALTER TABLE jobs ADD COLUMN last_run_status INTEGER NOT NULL DEFAULT -1;
+ALTER TABLE jobs ADD COLUMN last_report TEXT NOT NULL DEFAULT '';
+ALTER TABLE jobs ADD COLUMN last_missed REAL NOT NULL DEFAULT 0;
+ALTER TABLE jobs ADD COLUMN missed_runs INTEGER NOT NULL DEFAULT 0;
+
+CREATE TABLE report_mails (
+  job        TEXT NOT NULL,
+  time_start TEXT NOT NULL,
+  state      TEXT NOT NULL,
+  retry      INTEGER NOT NULL DEFAULT 0,
+  at         REAL NOT NULL DEFAULT 0,
+  PRIMARY KEY (job, time_start)
+) WITHOUT ROWID;
+)sql";
+
 // Migration N brings a file from schema N-1 to N.
 const std::vector<const char*>& Migrations() {
-  static const std::vector<const char*> migrations = {kSchemaV1, kSchemaV2};
+  static const std::vector<const char*> migrations = {kSchemaV1, kSchemaV2, kSchemaV3};
   return migrations;
 }
 
@@ -132,6 +154,12 @@ const JobColumn& ColumnOf(JobField field) {
       Column("run_backup_mode", K::Integer),
       Column("run_eject", K::Boolean),
       Column("run_start_time", K::Date),
+      Column("last_run_start", K::Date),
+      Column("last_run_end", K::Date),
+      Column("last_run_status", K::Integer),
+      Column("last_report", K::Text),
+      Column("last_missed", K::Date),
+      Column("missed_runs", K::Integer),
   };
   return columns.at(static_cast<size_t>(field));
 }
@@ -307,6 +335,27 @@ void SettingsStore::Migrate(Database& database) {
   database.Execute("PRAGMA application_id = " + std::to_string(kApplicationId) +
                    "; PRAGMA user_version = " + std::to_string(kSchemaVersion));
   transaction.Commit();
+}
+
+bool SettingsStore::InTransactionIfFree(const std::function<void()>& work) {
+  if (transactionDepth_ > 0) {
+    work();
+    return true;
+  }
+  Database& database = *Open(true);
+  const auto waitAgain = [&] {
+    database.Execute("PRAGMA busy_timeout = " + std::to_string(kBusyTimeoutMilliseconds), "read");
+  };
+  database.Execute("PRAGMA busy_timeout = 0", "read");
+  try {
+    InTransaction(work);
+  } catch (const TWError& e) {
+    waitAgain();
+    if ((e.Number & 0xFF) == SQLITE_BUSY) return false;
+    throw;
+  }
+  waitAgain();
+  return true;
 }
 
 void SettingsStore::InTransaction(const std::function<void()>& work) {
@@ -608,6 +657,81 @@ std::vector<JobTimingValues> SettingsStore::JobTimings() {
     job.maintenanceOccurrence = q.Text(7);
   }
   return jobs;
+}
+
+std::vector<JobStatusValues> SettingsStore::JobStatuses() {
+  std::vector<JobStatusValues> jobs;
+  Database* database = Open(false);
+  if (database == nullptr) return jobs;
+  auto q = database->Prepare(
+      "SELECT id, name, suspended, backup_log_id, run_status, run_start_time, backup_timeout, last_run_start, "
+      "last_run_end, last_run_status, last_report, last_missed, missed_runs FROM jobs ORDER BY position");
+  // A value that does not read as its kind reads as nothing: the listing goes on.
+  const auto readInt = [&](int column, int64_t fallback) {
+    try {
+      return AsInteger(q, std::string(), column);
+    } catch (const TWError&) {
+      return fallback;
+    }
+  };
+  const auto readDate = [&](int column) {
+    try {
+      return AsReal(q, std::string(), column);
+    } catch (const TWError&) {
+      return 0.0;
+    }
+  };
+  while (q.Step()) {
+    JobStatusValues& job = jobs.emplace_back();
+    job.id = q.Int(0);
+    job.name = q.Text(1);
+    try {
+      job.suspended = AsBool(q, std::string(), 2);
+    } catch (const TWError&) {
+      job.suspended = false;
+    }
+    job.backupLogId = q.Text(3);
+    job.runStatus = readInt(4, 0);
+    job.runStartTime = readDate(5);
+    job.timeoutMinutes = readInt(6, 0);
+    job.lastRunStart = readDate(7);
+    job.lastRunEnd = readDate(8);
+    job.lastRunStatus = readInt(9, -1);
+    job.lastReport = q.Text(10);
+    job.lastMissed = readDate(11);
+    job.missedRuns = readInt(12, 0);
+  }
+  return jobs;
+}
+
+// ---- report mails ---------------------------------------------------------------------------
+
+void SettingsStore::SetReportMail(std::string_view job, Date timeStart, const ReportMailOutcome& outcome) {
+  Open(true)
+      ->Prepare("INSERT OR REPLACE INTO report_mails (job, time_start, state, retry, at) VALUES (?1, ?2, ?3, ?4, ?5)")
+      .BindText(1, job)
+      .BindText(2, IsoText(timeStart))
+      .BindText(3, outcome.state)
+      .BindInt(4, outcome.retry)
+      .BindReal(5, outcome.at)
+      .Run();
+}
+
+std::optional<ReportMailOutcome> SettingsStore::ReportMail(std::string_view job, Date timeStart) {
+  Database* database = Open(false);
+  if (database == nullptr) return std::nullopt;
+  auto q = database->Prepare("SELECT state, retry, at FROM report_mails WHERE job = ?1 AND time_start = ?2");
+  q.BindText(1, job).BindText(2, IsoText(timeStart));
+  if (!q.Step()) return std::nullopt;
+  return ReportMailOutcome{q.Text(0), static_cast<int32_t>(q.Int(1)), q.Real(2)};
+}
+
+int64_t SettingsStore::CountReportMails(std::string_view state) {
+  Database* database = Open(false);
+  if (database == nullptr) return 0;
+  auto q = database->Prepare("SELECT count(*) FROM report_mails WHERE state = ?1");
+  q.BindText(1, state);
+  return q.Step() ? q.Int(0) : 0;
 }
 
 // ---- console answers ------------------------------------------------------------------------

@@ -27,6 +27,7 @@ enum class JobField {
   PrintReport, SendReportEmail, MediaReminderByEmail, MediaReminderByBroadcast, ReminderTime,
   ReminderLastFired, MaintenanceEmailEnabled, MaintenanceSubject, MaintenanceBody, MaintenanceOccurrence,
   MaintenanceLastFired, RunTapeLabel, RunBackupMethod, RunBackupMode, RunEject, RunStartTime,
+  LastRunStart, LastRunEnd, LastRunStatus, LastReport, LastMissed, MissedRuns,
 };
 
 // The values of one job that decide whether its reminder, scheduled run or maintenance e-mail
@@ -42,10 +43,36 @@ struct JobTimingValues {
   std::string maintenanceOccurrence;
 };
 
+// What the console's status and metrics show of one job, read for every job at once. A value that
+// does not read as its kind reads as nothing.
+struct JobStatusValues {
+  int64_t id = 0;
+  std::string name;
+  bool suspended = false;
+  std::string backupLogId;
+  int64_t runStatus = 0;
+  Date runStartTime = 0;
+  int64_t timeoutMinutes = 0;
+  Date lastRunStart = 0;
+  Date lastRunEnd = 0;
+  int64_t lastRunStatus = -1;  // the report log's numbering (0 normal, 1 timed out, 2 errors); -1 none
+  std::string lastReport;      // the report log's file name
+  Date lastMissed = 0;         // the latest scheduled run missed while the service was not polling
+  int64_t missedRuns = 0;      // how many, ever
+};
+
+// What became of a report's mail: "sent" (`at` the time), "waiting" (re-send `retry` of eleven
+// next, at `at`), "given up" (`at` the last try) or "not asked for".
+struct ReportMailOutcome {
+  std::string state;
+  int32_t retry = 0;
+  Date at = 0;
+};
+
 class SettingsStore {
  public:
   // The schema this program writes; older files are migrated when first opened.
-  static constexpr int kSchemaVersion = 2;
+  static constexpr int kSchemaVersion = 3;
 
   explicit SettingsStore(std::string path);
   ~SettingsStore();
@@ -98,8 +125,14 @@ class SettingsStore {
   void SetJobDate(int64_t id, JobField field, Date value);
   // Every job's timing values in job order, read at once: one query instead of several per job.
   std::vector<JobTimingValues> JobTimings();
+  std::vector<JobStatusValues> JobStatuses();
   std::vector<std::string> JobSources(int64_t id);
   void SetJobSources(int64_t id, const std::vector<std::string>& paths);
+
+  // Report mail outcomes, by the job's name and the run's start as the report log holds them.
+  void SetReportMail(std::string_view job, Date timeStart, const ReportMailOutcome& outcome);
+  std::optional<ReportMailOutcome> ReportMail(std::string_view job, Date timeStart);
+  int64_t CountReportMails(std::string_view state);
 
   // The console's answer channel: lines appended by the service, read by the console.
   void AppendAnswer(std::string_view line);
@@ -107,6 +140,9 @@ class SettingsStore {
 
   // Runs `work` in one write transaction: all of it lands, or none of it.
   void InTransaction(const std::function<void()>& work);
+  // The same, for what may as well wait for the next time (a heartbeat): false, with nothing
+  // written, when another program holds the file, rather than waiting for it.
+  bool InTransactionIfFree(const std::function<void()>& work);
 
  private:
   // The open connection; nullptr when the file does not exist and `forWrite` is false.

@@ -34,6 +34,7 @@ void clsOptions::ServiceInstalled(bool value) { store_->WriteBool("options.servi
 bool clsOptions::DetailedLogging() { return store_->ReadBool("options.detailed_logging"); }
 void clsOptions::DetailedLogging(bool value) { store_->WriteBool("options.detailed_logging", value); }
 std::string clsOptions::PrintSetting() { return store_->ReadText("options.print_setting"); }
+std::string clsOptions::MetricsTextfile() { return store_->ReadText("options.metrics_textfile"); }
 void clsOptions::PrintSetting(const std::string& value) { store_->WriteText("options.print_setting", value); }
 std::string clsOptions::BroadcastRecipients() { return store_->ReadText("options.broadcast_recipients"); }
 void clsOptions::BroadcastRecipients(const std::string& value) {
@@ -162,6 +163,23 @@ clsJobNotification clsJob::JobNotification() { return clsJobNotification(store_,
 std::string clsJob::BackupLogId() { return store_->JobText(id_, JobField::BackupLogId); }
 void clsJob::BackupLogId(const std::string& value) { store_->SetJobText(id_, JobField::BackupLogId, value); }
 bool clsJob::Exists() { return store_->JobExists(id_); }
+
+void clsJob::LastRun(Date start, Date end, int32_t status, const std::string& reportFile) {
+  store_->InTransaction([&] {
+    store_->SetJobDate(id_, JobField::LastRunStart, start);
+    store_->SetJobDate(id_, JobField::LastRunEnd, end);
+    store_->SetJobInt(id_, JobField::LastRunStatus, status);
+    // Written once the report log has its name; until then the one before stays out of sight.
+    store_->SetJobText(id_, JobField::LastReport, reportFile);
+  });
+}
+
+void clsJob::RecordMissedRuns(Date latest, int32_t count) {
+  store_->InTransaction([&] {
+    store_->SetJobDate(id_, JobField::LastMissed, latest);
+    store_->SetJobInt(id_, JobField::MissedRuns, store_->JobInt(id_, JobField::MissedRuns) + count);
+  });
+}
 std::string clsJob::Name() { return store_->JobText(id_, JobField::Name); }
 void clsJob::Name(const std::string& value) { store_->SetJobText(id_, JobField::Name, value); }
 std::string clsJob::Description() { return store_->JobText(id_, JobField::Description); }

@@ -49,6 +49,8 @@ class clsOptions {
   bool DetailedLogging();
   void DetailedLogging(bool value);
   std::string PrintSetting();
+  // The file the service rewrites each minute with its metrics; empty for none.
+  std::string MetricsTextfile();
   void PrintSetting(const std::string& value);
   std::string BroadcastRecipients();
   void BroadcastRecipients(const std::string& value);
@@ -233,6 +235,10 @@ class clsJob {
   void RunEject(bool value);
   Date RunStartTime();
   void RunStartTime(Date value);
+  // The last run as the service reported it (status in the report log's numbering), and the
+  // scheduled runs it missed while it was not polling; the console's status reads them.
+  void LastRun(Date start, Date end, int32_t status, const std::string& reportFile);
+  void RecordMissedRuns(Date latest, int32_t count);
 
   int64_t Id() const { return id_; }
   // False once the job has been removed, by this program or another.
@@ -264,6 +270,8 @@ class clsGeneral {
   std::optional<clsJob> FindJob(const std::string& name);
   std::optional<clsJob> FindJobByBackupLogId(const std::string& backupLogId);
   std::vector<clsJob> Jobs();
+  // The job with that row identifier, as JobStatuses and JobTimings give it.
+  clsJob JobById(int64_t id) { return clsJob(store_, id); }
   // Adds a job with every other member at its default; the name and the backup log identifier
   // must be free (the store refuses duplicates).
   clsJob AddJob(const std::string& name, const std::string& backupLogId);

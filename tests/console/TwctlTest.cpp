@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "common/EventPump.h"
+#include "monitoring/ServiceState.h"
 #include "logging/clsLogs.h"
 #include "reporting/clsReportLogs.h"
 #include "settings/TWSettings.h"
@@ -230,11 +231,11 @@ TEST_F(TwctlTest, ListingsSurviveStoredValuesThatAreNotOneLineOfText) {
   for (const auto& args : std::vector<std::vector<std::string>>{
            {"job", "list", "--json"}, {"status", "--json"}, {"config", "list", "--json"}}) {
     const Result r = Run(args);
-    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(args[0] == "status" ? 3 : 0, r.status) << r.err;  // no service runs
     listings.push_back(nlohmann::json::parse(r.out, nullptr, false));
   }
   EXPECT_EQ("Caf\uFFFD", listings[0][0]["name"]);
-  EXPECT_EQ("Caf\uFFFD", listings[1][0]["job"]);
+  EXPECT_EQ("Caf\uFFFD", listings[1]["jobs"][0]["job"]);
   EXPECT_EQ("Tarn\uFFFDwick", listings[2]["options.custom_product_name"]);
   EXPECT_EQ("NAME  TIME      SCHEME           TIMEOUT  STATE   DESCRIPTION\n"
             "Caf\xE9  21:00:00  TWSchemes.Daily  240 min  active  Front desk and till\n",
@@ -446,7 +447,9 @@ TEST_F(TwctlTest, RequestsAreWrittenOrRefusedAndTheirAnswersFollowed) {
 
   Result r = Run({"request", "test-backup", "nightly"});
   ASSERT_EQ(0, r.status) << r.err;
-  EXPECT_EQ("Requested a test backup of Nightly; 'twctl answers --follow' shows the answers.\n", r.out);
+  EXPECT_EQ("Requested a test backup of Nightly; 'twctl answers --follow' shows the answers.\nTWService is not "
+            "running: the request waits, and nothing happens until it starts.\n",
+            r.out);
   EXPECT_EQ("Nightly", console.RequestJobName());
   EXPECT_TRUE(store.ReadBool("console.test_backup_requested"));
 
@@ -483,15 +486,25 @@ TEST_F(TwctlTest, RequestsAreWrittenOrRefusedAndTheirAnswersFollowed) {
   EXPECT_EQ(1, r.status) << "the first result was a failure";
   EXPECT_EQ("Performing test backup...\nRESULT: Backup process encountered errors\n", r.out);
 
+  RecordServiceState(store, servicestate::kPaused, clock_.Now(), clock_.Now());
   r = Run({"request", "test-reminder", "Nightly", "--broadcast"});
   ASSERT_EQ(0, r.status) << r.err;
-  EXPECT_EQ("Requested a reminder test of Nightly by broadcast; 'twctl answers --follow' shows the answers.\n", r.out);
+  EXPECT_EQ("Requested a reminder test of Nightly by broadcast; 'twctl answers --follow' shows the answers.\n"
+            "TWService is paused: nothing happens until it continues ('twctl service continue').\n",
+            r.out);
   EXPECT_TRUE(console.ReminderByBroadcastSelected());
   EXPECT_FALSE(console.ReminderByEmailSelected());
   EXPECT_TRUE(console.ReminderRequested());
-  r = Run({"answers", "--follow", "--timeout", "0"});
+  // Without a service's heartbeat no answer can come: following ends at once and says why.
+  r = Run({"answers", "--follow"});
   EXPECT_EQ(1, r.status);
   EXPECT_EQ("", r.out);
+  EXPECT_EQ("twctl: no \"RESULT: \" line yet, and TWService is paused: nothing happens until it continues ('twctl "
+            "service continue').\n",
+            r.err);
+  RecordServiceState(store, servicestate::kRunning, clock_.Now(), clock_.Now());
+  r = Run({"answers", "--follow", "--timeout", "0"});
+  EXPECT_EQ(1, r.status);
   EXPECT_NE(std::string::npos, r.err.find("no \"RESULT: \" line within 0 s")) << r.err;
   console.AppendTestLine("Sending reminders...");
   console.AppendTestLine("RESULT: Test complete.");
@@ -500,16 +513,17 @@ TEST_F(TwctlTest, RequestsAreWrittenOrRefusedAndTheirAnswersFollowed) {
   EXPECT_EQ("Sending reminders...\nRESULT: Test complete.\n", r.out);
 }
 
-TEST_F(TwctlTest, StatusShowsNextRunWhatRunsAndTheLastOutcome) {
+TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   ASSERT_EQ(0, Run({"job", "add", "Nightly", "--time", "22:15"}).status);
   ASSERT_EQ(0, Run({"job", "add", "Archive", "--time", "02:00", "--suspended"}).status);
+  TWSettings store(SettingsPath());
   {
-    TWSettings settings(SettingsPath());
-    clsJob nightly = settings.General().JobByName("Nightly");
+    clsJob nightly = store.General().JobByName("Nightly");
     nightly.RunStatus(-2);
     nightly.RunStartTime(clock_.Now() - 75.0 / 1440);
     test::WriteFile(dir_ / "BackupLog-Archive.txt", "tar: /srv\n");
-    clsReportLogs reports(dir_.Path(), settings, clock_, [] { return 0.0; });
+    // Report logs of an older version, which kept no record of the last run: status reads them.
+    clsReportLogs reports(dir_.Path(), store, clock_, [] { return 0.0; });
     for (const int32_t status : {2, 0}) {
       clsReportLogEntry entry;
       entry.TimeStart = clock_.Now() - 1;
@@ -521,15 +535,47 @@ TEST_F(TwctlTest, StatusShowsNextRunWhatRunsAndTheLastOutcome) {
     }
   }
   Result r = Run({"status"});
-  ASSERT_EQ(0, r.status) << r.err;
-  EXPECT_EQ("JOB      NEXT RUN          RUNNING          LAST OUTCOME\n"
-            "Nightly  2024-01-30 22:15  yes, 1 h 15 min  none\n"
-            "Archive  suspended         yes              Normal, ended 2024-01-29 21:14\n",
+  EXPECT_EQ(3, r.status) << "no service runs";
+  EXPECT_EQ("Service: not running (it has never run with these settings)\n\n"
+            "JOB      NEXT RUN                          RUNNING         LAST RUN                  OUTCOME  MAIL\n"
+            "Nightly  2024-01-30 22:15 (in 1 h 14 min)  for 1 h 15 min  none                      none\n"
+            "Archive  suspended                         yes             2024-01-29 21:00, 14 min  normal   -\n",
             r.out);
-  const auto json = nlohmann::json::parse(Run({"status", "--json"}).out);
-  EXPECT_EQ("2024-01-30 22:15:00", json[0]["next_run"]);
-  EXPECT_EQ(4502, json[0]["running_seconds"]);
-  EXPECT_EQ(0, json[1]["last_outcome"]["status"]);
+
+  // The service's heartbeat makes it running; every last outcome normal or none: exit 0.
+  RecordServiceState(store.Store(), servicestate::kRunning, clock_.Now() - 1.0 / 24, clock_.Now());
+  store.Store().SetReportMail("Archive", clock_.Now() - 1 - 1.0 / 86400, {"sent", 0, clock_.Now() - 0.99});
+  r = Run({"status"});
+  EXPECT_EQ(0, r.status);
+  EXPECT_EQ(0u, r.out.find("Service: running since 2024-01-30 20:00:02\n")) << r.out;
+  EXPECT_NE(std::string::npos, r.out.find("normal   sent 2024-01-29 21:14\n")) << r.out;
+
+  // A run past its time-out shows as timed out, never as running, and calls for a look: exit 1.
+  store.General().JobByName("Nightly").BackupTimeout(60);
+  r = Run({"status"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_NE(std::string::npos, r.out.find("timed out, since 2024-01-30 19:45")) << r.out;
+  auto json = nlohmann::json::parse(Run({"status", "--json"}).out);
+  EXPECT_EQ("running", json["service"]["state"]);
+  EXPECT_FALSE(json["healthy"]);
+  EXPECT_EQ("2024-01-30T22:15:00+00:00", json["jobs"][0]["next_run"]);
+  EXPECT_EQ(true, json["jobs"][0]["timed_out"]);
+  EXPECT_EQ(4502, json["jobs"][0]["running_seconds"]);
+  EXPECT_EQ("normal", json["jobs"][1]["last_outcome"]);
+  EXPECT_EQ("sent", json["jobs"][1]["last_run"]["mail"]["state"]);
+
+  // A missed run after the last one that ran is the last outcome; a heartbeat older than three
+  // polls is a service that is not running.
+  store.General().JobByName("Archive").RecordMissedRuns(clock_.Now() - 0.5, 1);
+  clock_.AdvanceSeconds(31);
+  r = Run({"status"});
+  EXPECT_EQ(3, r.status);
+  EXPECT_EQ(0u, r.out.find("Service: not running (last heartbeat 2024-01-30 21:00:02, 31 s ago)\n")) << r.out;
+  EXPECT_NE(std::string::npos, r.out.find("missed 2024-01-30 09:00")) << r.out;
+  json = nlohmann::json::parse(Run({"status", "--json"}).out);
+  EXPECT_EQ("not running", json["service"]["state"]);
+  EXPECT_EQ("missed", json["jobs"][1]["last_outcome"]);
+  EXPECT_EQ(1, json["jobs"][1]["missed_runs"]);
 
   // A running job is not asked for again, and is removed only when told to; a request that waits
   // for a removed job goes with it.
