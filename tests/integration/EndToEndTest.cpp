@@ -135,6 +135,55 @@ TEST_F(EndToEndTest, ARunOutlivesPauseContinueAndStop) {
   EXPECT_NE(titles.end(), std::find(titles.begin(), titles.end(), "Backup run picked up again"));
 }
 
+TEST_F(EndToEndTest, AStopBetweenTwoRetriesLosesNoMailAndMissedRunsAreToldOnce) {
+  // The clock runs sixty times faster, with a stand-in for the rights launcher and the executor.
+  SlowLauncher(0);
+  Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
+  Job("Evening", TimeSerial(21, 40, 0), dir_ / "src");
+  settings_.Store().WriteText("options.metrics_textfile", dir_ / "tarnwick.prom");
+  settings_.Store().WriteInt("mail.port", 1);  // refused
+  auto console = settings_.General().Console();
+  console.RequestJobName("Nightly");
+  console.TestBackupRequested(true);
+  Start("2026-11-23 21:30:00 x60");
+  ASSERT_TRUE(TitleArrives("Report email could not be sent", 5, 20000)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
+  EXPECT_EQ("running", settings_.Store().ReadText("service.state"));
+  ASSERT_TRUE(ReportsArrive(1));
+  const Date runStart = Reports()[0].TimeStart;
+  auto mail = settings_.Store().ReportMail("Nightly", runStart);
+  ASSERT_TRUE(mail.has_value());
+  EXPECT_EQ("waiting", mail->state);
+  EXPECT_EQ(1, mail->retry);
+  Stop();
+  EXPECT_EQ("stopping", settings_.Store().ReadText("service.state"));
+  EXPECT_TRUE(settings_.Store().ReadBool("mail_retry.pending"));
+  // The metrics the service wrote pass Prometheus' own check.
+  EXPECT_EQ(0, std::system(("promtool check metrics < " + (dir_ / "tarnwick.prom")).c_str()));
+
+  // Twenty minutes later the server is back: the re-send goes on where it was, and Evening's 21:40,
+  // which passed while the service was stopped, is told once: a warning and a mail, never a late run.
+  settings_.Store().WriteInt("mail.port", smtp_.Port());
+  Start("2026-11-23 21:50:00 x60");
+  ASSERT_TRUE(TitleArrives("Attempting to re-send email (retry #1)", 10, 30000))
+      << test::ReadFile(dir_ / "Logs/TWLog.0000");
+  ASSERT_TRUE(test::WaitUntil([&] { return smtp_.Count() == 2; }, 20000));
+  ASSERT_TRUE(test::WaitUntil([&] { return settings_.Store().ReportMail("Nightly", runStart)->state == "sent"; }));
+  Stop();
+  EXPECT_EQ((std::vector<std::string>{"Tarnwick backup Nightly completed normally", "Tarnwick missed backup"}),
+            Subjects());
+  const auto titles = Titles(30);
+  EXPECT_EQ(1, std::count(titles.begin(), titles.end(), "Backup run missed"));
+  const auto entries = test::LastLogs(dir_.Path(), 30);
+  const auto warning = std::find_if(entries.begin(), entries.end(),
+                                    [](const clsLogEntry& e) { return e.Title == "Backup run missed"; });
+  EXPECT_NE(std::string::npos, warning->Message.find("The backup job Evening was due at 2026-11-23 21:40"))
+      << warning->Message;
+  EXPECT_EQ(1u, Reports().size()) << "the missed run was not started late";
+  clsJob evening = settings_.General().JobByName("Evening");
+  EXPECT_EQ(1, settings_.Store().JobInt(evening.Id(), JobField::MissedRuns));
+  EXPECT_FALSE(settings_.Store().ReadBool("mail_retry.pending"));
+}
+
 TEST_F(EndToEndTest, ElevenJobsInOneMinuteRunTenAndReportTheEleventh) {
   for (int i = 0; i < 11; ++i) Job("Job" + std::to_string(i), TimeSerial(21, 0, 0), dir_ / "src");
   Start("2026-11-23 21:00:05");
