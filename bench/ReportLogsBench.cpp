@@ -1,14 +1,16 @@
 // The cost of listing the newest report logs as the report folder fills up: one report log per
 // run, so a folder of years of runs of many jobs holds a hundred thousand. The folder is read at
-// the first call and watched after that.
+// the first call and watched after that. And `twctl status` over a thousand jobs beside them.
 //   build/bin/bench_reports
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 
 #include "common/Clock.h"
 #include "common/NumberText.h"
+#include "console/Twctl.h"
 #include "reporting/clsReportLogs.h"
 
 namespace {
@@ -80,5 +82,35 @@ void BM_GetSummaries20FirstCall(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_GetSummaries20FirstCall)->ArgName("reports")->Arg(1000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+// `twctl status` as an administrator runs it: a new process each time, so nothing is kept from one
+// call to the next; 1,000 jobs beside 100,000 report logs. With each job's last run recorded by
+// the service, as it does; and, for comparison, from a settings file of a version that kept no
+// record, when the report logs are read instead.
+void BM_StatusOf1000Jobs(benchmark::State& state) {
+  ReportFolder folder(100000);
+  {
+    tw::TWSettings settings(folder.Path() + "/settings.db");
+    tw::SettingsStore& store = settings.Store();
+    store.InTransaction([&] {
+      for (int i = 0; i < 1000; ++i) {
+        tw::clsJob job = settings.General().AddJob("Job" + std::to_string(i), "job" + std::to_string(i));
+        job.ScheduledTime(tw::TimeSerial(i % 24, i % 60, 0));
+        job.LastRun(tw::DateSerial(2020, 1, 1), tw::DateSerial(2020, 1, 1) + 0.01, 0, "43831.log");
+        store.SetReportMail(job.Name(), tw::DateSerial(2020, 1, 1), {"sent", 0, tw::DateSerial(2020, 1, 1) + 0.02});
+      }
+      store.WriteBool("service.outcomes_recorded", state.range(0) == 1);
+    });
+  }
+  tw::ConsoleEnvironment environment;
+  environment.settingsPath = folder.Path() + "/settings.db";
+  environment.applicationFolder = folder.Path();
+  for (auto _ : state) {
+    std::ostringstream out, err;
+    tw::RunTwctl({"status"}, out, err, environment);
+    if (out.str().find("Job999 ") == std::string::npos) state.SkipWithError("status lacks a job");
+  }
+}
+BENCHMARK(BM_StatusOf1000Jobs)->ArgName("recorded")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "monitoring/JobStates.h"
 #include "platform/Process.h"
 #include "reporting/Mailer.h"
+#include "reporting/clsReportLogs.h"
 #include "scheduling/RunMarker.h"
 #include "scheduling/UpcomingRuns.h"
 #include "settings/PrintRequest.h"
@@ -414,7 +415,8 @@ void frmService::RecordLastRunsFromReports() {
     SettingsStore& store = host_.settings.Store();
     if (store.ReadBool("service.outcomes_recorded")) return;
     std::vector<JobStatusValues> jobs = store.JobStatuses();
-    FillLastRunsFromReports(jobs, host_.reports.GetSummaries(0));
+    // A reader of its own: the one-time reading leaves no listing of the folder behind.
+    FillLastRunsFromReports(jobs, clsReportLogs(host_.applicationFolder, host_.settings, host_.clock).GetSummaries(0));
     auto general = host_.settings.General();
     // Not worth waiting for a file another program holds: the console reads the report logs until
     // a later start has recorded them.

@@ -252,6 +252,31 @@ std::vector<JobPlan> FiftyJobs() {
 
 // The simulated length: a week, or SOAK_DAYS days. Under the sanitizers, which make each tick some
 // three times dearer, two days unless SOAK_DAYS says otherwise.
+// Minutes of the period in which the service does not poll: paused for two hours on the first
+// evening, stopped for five and a half on the last. What falls in them is missed, never done late.
+struct Outage {
+  int from = 0;  // the first minute without a poll
+  int to = 0;    // the minute at which the service is back
+  bool stop = false;
+};
+
+std::vector<Outage> Outages(int days) {
+  return {{20 * 60, 22 * 60, false}, {(days - 1) * 1440 + 18 * 60, (days - 1) * 1440 + 23 * 60 + 30, true}};
+}
+
+bool InOutage(int minute, const std::vector<Outage>& outages) {
+  return std::any_of(outages.begin(), outages.end(), [&](const Outage& o) { return minute >= o.from && minute < o.to; });
+}
+
+// The minutes of `minutes` in an outage (`inside`), or outside every one.
+Minutes Filtered(const Minutes& minutes, const std::vector<Outage>& outages, bool inside) {
+  Minutes kept;
+  for (const int m : minutes) {
+    if (InOutage(m, outages) == inside) kept.push_back(m);
+  }
+  return kept;
+}
+
 int SimulatedDays() {
 #if defined(__SANITIZE_ADDRESS__)
   constexpr int kDefaultDays = 2;
@@ -275,6 +300,7 @@ class SoakTest : public ::testing::Test {
     auto mail = general.MailSettings();
     mail.EmailEnabled(true);
     mail.ReminderRecipients("ops@example.org");
+    mail.FailureReportRecipients("failures@example.org");  // the missed-backup mails
     host_.settings.Store().WriteText("mail.server", "127.0.0.1");
     host_.settings.Store().WriteInt("mail.port", smtp_.Port());
     general.Options().BroadcastRecipients("operator");
@@ -366,9 +392,21 @@ TEST_F(SoakTest, AWeekOfFiftyJobsFiresEveryScheduledMinuteOnceAndHoldsItsMemory)
   AddJobs(plans);
   const int days = SimulatedDays();
 
+  const std::vector<Outage> outages = Outages(days);
   size_t heapAfterDay1 = 0;
   for (int day = 0; day < days; ++day) {
     for (int minute = day * 1440; minute < (day + 1) * 1440; ++minute) {
+      for (const Outage& outage : outages) {
+        bool done = false;
+        if (minute == outage.from || minute == outage.to) clock_.Set(start_ + minute * 60 / kSecondsPerDay);
+        if (minute == outage.from) outage.stop ? service_.ServiceStop(done) : service_.ServicePause(done);
+        if (minute == outage.to) outage.stop ? service_.ServiceStart(done) : service_.ServiceContinue(done);
+        if (minute == outage.from || minute == outage.to) {
+          ASSERT_TRUE(done);
+          SettleMail();
+        }
+      }
+      if (InOutage(minute, outages)) continue;
       for (const int second : kTickSeconds) Tick(minute, second);
     }
     if (day == 0) {
@@ -414,7 +452,7 @@ TEST_F(SoakTest, AWeekOfFiftyJobsFiresEveryScheduledMinuteOnceAndHoldsItsMemory)
     int expected = 0;
     for (const auto& plan : plans) {
       if (plan.reminder == Reminder::Broadcast || plan.reminder == Reminder::Both) {
-        expected += static_cast<int>(ExpectedReminders(plan, days).size());
+        expected += static_cast<int>(Filtered(ExpectedReminders(plan, days), outages, false).size());
       }
     }
     broadcasts = static_cast<int>(std::count(text.begin(), text.end(), '\n'));
@@ -422,17 +460,29 @@ TEST_F(SoakTest, AWeekOfFiftyJobsFiresEveryScheduledMinuteOnceAndHoldsItsMemory)
   }));
   const std::string broadcastText = test::ReadFile(dir_ / "broadcasts");
 
-  size_t expectedRuns = 0, expectedMails = 0;
+  size_t expectedRuns = 0, expectedMails = 0, expectedMissed = 0;
+  const auto statuses = host_.settings.Store().JobStatuses();
   for (const auto& plan : plans) {
     Minutes got = runs[plan.name];
     std::sort(got.begin(), got.end());
-    const Minutes want = ExpectedRuns(plan, days);
+    const Minutes want = Filtered(ExpectedRuns(plan, days), outages, false);
     EXPECT_EQ(want, got) << plan.name << " runs";
     expectedRuns += want.size();
+    // Each run that fell in an outage is told once, with its job.
+    const Minutes missed = Filtered(ExpectedRuns(plan, days), outages, true);
+    const auto status = std::find_if(statuses.begin(), statuses.end(), [&](const JobStatusValues& v) {
+      return v.name == plan.name;
+    });
+    ASSERT_NE(statuses.end(), status);
+    EXPECT_EQ(static_cast<int64_t>(missed.size()), status->missedRuns) << plan.name << " missed runs";
+    if (!missed.empty()) {
+      EXPECT_EQ(missed.back(), Minute(status->lastMissed)) << plan.name;
+    }
+    expectedMissed += missed.size();
 
     Minutes reminders = mails["Tarnwick media reminder for " + plan.name];
     const bool byEmail = plan.reminder == Reminder::Email || plan.reminder == Reminder::Both;
-    const Minutes wantReminders = ExpectedReminders(plan, days);
+    const Minutes wantReminders = Filtered(ExpectedReminders(plan, days), outages, false);
     EXPECT_EQ(byEmail ? wantReminders : Minutes{}, reminders) << plan.name << " reminders";
     if (byEmail) expectedMails += wantReminders.size();
     const bool byBroadcast = plan.reminder == Reminder::Broadcast || plan.reminder == Reminder::Both;
@@ -441,12 +491,21 @@ TEST_F(SoakTest, AWeekOfFiftyJobsFiresEveryScheduledMinuteOnceAndHoldsItsMemory)
     for (size_t at = broadcastText.find(title); at != std::string::npos; at = broadcastText.find(title, at + 1)) ++heard;
     EXPECT_EQ(byBroadcast ? wantReminders.size() : 0u, heard) << plan.name << " broadcasts";
 
-    const Minutes wantMaintenance = ExpectedMaintenance(plan, days);
+    const Minutes wantMaintenance = Filtered(ExpectedMaintenance(plan, days), outages, false);
     EXPECT_EQ(wantMaintenance, mails["Maintenance " + plan.name]) << plan.name << " maintenance";
     expectedMails += wantMaintenance.size();
   }
+  // One missed-backup mail for each outage that held a run, sent as the service came back.
+  Minutes wantMissedMails;
+  for (const Outage& outage : outages) {
+    bool held = false;
+    for (const auto& plan : plans) held = held || !Filtered(ExpectedRuns(plan, days), {outage}, true).empty();
+    if (held) wantMissedMails.push_back(outage.to);
+  }
+  EXPECT_EQ(wantMissedMails, mails["Tarnwick missed backup"]);
+  expectedMails += wantMissedMails.size();
   EXPECT_EQ(expectedRuns, host_.reports.GetSummaries(0).size());
-  EXPECT_EQ(static_cast<int>(expectedMails), smtp_.Count()) << "no mail besides reminders and maintenance";
+  EXPECT_EQ(static_cast<int>(expectedMails), smtp_.Count()) << "no mail besides reminders, maintenance, missed runs";
   EXPECT_EQ(0, service_.JobManager().JobsRunning());
   if (days == kWeek) {
     // The week holds every kind of schedule at least once; a sanity check on the expectations.
@@ -454,11 +513,20 @@ TEST_F(SoakTest, AWeekOfFiftyJobsFiresEveryScheduledMinuteOnceAndHoldsItsMemory)
     EXPECT_EQ(4u, ExpectedMaintenance(plans[22], days).size()) << "two dates, two times";
   }
 
-  // Nothing went wrong on the way: no warning or error in the application log.
+  // Nothing went wrong on the way: no warning or error in the application log but the missed runs.
   std::vector<clsLogEntry> entries(20000);
   host_.logs.GetLastLogs(static_cast<int32_t>(entries.size()), entries);
+  size_t missedWarnings = 0;
   for (const auto& entry : entries) {
+    if (entry.Title == "Backup run missed") {
+      ++missedWarnings;
+      continue;
+    }
     EXPECT_LT(entry.LogType, 1) << entry.Title << " | " << entry.Message;
+  }
+  EXPECT_EQ(expectedMissed, missedWarnings);
+  if (days == kWeek) {
+    EXPECT_GT(expectedMissed, 10u) << "the outages hold runs";
   }
 
 #if defined(__SANITIZE_ADDRESS__)
