@@ -21,8 +21,19 @@ std::string ReadTranscript(const std::string& path) {
 
 void ServiceMail::NewMailer() {
   auto mailer = std::make_shared<frmMailer>(mailer_, host_.logging);
-  mailer->SendFailed = [this](const std::string& transcript) { objMailer_SendFailed(transcript); };
-  mailer->SendSuccessful = [this] { objMailer_SendSuccessful(); };
+  // The report this mailer carries: once a later mail has taken the state, its outcome is still
+  // recorded for its own report, which is not sent again.
+  const std::string job = reportJob;
+  const Date start = reportStart;
+  const auto replaced = [this, job, start] { return !job.empty() && (job != reportJob || start != reportStart); };
+  mailer->SendFailed = [this, job, start, replaced](const std::string& transcript) {
+    if (replaced()) RecordOutcomeOf(job, start, {"given up", 0, host_.clock.Now()});
+    objMailer_SendFailed(transcript);
+  };
+  mailer->SendSuccessful = [this, job, start, replaced] {
+    if (replaced()) RecordOutcomeOf(job, start, {"sent", 0, host_.clock.Now()});
+    objMailer_SendSuccessful();
+  };
   std::weak_ptr<frmMailer> weak = mailer;
   mailer->Finished = [this, weak] {
     // Dropped from the loop, not in the middle of its own event.
@@ -40,13 +51,17 @@ void ServiceMail::ReleaseCurrentMailer() {
   objMailer.reset();
 }
 
-void ServiceMail::RecordReportMail(const std::string& state, int32_t retry, Date at) {
-  if (reportJob.empty()) return;
+void ServiceMail::RecordOutcomeOf(const std::string& job, Date start, const ReportMailOutcome& outcome) {
+  if (job.empty()) return;
   try {
-    host_.settings.Store().SetReportMail(reportJob, reportStart, {state, retry, at});
+    host_.settings.Store().SetReportMail(job, start, outcome);
   } catch (...) {
     host_.logging.ReportInternalError("20005", CurrentError("TWService"));
   }
+}
+
+void ServiceMail::RecordReportMail(const std::string& state, int32_t retry, Date at) {
+  RecordOutcomeOf(reportJob, reportStart, {state, retry, at});
 }
 
 void ServiceMail::DropWaitingReport() {

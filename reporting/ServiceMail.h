@@ -77,8 +77,9 @@ class ServiceMail {
   void ReleaseCurrentMailer();
   // The mail state, written to the store as it stands; a failure is reported, never raised.
   void SaveRetryState();
-  // What became of the report mail in the state, when it carries one.
+  // What became of the report mail in the state, when it carries one, or of another one.
   void RecordReportMail(const std::string& state, int32_t retry, Date at);
+  void RecordOutcomeOf(const std::string& job, Date start, const ReportMailOutcome& outcome);
   // Starting a new mail drops the one waiting for a re-send, if any: its report mail is given up.
   void DropWaitingReport();
 

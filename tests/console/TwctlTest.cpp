@@ -1,6 +1,7 @@
 #include "console/Twctl.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -576,6 +577,25 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   EXPECT_EQ("not running", json["service"]["state"]);
   EXPECT_EQ("missed", json["jobs"][1]["last_outcome"]);
   EXPECT_EQ(1, json["jobs"][1]["missed_runs"]);
+
+  // The same facts for Prometheus; a name with a quote and a backslash is escaped in its label.
+  ASSERT_EQ(0, Run({"job", "add", "Odd \"one\" \\ x", "--backup-log-id", "odd"}).status);
+  const std::string metrics = Run({"metrics"}).out;
+  for (const char* line : {"tarnwick_service_state{state=\"not running\"} 1\n",
+                           "tarnwick_service_heartbeat_age_seconds 31\n",
+                           "tarnwick_job_last_outcome{job=\"Archive\",outcome=\"missed\"} 1\n",
+                           "tarnwick_job_timed_out{job=\"Nightly\"} 1\n",
+                           "tarnwick_job_missed_runs_total{job=\"Archive\"} 1\n",
+                           "tarnwick_job_running{job=\"Odd \\\"one\\\" \\\\ x\"} 0\n",
+                           "tarnwick_report_mails_waiting 0\n"}) {
+    EXPECT_NE(std::string::npos, metrics.find(line)) << line << metrics;
+  }
+  ASSERT_EQ(0, Run({"metrics", "--textfile", dir_ / "tarnwick.prom"}).status);
+  EXPECT_EQ(metrics, test::ReadFile(dir_ / "tarnwick.prom"));
+  struct stat info {};
+  ASSERT_EQ(0, ::stat((dir_ / "tarnwick.prom").c_str(), &info));
+  EXPECT_EQ(0644u, info.st_mode & 0777) << "the collector reads it under its own account";
+  EXPECT_EQ(1, Run({"metrics", "--textfile", dir_ / "missing/tarnwick.prom"}).status);
 
   // A running job is not asked for again, and is removed only when told to; a request that waits
   // for a removed job goes with it.

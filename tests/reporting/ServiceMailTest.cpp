@@ -58,9 +58,17 @@ class ServiceMailTest : public ::testing::Test {
 };
 
 TEST_F(ServiceMailTest, AFailedMailIsSentAgainEveryFifteenMinutesElevenTimes) {
-  mail_.SendReportMail("Nightly failed", "report", false, "");
+  const Date runStart = clock_.Now() - 1.0 / 24;
+  const auto outcome = [&] { return settings_.Store().ReportMail("Nightly", runStart).value_or(ReportMailOutcome{}); };
+  mail_.SendReportMail("Nightly failed", "report", false, "", "Nightly", runStart);
   EXPECT_EQ(mailtype::kFailureReport, mail_.mailType);
   Settle();
+  // Recorded with its report, and kept for a restart: the next try at the sixteenth minute.
+  EXPECT_EQ("waiting", outcome().state);
+  EXPECT_EQ(1, outcome().retry);
+  EXPECT_EQ("2026-11-23 21:16:00", IsoText(outcome().at));
+  EXPECT_TRUE(settings_.Store().ReadBool("mail_retry.pending"));
+  EXPECT_EQ("Nightly failed", settings_.Store().ReadText("mail_retry.subject"));
   EXPECT_EQ((std::vector<std::string>{"Report email could not be sent"}), Titles(5));
   std::vector<clsLogEntry> entry(1);
   logs_.GetLastLogs(1, entry);
@@ -91,19 +99,22 @@ TEST_F(ServiceMailTest, AFailedMailIsSentAgainEveryFifteenMinutesElevenTimes) {
               Titles(2));
     clock_.AdvanceSeconds(16 * 60);
   }
+  EXPECT_EQ("given up", outcome().state) << "the eleventh re-send failed";
   const auto before = Titles(100).size();
   mail_.ResendMail();  // the twelfth: nothing is sent
   Settle();
   EXPECT_EQ(before, Titles(100).size());
   EXPECT_FALSE(mail_.retryPending);
   EXPECT_FALSE(mail_.ResendDue());
+  EXPECT_FALSE(settings_.Store().ReadBool("mail_retry.pending"));
 
   // A success resets the count, so the next failure starts again at retry 1.
   test::SmtpServer server;
   settings_.Store().WriteInt("mail.port", server.Port());
-  mail_.SendReportMail("Nightly", "report", true, "");
+  mail_.SendReportMail("Nightly", "report", true, "", "Nightly", runStart);
   Settle();
   EXPECT_EQ(1, server.Count());
+  EXPECT_EQ("sent", outcome().state);
   EXPECT_EQ(0, mail_.retryCount);
   EXPECT_FALSE(mail_.retryPending);
 }
@@ -134,13 +145,24 @@ TEST_F(ServiceMailTest, EmptyRecipientListsStopTheRetriesAndAReminderWithoutReci
   EXPECT_TRUE(mail_.retryPending) << "one report list is enough";
 }
 
-TEST_F(ServiceMailTest, AReplacedMailersOutcomeStillArrives) {
+TEST_F(ServiceMailTest, AReplacedMailersOutcomeStillArrivesAndAWaitingMailOutlivesARestart) {
   // Two report mails in a row: the first one's failure releases the current (second) mailer and
   // ignores its events, so exactly one failure is logged.
-  mail_.SendReportMail("First", "report", false, "");
-  mail_.SendReportMail("Second", "report", false, "");
+  mail_.SendReportMail("First", "report", false, "", "First", 1);
+  mail_.SendReportMail("Second", "report", false, "", "Second", 1);
   Settle();
   EXPECT_EQ((std::vector<std::string>{"Report email could not be sent"}), Titles(5));
+  // Each report's outcome is its own: the replaced one is not sent again; the other one waits.
+  EXPECT_EQ("given up", settings_.Store().ReportMail("First", 1)->state);
+  EXPECT_EQ("waiting", settings_.Store().ReportMail("Second", 1)->state);
+
+  // A restarted service takes up the waiting mail where it was.
+  ServiceMail restarted{host_, mailer_, checks_};
+  restarted.RestoreRetryState();
+  EXPECT_TRUE(restarted.retryPending);
+  EXPECT_EQ("Second", restarted.subject);
+  EXPECT_EQ("Second", restarted.reportJob);
+  EXPECT_EQ(mail_.lastAttempt, restarted.lastAttempt);
 }
 
 TEST_F(ServiceMailTest, TemplatesAreBrandedThenFilledInTheirExactCase) {
