@@ -35,12 +35,13 @@ struct JobChanges {
   std::optional<Date> time, reminderTime;
   std::optional<int32_t> timeout, method, mode;
   std::optional<std::vector<std::string>> sources;
+  std::vector<std::string> addSources, removeSources;  // applied after `sources`, removals first
   std::optional<bool> suspended, eject, emailReport, printReport, reminderEmail, reminderBroadcast, maintenance;
   std::optional<std::string> maintenanceSubject, maintenanceBody, maintenanceOccurrence;
 
   bool Any() const {
     return description || scheme || destination || backupLogId || label || time || reminderTime || timeout ||
-           method || mode || sources || suspended || eject || emailReport || printReport || reminderEmail ||
+           method || mode || sources || !addSources.empty() || !removeSources.empty() || suspended || eject || emailReport || printReport || reminderEmail ||
            reminderBroadcast || maintenance || maintenanceSubject || maintenanceBody || maintenanceOccurrence;
   }
 };
@@ -163,6 +164,10 @@ JobChanges CheckJobOptions(const JobOptions& o) {
     for (const auto& source : o.sources) sources.push_back(AbsolutePath(source, "--source"));
     c.sources = sources;
   }
+  if (o.addSourcesOpt) {
+    for (const auto& source : o.addSources) c.addSources.push_back(AbsolutePath(source, "--add-source"));
+    for (const auto& source : o.removeSources) c.removeSources.push_back(AbsolutePath(source, "--remove-source"));
+  }
   if (o.destinationOpt->count()) c.destination = AbsolutePath(o.destination, "--destination");
   if (o.backupLogIdOpt->count()) {
     const bool valid = !o.backupLogId.empty() && o.backupLogId.size() <= 64 && !IsPathLike(o.backupLogId) &&
@@ -199,6 +204,34 @@ JobChanges CheckJobOptions(const JobOptions& o) {
   }
   c.maintenanceOccurrence = MaintenanceSchedule(o);
   return c;
+}
+
+// Folds --add-source and --remove-source into the full list of sources, starting from `current`
+// unless --source replaced it. A source given twice is kept once; removing one the job does not
+// have is refused, as it is most likely a typing error that would otherwise go unnoticed.
+void EditSources(JobChanges& c, const std::vector<std::string>& current) {
+  if (c.addSources.empty() && c.removeSources.empty()) return;
+  std::vector<std::string> sources = c.sources.value_or(current);
+  // "/srv/" and "/srv" name the same folder.
+  const auto normal = [](const std::string& path) {
+    std::string text = std::filesystem::path(path).lexically_normal().string();
+    while (text.size() > 1 && text.back() == '/') text.pop_back();
+    return text;
+  };
+  const auto same = [&](const std::string& path) {
+    return [&, wanted = normal(path)](const std::string& other) { return normal(other) == wanted; };
+  };
+  for (const auto& source : c.removeSources) {
+    const auto found = std::find_if(sources.begin(), sources.end(), same(source));
+    if (found == sources.end()) {
+      throw UsageError("the job has no source " + Quoted(source) + " to remove ('twctl job show' lists them)");
+    }
+    sources.erase(found);
+  }
+  for (const auto& source : c.addSources) {
+    if (std::none_of(sources.begin(), sources.end(), same(source))) sources.push_back(source);
+  }
+  c.sources = sources;
 }
 
 // A marker-file identifier made from the job's name, free among the other jobs.
@@ -334,15 +367,24 @@ void PrintJob(std::ostream& out, clsJob& job) {
 
 }  // namespace
 
-void RegisterJobOptions(CLI::App* command, JobOptions& o) {
+void RegisterJobOptions(CLI::App* command, JobOptions& o, bool changing) {
   o.descriptionOpt = command->add_option("--description", o.description, "free text shown in reports");
   o.timeOpt = command->add_option("--time", o.time, "daily start time, HH:MM or HH:MM:SS (default 21:00)");
   o.schemeOpt = command->add_option("--scheme", o.scheme, "media scheme ('twctl schemes'; default TWSchemes.Daily)");
   o.timeoutOpt = command->add_option("--timeout", o.timeout,
                                      "minutes a run may take before it counts as hung (default from "
                                      "general.default_timeout)");
-  o.sourcesOpt = command->add_option("--source", o.sources, "file or folder to back up; repeat for more")
+  o.sourcesOpt = command
+                     ->add_option("--source", o.sources,
+                                  changing ? "replaces all the job's sources; repeat for more"
+                                           : "file or folder to back up; repeat for more")
                      ->allow_extra_args(false);
+  if (changing) {
+    o.addSourcesOpt = command->add_option("--add-source", o.addSources, "file or folder to add; repeatable")
+                          ->allow_extra_args(false);
+    o.removeSourcesOpt = command->add_option("--remove-source", o.removeSources, "source to remove; repeatable")
+                             ->allow_extra_args(false);
+  }
   o.destinationOpt = command->add_option("--destination", o.destination,
                                          "folder for the archives, or a tape device (default from "
                                          "general.default_destination)");
@@ -413,9 +455,10 @@ int JobAdd(TWSettings& settings, const std::string& name, const JobOptions& opti
 }
 
 int JobSet(TWSettings& settings, const std::string& name, const JobOptions& options, std::ostream& out) {
-  const JobChanges changes = CheckJobOptions(options);
+  JobChanges changes = CheckJobOptions(options);
   if (!changes.Any()) throw UsageError("nothing to change: give at least one option ('twctl job set --help')");
   clsJob job = RequireJob(settings, name);
+  EditSources(changes, job.Sources());
   CheckMaintenanceSchedule(changes, job.JobNotification().MaintenanceOccurrence());
   if (changes.backupLogId && settings.Store().BackupLogIdTaken(*changes.backupLogId, job.Id())) {
     throw Failure("another job already uses the backup log id " + Quoted(*changes.backupLogId));

@@ -57,11 +57,11 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   auto* jobAdd = job->add_subcommand("add", "add a backup job");
   jobAdd->add_option("NAME", jobName, "name of the new job")->required();
   JobOptions addOptions;
-  RegisterJobOptions(jobAdd, addOptions);
+  RegisterJobOptions(jobAdd, addOptions, false);
   auto* jobSet = job->add_subcommand("set", "change a backup job; only the options given change");
   jobSet->add_option("NAME", jobName, "name of the job")->required();
   JobOptions setOptions;
-  RegisterJobOptions(jobSet, setOptions);
+  RegisterJobOptions(jobSet, setOptions, true);
   auto* jobList = job->add_subcommand("list", "list the backup jobs");
   jobList->add_flag("--json", json, "print JSON");
   auto* jobShow = job->add_subcommand("show", "show every setting of a backup job");

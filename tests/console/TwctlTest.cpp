@@ -69,6 +69,19 @@ TEST_F(TwctlTest, AJobIsAddedChangedListedShownAndRemoved) {
   EXPECT_EQ("TWSchemes.Weekdays", json["scheme"]);
   EXPECT_EQ(90, json["timeout_minutes"]);
   EXPECT_EQ(std::vector<std::string>{"/home"}, json["sources"].get<std::vector<std::string>>());
+  r = Run({"job", "set", "Nightly", "--add-source", "/srv", "--add-source", "/etc/", "--add-source", "/srv",
+           "--remove-source", "/home/"});
+  ASSERT_EQ(0, r.status) << r.err;
+  EXPECT_EQ((std::vector<std::string>{"/srv", "/etc/"}),
+            nlohmann::json::parse(Run({"job", "show", "Nightly", "--json"}).out)["sources"]);
+  r = Run({"job", "set", "Nightly", "--add-source", "/opt", "--remove-source", "/home"});
+  EXPECT_EQ(2, r.status);
+  EXPECT_EQ("twctl: the job has no source \"/home\" to remove ('twctl job show' lists them)\n", r.err);
+  r = Run({"job", "set", "Nightly", "--remove-source", "/srv", "--remove-source", "/etc"});
+  ASSERT_EQ(0, r.status) << r.err;
+  EXPECT_TRUE(nlohmann::json::parse(Run({"job", "show", "Nightly", "--json"}).out)["sources"].empty());
+  r = Run({"job", "set", "Nightly", "--source", "/home"});
+  ASSERT_EQ(0, r.status) << r.err;
   EXPECT_EQ("/var/backups/tw", json["destination"]);
   EXPECT_EQ("night", json["backup_log_id"]);
   EXPECT_EQ(false, json["suspended"]);
