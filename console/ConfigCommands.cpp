@@ -7,6 +7,7 @@
 #include "console/ConsoleCommon.h"
 #include "logging/LogDisplay.h"
 #include "logging/clsLogs.h"
+#include "reporting/MailAddress.h"
 #include "settings/SettingKeys.h"
 
 namespace tw::console {
@@ -77,6 +78,11 @@ int ConfigSet(TWSettings& settings, const std::string& keyName, std::string valu
     value = *typed;
   }
   if (auto problem = ValidateSettingText(key, value)) throw UsageError(*problem);
+  // The sender and the recipient lists (the keys whose text is a list) hold mail addresses.
+  const bool recipients = key.kind == ValueKind::Text && key.form == TextForm::List;
+  if (recipients || keyName == "mail.sender") {
+    if (auto problem = MailAddressProblem(value, recipients, keyName)) throw UsageError(*problem);
+  }
   settings.Store().WriteFromText(key.key, value);
   return 0;
 }

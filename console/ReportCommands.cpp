@@ -105,7 +105,10 @@ int MailTest(TWSettings& settings, const ConsoleEnvironment& environment, const 
              std::ostream& out, std::ostream& err) {
   SystemClock systemClock;
   const Clock& clock = environment.clock ? *environment.clock : systemClock;
-  if (to) CheckText(*to, TextForm::List, "--to");
+  if (to) {
+    CheckText(*to, TextForm::List, "--to");
+    if (auto problem = MailAddressProblem(*to, true, "--to")) throw UsageError(*problem);
+  }
   const MailServer server = MailServerFromSettings(settings);
   const std::vector<std::string> recipients = to ? SplitRecipients(*to) : RecipientsFor(settings, mailtype::kReminder);
   if (recipients.empty()) throw Failure("no recipient: give --to ADDRESS or set mail.reminder_recipients");

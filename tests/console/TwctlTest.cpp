@@ -149,6 +149,10 @@ TEST_F(TwctlTest, BadUsageIsRejectedWithOneLineAndNothingWritten) {
        "without one the service would log a warning every 10 seconds\n"},
       {{"config", "set", "mail.sender", "tw@example.org>\r\nRCPT TO:<intruder@example.org"}, 2,
        "twctl: mail.sender must be one line of text, but holds the control character U+000D at character 16\n"},
+      {{"config", "set", "mail.sender", "Backups b@example.org>"}, 2,
+       "twctl: invalid address \"Backups b@example.org>\" for mail.sender (has > without <)\n"},
+      {{"config", "set", "mail.failure_recipients", "Ops <ops@example.org>; boss at example.org"}, 2,
+       "twctl: invalid address \"boss at example.org\" for mail.failure_recipients (has no @)\n"},
       {{"config", "set", "options.custom_product_name", "Tarn\xFFwick"}, 2,
        "twctl: options.custom_product_name is not UTF-8 text (byte 0xFF at position 5)\n"},
       {{"job", "show", "Nope"}, 1, "twctl: unknown job \"Nope\" ('twctl job list' shows the jobs)\n"},
@@ -223,6 +227,7 @@ TEST_F(TwctlTest, SettingsAreSetAndReadBackAndPasswordsNeverPrinted) {
 
   // A recipient list may be pasted one address per line; a body's lone line feeds are kept as CR LF.
   EXPECT_EQ(0, Run({"config", "set", "mail.failure_recipients", "ops@example.org\nboss@example.org"}).status);
+  EXPECT_EQ(0, Run({"config", "set", "mail.sender", "\"Backups, Site A\" <b@example.org>"}).status);
   EXPECT_EQ(0, Run({"config", "set", "templates.reminder_body", "Load %LABEL%\nThanks"}).status);
   EXPECT_EQ("Load %LABEL%\r\nThanks", TWSettings(SettingsPath()).Store().ReadText("templates.reminder_body"));
 
