@@ -121,7 +121,11 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   report->require_subcommand(1);
   std::string which;
   auto* reportShow = report->add_subcommand("show", "show a report log in full");
-  reportShow->add_option("FILE", which, "its file name in Reports, a path, or \"latest\"")->required();
+  reportShow
+      ->add_option("REPORT", which,
+                   "the FILE 'twctl reports' shows (or a path), a position in that list (1 is the newest), a job "
+                   "name (its latest report), or \"latest\"")
+      ->required();
 
   auto* mail = app.add_subcommand("mail", "check the e-mail settings");
   mail->require_subcommand(1);

@@ -401,8 +401,8 @@ TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
   // The newest report log does not read: the listing and "latest" pass over it and say so.
   test::WriteFile(dir_ / "Reports/45322.5.log", "");
   Result r = Run({"reports"});
-  EXPECT_EQ("STARTED           JOB      STATUS  LABEL      REPORT\n"
-            "2024-01-30 21:00  Nightly  Errors  Daily-Tue  Tarnwick backup report\n",
+  EXPECT_EQ("STARTED           JOB      STATUS  LABEL      FILE           REPORT\n"
+            "2024-01-30 21:00  Nightly  Errors  Daily-Tue  45321.875.log  Tarnwick backup report\n",
             r.out);
   const std::string skipped = "twctl: skipped the report log 45322.5.log: Input past end of file\n";
   EXPECT_EQ(skipped, r.err);
@@ -419,7 +419,13 @@ TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
             "\n"
             "Tarnwick backup report\nErrors: 1\n",
             r.out);
-  EXPECT_EQ(r.out, Run({"report", "show", "45321.875.log"}).out);
+  // The FILE column, a position in the list and a job name open it as well.
+  for (const std::string handle : {"45321.875.log", "1", "nightly"}) {
+    EXPECT_EQ(r.out, Run({"report", "show", handle}).out) << handle;
+  }
+  r = Run({"report", "show", "2"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ(skipped + "twctl: there is no report log at position 2 ('twctl reports' lists 1)\n", r.err);
   EXPECT_EQ("Errors", nlohmann::json::parse(Run({"reports", "--json"}).out)[0]["status_word"]);
   EXPECT_EQ(1, Run({"report", "show", "nothing.log"}).status);
   fs::remove(dir_ / "Reports/45321.875.log");
