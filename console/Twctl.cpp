@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "common/Error.h"
+#include "common/Version.h"
 #include "console/ConfigCommands.h"
 #include "console/ConsoleCommon.h"
 #include "console/JobCommands.h"
@@ -46,6 +47,7 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
              const ConsoleEnvironment& environment) {
   CLI::App app{"Administration console of the Tarnwick backup scheduling service.", "twctl"};
   app.require_subcommand(1);
+  app.set_version_flag("--version", std::string("twctl ") + kVersion, "print \"twctl VERSION\" and end");
   std::string settingsPath = environment.settingsPath;
   app.add_option("--settings", settingsPath,
                  "settings file (default: $TARNWICK_SETTINGS, else settings.db in the application folder)");
