@@ -80,6 +80,18 @@ std::string JobRunningText(clsJob& job) {
   return job.Name() + " is running" + (since == 0 ? "" : " (since " + IsoText(since).substr(0, 16) + ")");
 }
 
+PlainHelp::PlainHelp() { label("Positionals", "Arguments"); }
+
+std::string PlainHelp::make_option_opts(const CLI::Option* option) const {
+  // A flag has no type name: it takes no value.
+  if (option->get_positional() || option->get_type_name().empty()) return "";
+  if (!option->get_option_text().empty()) return " " + option->get_option_text();
+  // The type name before the ranges CLI11 appends to it: "INT:INT in [1 - 100000]".
+  const std::string type = option->get_type_name().substr(0, option->get_type_name().find(':'));
+  const bool number = type == "INT" || type == "UINT" || type == "FLOAT" || type == "NUMBER";
+  return number ? " N" : " VALUE";
+}
+
 void Switch::Register(CLI::App* command, const std::string& name, const std::string& onHelp,
                       const std::string& offHelp) {
   auto* on = command->add_flag("--" + name, on_, onHelp);

@@ -50,6 +50,16 @@ bool IsRunning(clsJob& job, const std::string& applicationFolder);
 // "Nightly is running (since 2024-01-30 21:00)", or without the time when none is recorded.
 std::string JobRunningText(clsJob& job);
 
+// Help pages in plain words: an option shows the value it takes as one word ("-n N", "--source
+// PATH"; an option's option_text names it, else N for a number and VALUE for text), without
+// CLI11's type and range notation, "REQUIRED", "Excludes:" or "..."; whatever limits a value has
+// are said in its description. Subcommands made after it is set take it over.
+class PlainHelp : public CLI::Formatter {
+ public:
+  PlainHelp();
+  std::string make_option_opts(const CLI::Option* option) const override;
+};
+
 // An option and its opposite, "--eject" and "--no-eject": unset, on or off.
 class Switch {
  public:

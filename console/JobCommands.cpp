@@ -368,38 +368,58 @@ void PrintJob(std::ostream& out, clsJob& job) {
 }  // namespace
 
 void RegisterJobOptions(CLI::App* command, JobOptions& o, bool changing) {
-  o.descriptionOpt = command->add_option("--description", o.description, "free text shown in reports");
-  o.timeOpt = command->add_option("--time", o.time, "daily start time, HH:MM or HH:MM:SS (default 21:00)");
-  o.schemeOpt = command->add_option("--scheme", o.scheme, "media scheme ('twctl schemes'; default TWSchemes.Daily)");
-  o.timeoutOpt = command->add_option("--timeout", o.timeout,
-                                     "minutes a run may take before it counts as hung (default from "
-                                     "general.default_timeout)");
+  // A changed job keeps what it has, so "job set" names no defaults.
+  const auto help = [changing](const std::string& text, const std::string& byDefault) {
+    return changing ? text : text + " (default " + byDefault + ")";
+  };
+  o.descriptionOpt = command->add_option("--description", o.description, "free text shown in reports")
+                         ->option_text("DESCRIPTION");
+  o.timeOpt = command->add_option("--time", o.time, help("daily start time", "21:00"))->option_text("HH:MM[:SS]");
+  o.schemeOpt = command->add_option("--scheme", o.scheme, help("media scheme, one 'twctl schemes' lists",
+                                                               "TWSchemes.Daily"))
+                    ->option_text("ID");
+  o.timeoutOpt = command
+                     ->add_option("--timeout", o.timeout,
+                                  help("minutes a run may take before it counts as hung",
+                                       "from general.default_timeout"))
+                     ->option_text("MINUTES");
   o.sourcesOpt = command
                      ->add_option("--source", o.sources,
                                   changing ? "replaces all the job's sources; repeat for more"
                                            : "file or folder to back up; repeat for more")
-                     ->allow_extra_args(false);
+                     ->allow_extra_args(false)
+                     ->option_text("PATH");
   if (changing) {
     o.addSourcesOpt = command->add_option("--add-source", o.addSources, "file or folder to add; repeatable")
-                          ->allow_extra_args(false);
+                          ->allow_extra_args(false)
+                          ->option_text("PATH");
     o.removeSourcesOpt = command->add_option("--remove-source", o.removeSources, "source to remove; repeatable")
-                             ->allow_extra_args(false);
+                             ->allow_extra_args(false)
+                             ->option_text("PATH");
   }
-  o.destinationOpt = command->add_option("--destination", o.destination,
-                                         "folder for the archives, or a tape device (default from "
-                                         "general.default_destination)");
-  o.backupLogIdOpt = command->add_option("--backup-log-id", o.backupLogId,
-                                         "identifier in the run's marker file name (default from the name)");
+  o.destinationOpt = command
+                         ->add_option("--destination", o.destination,
+                                      help("folder for the archives, or a tape device",
+                                           "from general.default_destination"))
+                         ->option_text("PATH");
+  o.backupLogIdOpt = command
+                         ->add_option("--backup-log-id", o.backupLogId,
+                                      help("identifier in the run's marker file name", "made from the name"))
+                         ->option_text("ID");
   o.suspended.Register(command, "suspended", "suspend the job: no scheduled run, reminder or maintenance e-mail",
                        "resume a suspended job");
-  o.labelOpt = command->add_option("--label", o.label, "media label, for the Daily and Weekdays schemes");
-  o.methodOpt = command->add_option("--method", o.method, "full or incremental, for the Daily and Weekdays schemes");
-  o.modeOpt = command->add_option("--mode", o.mode, "overwrite or append, for the Daily and Weekdays schemes");
+  o.labelOpt = command->add_option("--label", o.label, "media label, for the Daily and Weekdays schemes")
+                   ->option_text("LABEL");
+  o.methodOpt = command->add_option("--method", o.method, "full or incremental, for the Daily and Weekdays schemes")
+                    ->option_text("full|incremental");
+  o.modeOpt = command->add_option("--mode", o.mode, "overwrite or append, for the Daily and Weekdays schemes")
+                  ->option_text("overwrite|append");
   o.eject.Register(command, "eject", "eject the tape after the run", "leave the tape in the drive");
   o.emailReport.Register(command, "email-report", "e-mail the report of each run", "no report e-mail");
   o.printReport.Register(command, "print-report", "print the report of each run (options.print_setting)",
                          "no print-out");
-  o.reminderTimeOpt = command->add_option("--reminder-time", o.reminderTime, "time of the media reminder, HH:MM");
+  o.reminderTimeOpt = command->add_option("--reminder-time", o.reminderTime, "time of the media reminder")
+                          ->option_text("HH:MM");
   o.reminderEmail.Register(command, "reminder-email", "send the media reminder by e-mail", "no reminder e-mail");
   o.reminderBroadcast.Register(command, "reminder-broadcast",
                                "send the media reminder to the terminals of options.broadcast_recipients",
@@ -407,8 +427,10 @@ void RegisterJobOptions(CLI::App* command, JobOptions& o, bool changing) {
   o.maintenance.Register(command, "maintenance", "send the maintenance e-mail on its schedule",
                          "no maintenance e-mail");
   o.maintenanceSubjectOpt = command->add_option("--maintenance-subject", o.maintenanceSubject,
-                                                "subject of the maintenance e-mail");
-  o.maintenanceBodyOpt = command->add_option("--maintenance-body", o.maintenanceBody, "body of the maintenance e-mail");
+                                                "subject of the maintenance e-mail")
+                                ->option_text("SUBJECT");
+  o.maintenanceBodyOpt = command->add_option("--maintenance-body", o.maintenanceBody, "body of the maintenance e-mail")
+                             ->option_text("BODY");
   o.weeklyOpt = command->add_option("--maintenance-weekly", o.maintenanceWeekly,
                                     "maintenance on days of the week, such as mon,fri@21:00");
   o.monthlyOpt = command->add_option("--maintenance-monthly", o.maintenanceMonthly,
@@ -422,6 +444,12 @@ void RegisterJobOptions(CLI::App* command, JobOptions& o, bool changing) {
                                    "maintenance on given dates: YYYY-MM-DD HH:MM, separated by commas");
   o.occurrenceOpt = command->add_option("--maintenance-occurrence", o.maintenanceOccurrence,
                                         "maintenance schedule as a raw occurrence string");
+  o.weeklyOpt->option_text("DAYS@HH:MM");
+  o.monthlyOpt->option_text("WEEKS:DAYS@HH:MM");
+  o.firstWeekdayOpt->option_text("HH:MM");
+  o.lastWeekdayOpt->option_text("HH:MM");
+  o.datesOpt->option_text("LIST");
+  o.occurrenceOpt->option_text("STRING");
   const std::vector<CLI::Option*> schedules = {o.weeklyOpt, o.monthlyOpt, o.firstWeekdayOpt, o.lastWeekdayOpt,
                                                o.datesOpt, o.occurrenceOpt};
   for (auto* a : schedules) {

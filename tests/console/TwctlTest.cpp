@@ -592,6 +592,31 @@ TEST_F(TwctlTest, HelpIsAvailableEverywhere) {
     EXPECT_NE(std::string::npos, r.out.find("Usage: twctl")) << r.out;
   }
   EXPECT_NE(std::string::npos, Run({"job", "add", "--help"}).out.find("--backup-log-id"));
+
+  // Every page in plain words: the value an option takes as one word, limits and defaults in its
+  // description, and defaults only where a command has them.
+  const std::vector<std::vector<std::string>> pages = {
+      {}, {"job"}, {"job", "add"}, {"job", "set"}, {"job", "list"}, {"job", "show"}, {"job", "preview"},
+      {"job", "remove"}, {"config"}, {"config", "list"}, {"config", "get"}, {"config", "set"}, {"logs"},
+      {"occurrence"}, {"occurrence", "describe"}, {"occurrence", "check"}, {"occurrence", "next"}, {"schemes"},
+      {"reports"}, {"report"}, {"report", "show"}, {"mail"}, {"mail", "test"}, {"request"},
+      {"request", "test-backup"}, {"request", "run"}, {"request", "test-reminder"}, {"answers"}, {"status"},
+      {"service"}, {"service", "pause"}, {"service", "continue"}};
+  for (auto args : pages) {
+    args.push_back("--help");
+    const std::string page = Run(args).out;
+    for (const char* notation : {"TEXT", "INT", "FLOAT", "NUMBER", "REQUIRED", "Excludes", "Needs", "...", " in [",
+                                 "Option Group", "Positionals:"}) {
+      EXPECT_EQ(std::string::npos, page.find(notation)) << notation << " in\n" << page;
+    }
+  }
+  EXPECT_NE(std::string::npos,
+            Run({"logs", "--help"}).out.find("\n  -n N                        number of entries, up to 100000 (default 20)\n"));
+  const std::string set = Run({"job", "set", "--help"}).out;
+  EXPECT_NE(std::string::npos, set.find("\n  --time HH:MM[:SS]           daily start time\n"));
+  EXPECT_NE(std::string::npos, set.find("\n  --source PATH               replaces all the job's sources; repeat for more\n"));
+  EXPECT_EQ(std::string::npos, set.find("default")) << set;
+  EXPECT_NE(std::string::npos, Run({"job", "add", "--help"}).out.find("daily start time (default 21:00)\n"));
 }
 
 }  // namespace
