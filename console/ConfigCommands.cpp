@@ -19,6 +19,14 @@ std::string ShownValue(SettingsStore& store, const SettingKey& key) {
   return value;
 }
 
+// A value in JSON: true or false, a number, or text; a password only as "(set)" or "(not set)".
+Json ValueJson(SettingsStore& store, const SettingKey& key) {
+  if (key.secret) return ShownValue(store, key);
+  if (key.kind == ValueKind::Boolean) return store.ReadBool(key.key);
+  if (key.kind == ValueKind::Integer) return store.ReadInt(key.key);
+  return ShownValue(store, key);
+}
+
 const SettingKey& RequireKey(const std::string& key) {
   const SettingKey* found = FindSettingKey(key);
   if (found == nullptr || !found->listed) {
@@ -34,17 +42,7 @@ int ConfigList(TWSettings& settings, bool json, std::ostream& out) {
   if (json) {
     Json object = Json::object();
     for (const auto& key : AllSettingKeys()) {
-      if (!key.listed) continue;
-      const std::string name(key.key);
-      if (key.secret) {
-        object[name] = ShownValue(store, key);
-      } else if (key.kind == ValueKind::Boolean) {
-        object[name] = store.ReadBool(key.key);
-      } else if (key.kind == ValueKind::Integer) {
-        object[name] = store.ReadInt(key.key);
-      } else {
-        object[name] = ShownValue(store, key);
-      }
+      if (key.listed) object[std::string(key.key)] = ValueJson(store, key);
     }
     PrintJson(out, object);
     return 0;
@@ -57,8 +55,13 @@ int ConfigList(TWSettings& settings, bool json, std::ostream& out) {
   return 0;
 }
 
-int ConfigGet(TWSettings& settings, const std::string& key, std::ostream& out) {
-  out << ShownValue(settings.Store(), RequireKey(key)) << "\n";
+int ConfigGet(TWSettings& settings, const std::string& key, bool json, std::ostream& out) {
+  const SettingKey& found = RequireKey(key);
+  if (json) {
+    PrintJson(out, {{"key", key}, {"value", ValueJson(settings.Store(), found)}});
+  } else {
+    out << ShownValue(settings.Store(), found) << "\n";
+  }
   return 0;
 }
 
@@ -101,7 +104,7 @@ int Logs(TWSettings& settings, const ConsoleEnvironment& environment, int32_t co
   if (json) {
     Json list = Json::array();
     for (const auto& e : entries) {
-      list.push_back({{"time", IsoText(e.Timestamp)},
+      list.push_back({{"time", WhenJson(e.Timestamp)},
                       {"timestamp", e.Timestamp},
                       {"type", e.LogType},
                       {"type_name", LogTypeName(e.LogType)},

@@ -9,7 +9,7 @@
 namespace tw::console {
 
 int ConfigList(TWSettings& settings, bool json, std::ostream& out);
-int ConfigGet(TWSettings& settings, const std::string& key, std::ostream& out);
+int ConfigGet(TWSettings& settings, const std::string& key, bool json, std::ostream& out);
 // A value of "-" is read from standard input without echo.
 int ConfigSet(TWSettings& settings, const std::string& key, std::string value, const ConsoleEnvironment& environment,
               std::ostream& err);

@@ -565,7 +565,7 @@ int JobPreview(TWSettings& settings, const std::string& name, int days, bool jso
   for (const auto& run : runs) {
     const std::string starts = IsoText(run.starts).substr(0, 16);
     const std::string runDate = IsoText(run.runDate).substr(0, 10);
-    list.push_back({{"starts", starts},
+    list.push_back({{"starts", WhenJson(run.starts)},
                     {"run_date", runDate},
                     {"runs", run.runs},
                     {"label", run.media.Label},

@@ -94,8 +94,8 @@ int Reports(TWSettings& settings, const ConsoleEnvironment& environment, int32_t
     Json list = Json::array();
     for (const auto& e : entries) {
       list.push_back({{"file", std::filesystem::path(e.Filename()).filename().string()},
-                      {"time_start", IsoText(e.TimeStart)},
-                      {"time_end", IsoText(e.TimeEnd)},
+                      {"time_start", WhenJson(e.TimeStart)},
+                      {"time_end", WhenJson(e.TimeEnd)},
                       {"job", e.JobName},
                       {"description", e.JobDesc},
                       {"status", e.Status},
@@ -121,11 +121,27 @@ int Reports(TWSettings& settings, const ConsoleEnvironment& environment, int32_t
   return 0;
 }
 
-int ReportShow(TWSettings& settings, const ConsoleEnvironment& environment, const std::string& which,
+int ReportShow(TWSettings& settings, const ConsoleEnvironment& environment, const std::string& which, bool json,
                std::ostream& out, std::ostream& err) {
   SystemClock systemClock;
   clsReportLogs reports(environment.applicationFolder, settings, environment.clock ? *environment.clock : systemClock);
   const clsReportLogEntry entry = FindReport(reports, which, err);
+  if (json) {
+    Json extra = Json::object();
+    for (const auto& key : entry.ExtraFieldKeys()) extra[key] = entry.ExtraField(key);
+    PrintJson(out, {{"file", entry.Filename()},
+                    {"job", entry.JobName},
+                    {"description", entry.JobDesc},
+                    {"time_start", WhenJson(entry.TimeStart)},
+                    {"time_end", WhenJson(entry.TimeEnd)},
+                    {"status", entry.Status},
+                    {"status_word", entry.StatusString()},
+                    {"label", entry.Label},
+                    {"computer", entry.Computer},
+                    {"fields", extra},
+                    {"report", entry.Report}});
+    return 0;
+  }
   out << "File:      " << entry.Filename() << "\n"
       << "Job:       " << entry.JobName << (entry.JobDesc.empty() ? "" : " (" + Shown(entry.JobDesc) + ")") << "\n"
       << "Started:   " << IsoText(entry.TimeStart) << "\n"

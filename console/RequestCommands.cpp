@@ -225,6 +225,13 @@ int RequestTestReminder(TWSettings& settings, const std::string& job, bool byEma
 int Answers(TWSettings& settings, const AnswersOptions& options, std::ostream& out, std::ostream& err) {
   SettingsStore& store = settings.Store();
   int64_t lastSeen = options.all ? 0 : store.ReadInt(kAnswersStartKey);
+  if (options.json) {
+    // Each line with its number, which orders the lines across requests.
+    Json list = Json::array();
+    for (const auto& [number, line] : store.AnswersAfter(lastSeen)) list.push_back({{"number", number}, {"line", line}});
+    PrintJson(out, list);
+    return 0;
+  }
   int64_t waitedMilliseconds = 0;
   bool printedAny = false;
   for (;;) {

@@ -89,6 +89,7 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   configList->add_flag("--json", json, "print JSON");
   auto* configGet = config->add_subcommand("get", "show one setting");
   configGet->add_option("KEY", key, "dotted key, such as mail.server")->required();
+  configGet->add_flag("--json", json, "print JSON");
   auto* configSet = config->add_subcommand("set", "change one setting");
   configSet->add_option("KEY", key, "dotted key, such as mail.server")->required();
   configSet->add_option("VALUE", value, "the new value; - reads it from standard input without echo")->required();
@@ -120,6 +121,7 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   next->add_flag("--json", json, "print JSON");
 
   auto* schemes = app.add_subcommand("schemes", "list the media schemes a job can use");
+  schemes->add_flag("--json", json, "print JSON");
 
   int32_t reportCount = 20;
   auto* reports = app.add_subcommand("reports", "the newest report logs, one line each");
@@ -135,6 +137,7 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
                    "the FILE 'twctl reports' shows (or a path), a position in that list (1 is the newest), a job "
                    "name (its latest report), or \"latest\"")
       ->required();
+  reportShow->add_flag("--json", json, "print JSON");
 
   auto* mail = app.add_subcommand("mail", "check the e-mail settings");
   mail->require_subcommand(1);
@@ -171,6 +174,8 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
       ->check(CLI::Range(0, 604800))
       ->option_text("SECONDS");
   answers->add_flag("--all", answerOptions.all, "every answer line kept, not only those since the latest request");
+  answers->add_flag("--json", answerOptions.json, "print the lines as JSON (not with --follow)")
+      ->excludes("--follow");
 
   auto* status = app.add_subcommand("status", "each job's next run, whether it runs now, and its last outcome");
   status->add_flag("--json", json, "print JSON");
@@ -205,7 +210,7 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
       return OccurrenceNext(occurrenceText, fromOpt->count() ? std::optional(from) : std::nullopt, nextCount, json,
                             clock, out);
     }
-    if (schemes->parsed()) return Schemes(out);
+    if (schemes->parsed()) return Schemes(json, out);
     if (servicePause->parsed() || serviceContinue->parsed()) {
       return ServicePauseOrContinue(environment, servicePause->parsed(), out);
     }
@@ -218,11 +223,11 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
     if (jobPreview->parsed()) return JobPreview(settings, jobName, previewDays, json, clock, out);
     if (jobRemove->parsed()) return JobRemove(settings, environment.applicationFolder, jobName, force, out);
     if (configList->parsed()) return ConfigList(settings, json, out);
-    if (configGet->parsed()) return ConfigGet(settings, key, out);
+    if (configGet->parsed()) return ConfigGet(settings, key, json, out);
     if (configSet->parsed()) return ConfigSet(settings, key, value, environment, err);
     if (logs->parsed()) return Logs(settings, environment, count, json, out);
     if (reports->parsed()) return Reports(settings, environment, reportCount, json, out, err);
-    if (reportShow->parsed()) return ReportShow(settings, environment, which, out, err);
+    if (reportShow->parsed()) return ReportShow(settings, environment, which, json, out, err);
     if (testBackup->parsed()) {
       return RequestTestBackup(settings, environment.applicationFolder, jobName, replace, out);
     }

@@ -201,6 +201,8 @@ TEST_F(TwctlTest, SettingsAreSetAndReadBackAndPasswordsNeverPrinted) {
   EXPECT_EQ("smtp.example.org\n", Run({"config", "get", "mail.server"}).out);
   EXPECT_EQ("true\n", Run({"config", "get", "mail.email_enabled"}).out);
   EXPECT_EQ("starttls\n", Run({"config", "get", "mail.security"}).out);
+  EXPECT_EQ("{\n  \"key\": \"mail.email_enabled\",\n  \"value\": true\n}\n",
+            Run({"config", "get", "mail.email_enabled", "--json"}).out);
 
   EXPECT_EQ("(not set)\n", Run({"config", "get", "mail.password"}).out);
   const Result typed = Run({"config", "set", "mail.password", "hunter2"});
@@ -286,6 +288,7 @@ TEST_F(TwctlTest, LogsShowsTheNewestEntriesWithTheirAttachments) {
   ASSERT_EQ(2u, json.size());
   EXPECT_EQ("Tarnwick service starting", json[1]["title"]);
   EXPECT_EQ("info", json[1]["type_name"]);
+  EXPECT_EQ("2024-01-30T21:00:00+00:00", json[1]["time"]);
   EXPECT_EQ("DesktopRights said 1326", json[0]["attachment"]);
   EXPECT_EQ("1326\r\nsecond line\nthird line\rfourth line", json[0]["message"]);
   EXPECT_EQ(2, Run({"logs", "-n", "0"}).status);
@@ -313,7 +316,8 @@ TEST_F(TwctlTest, OccurrencesAreDescribedCheckedAndSearched) {
   r = Run({"occurrence", "next", lastFriday, "--from", "2026-11-23 00:00", "-n", "3"});
   EXPECT_EQ("2026-11-27 21:00  Fri\n2026-12-25 21:00  Fri\n2027-01-29 21:00  Fri\n", r.out);
   // Without --from the search starts now: 30 January 2024, 21:00.
-  EXPECT_EQ("[\n  \"2024-01-30 21:00\"\n]\n", Run({"occurrence", "next", "1|0.875|0,0,-1,0,0,0,0", "-n", "1", "--json"}).out);
+  EXPECT_EQ("[\n  \"2024-01-30T21:00:00+00:00\"\n]\n",
+            Run({"occurrence", "next", "1|0.875|0,0,-1,0,0,0,0", "-n", "1", "--json"}).out);
   EXPECT_EQ("No matching minute in the next 400 years.\n",
             Run({"occurrence", "next", "2|0.875|0,0,0,0,0,0|0,-1,0,0,0,0,0|0|0"}).out);
 
@@ -380,6 +384,7 @@ TEST_F(TwctlTest, NotificationsAndSchemesAreSetReadablyAndPreviewed) {
   r = Run({"schemes"});
   EXPECT_EQ(0u, r.out.find("TWSchemes.Daily     every day"));
   EXPECT_NE(std::string::npos, r.out.find("TWSchemes.GFS "));
+  EXPECT_EQ("TWSchemes.Daily", nlohmann::json::parse(Run({"schemes", "--json"}).out)[0]["id"]);
 }
 
 TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
@@ -426,7 +431,14 @@ TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
   r = Run({"report", "show", "2"});
   EXPECT_EQ(1, r.status);
   EXPECT_EQ(skipped + "twctl: there is no report log at position 2 ('twctl reports' lists 1)\n", r.err);
-  EXPECT_EQ("Errors", nlohmann::json::parse(Run({"reports", "--json"}).out)[0]["status_word"]);
+  // In JSON every time carries its offset from UTC.
+  const auto listed = nlohmann::json::parse(Run({"reports", "--json"}).out);
+  EXPECT_EQ("Errors", listed[0]["status_word"]);
+  EXPECT_EQ("2024-01-30T21:00:00+00:00", listed[0]["time_start"]);
+  const auto shown = nlohmann::json::parse(Run({"report", "show", "1", "--json"}).out);
+  EXPECT_EQ(dir_ / "Reports/45321.875.log", shown["file"]);
+  EXPECT_EQ("2024-01-30T21:07:12+00:00", shown["time_end"]);
+  EXPECT_EQ("Tarnwick backup report\r\nErrors: 1\r\n", shown["report"]);
   EXPECT_EQ(1, Run({"report", "show", "nothing.log"}).status);
   fs::remove(dir_ / "Reports/45321.875.log");
   r = Run({"report", "show", "latest"});
@@ -506,6 +518,10 @@ TEST_F(TwctlTest, RequestsAreWrittenOrRefusedAndTheirAnswersFollowed) {
   r = Run({"answers", "--follow", "--all"});
   EXPECT_EQ(1, r.status) << "the first result was a failure";
   EXPECT_EQ("Performing test backup...\nRESULT: Backup process encountered errors\n", r.out);
+  const auto answered = nlohmann::json::parse(Run({"answers", "--json"}).out);
+  ASSERT_EQ(3u, answered.size());
+  EXPECT_EQ("RESULT: Backup process completed normally", answered[2]["line"]);
+  EXPECT_EQ(2, Run({"answers", "--json", "--follow"}).status);
 
   r = Run({"request", "test-reminder", "Nightly", "--broadcast"});
   ASSERT_EQ(0, r.status) << r.err;
