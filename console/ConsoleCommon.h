@@ -36,8 +36,9 @@ std::string Quoted(const std::string& text);
 std::string YesNo(bool value);
 std::string WhenText(Date value);  // "never" for no date
 Json WhenJson(Date value);         // ISO 8601 with the offset from UTC; null for no date
-// Columns aligned by characters; a control character in a cell shows as a blank, so that a stored
-// value with a line break cannot break the table.
+// Columns aligned by the columns a terminal gives each character, not by bytes (a wide East Asian
+// character takes two); a control character in a cell shows as a blank, so that a stored value
+// with a line break cannot break the table.
 void PrintTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows);
 // Indented JSON and a line end. Text that is not UTF-8, which a value stored by an older version
 // may be, shows U+FFFD where it fails rather than stopping the listing.

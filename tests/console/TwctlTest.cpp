@@ -259,6 +259,17 @@ TEST_F(TwctlTest, ListingsSurviveStoredValuesThatAreNotOneLineOfText) {
   EXPECT_EQ("NAME  TIME      SCHEME           TIMEOUT  STATE   DESCRIPTION\n"
             "Caf\xE9  21:00:00  TWSchemes.Daily  240 min  active  Front desk and till\n",
             Run({"job", "list"}).out);
+
+  // Columns line up by what a terminal shows: "Grüße" is five columns, a CJK character two.
+  ASSERT_EQ(0, Run({"job", "remove", "Caf\xE9"}).status);
+  ASSERT_EQ(0, Run({"job", "add", "Grüße", "--description", "a"}).status);
+  ASSERT_EQ(0, Run({"job", "add", "夜間", "--description", "b"}).status);
+  ASSERT_EQ(0, Run({"job", "add", "N", "--description", "c"}).status);
+  EXPECT_EQ("NAME   TIME      SCHEME           TIMEOUT  STATE   DESCRIPTION\n"
+            "Grüße  21:00:00  TWSchemes.Daily  240 min  active  a\n"
+            "夜間   21:00:00  TWSchemes.Daily  240 min  active  b\n"
+            "N      21:00:00  TWSchemes.Daily  240 min  active  c\n",
+            Run({"job", "list"}).out);
 }
 
 TEST_F(TwctlTest, LogsShowsTheNewestEntriesWithTheirAttachments) {
