@@ -95,9 +95,20 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   configSet->add_option("VALUE", value, "the new value; - reads it from standard input without echo")->required();
 
   int32_t count = 20;
+  LogsOptions logOptions;
+  std::string since, logJob;
   auto* logs = app.add_subcommand("logs", "show the newest application-log entries, newest first");
-  logs->add_option("-n", count, "number of entries, up to 100000 (default 20)")->check(CLI::Range(1, 100000));
-  logs->add_flag("--json", json, "print JSON");
+  auto* countOpt = logs->add_option("-n", count, "number of entries, up to 100000 (default 20, or all with --since)")
+                       ->check(CLI::Range(1, 100000));
+  auto* sinceOpt = logs->add_option("--since", since,
+                                    "entries from then on: \"YYYY-MM-DD[ HH:MM[:SS]]\", today, yesterday, or a span "
+                                    "back from now such as -30min, -2h, -3d")
+                       ->option_text("WHEN");
+  auto* logJobOpt = logs->add_option("--job", logJob, "entries that name the job")->option_text("NAME");
+  auto* followOpt = logs->add_flag("--follow,-f", logOptions.follow,
+                                   "oldest first, then each new entry as it is written, until Ctrl-C");
+  logs->add_option("--follow-seconds", logOptions.followSeconds)->group("")->check(CLI::Range(1, 86400));
+  logs->add_flag("--json", json, "print JSON (not with --follow)")->excludes(followOpt);
 
   auto* occurrence = app.add_subcommand("occurrence", "describe and test schedule (occurrence) strings");
   occurrence->require_subcommand(1);
@@ -225,7 +236,13 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
     if (configList->parsed()) return ConfigList(settings, json, out);
     if (configGet->parsed()) return ConfigGet(settings, key, json, out);
     if (configSet->parsed()) return ConfigSet(settings, key, value, environment, err);
-    if (logs->parsed()) return Logs(settings, environment, count, json, out);
+    if (logs->parsed()) {
+      if (countOpt->count()) logOptions.count = count;
+      if (sinceOpt->count()) logOptions.since = since;
+      if (logJobOpt->count()) logOptions.job = logJob;
+      logOptions.json = json;
+      return Logs(settings, environment, logOptions, out);
+    }
     if (reports->parsed()) return Reports(settings, environment, reportCount, json, out, err);
     if (reportShow->parsed()) return ReportShow(settings, environment, which, json, out, err);
     if (testBackup->parsed()) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <thread>
 
 #include "common/EventPump.h"
 #include "logging/clsLogs.h"
@@ -303,6 +304,33 @@ TEST_F(TwctlTest, LogsShowsTheNewestEntriesWithTheirAttachments) {
   EXPECT_EQ("DesktopRights said 1326", json[0]["attachment"]);
   EXPECT_EQ("1326\r\nsecond line\nthird line\rfourth line", json[0]["message"]);
   EXPECT_EQ(2, Run({"logs", "-n", "0"}).status);
+
+  // Entries since a moment, entries that name a job, and new entries as they are written.
+  TWSettings settings(SettingsPath());
+  BlockingPump pump;
+  clsLogs logs(dir_.Path(), settings, clock_, pump, [] { return 0.0; });
+  clock_.AdvanceSeconds(3600);
+  logs.AddLogSimple(1, "Backup job already running", "The backup job Nightly is due, but its run goes on.", 0, "");
+  logs.AddLogSimple(1, "Backup job already running", "The backup job Nightly2 is due, but its run goes on.", 0, "");
+  const auto entries = [&](const std::vector<std::string>& args) { return nlohmann::json::parse(Run(args).out).size(); };
+  EXPECT_EQ(2u, entries({"logs", "--json", "--since", "-30min"}));
+  EXPECT_EQ(3u, entries({"logs", "--json", "--since", "2024-01-30 21:01"}));
+  EXPECT_EQ(4u, entries({"logs", "--json", "--since", "today"}));
+  EXPECT_EQ(1u, entries({"logs", "--json", "--job", "NIGHTLY"}));
+  EXPECT_EQ(2, Run({"logs", "--since", "last week"}).status);
+  Result followed;
+  std::thread follower([&] { followed = Run({"logs", "--follow", "--job", "Nightly", "--follow-seconds", "1"}); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  clock_.AdvanceSeconds(60);
+  logs.AddLogSimple(0, "Backup started", "Backup job Nightly started.", 0, "");
+  logs.AddLogSimple(0, "Backup started", "Backup job Weekly started.", 0, "");
+  follower.join();
+  EXPECT_EQ("2024-01-30 22:01:01  warning  Backup job already running\n"
+            "    The backup job Nightly is due, but its run goes on.\n"
+            "\n"
+            "2024-01-30 22:02:01  info     Backup started\n"
+            "    Backup job Nightly started.\n",
+            followed.out);
 }
 
 TEST_F(TwctlTest, AnUnreadableSettingsFileIsOneClearLine) {
@@ -637,8 +665,8 @@ TEST_F(TwctlTest, HelpIsAvailableEverywhere) {
       EXPECT_EQ(std::string::npos, page.find(notation)) << notation << " in\n" << page;
     }
   }
-  EXPECT_NE(std::string::npos,
-            Run({"logs", "--help"}).out.find("\n  -n N                        number of entries, up to 100000 (default 20)\n"));
+  EXPECT_NE(std::string::npos, Run({"logs", "--help"}).out.find("\n  -n N                        number of entries, up to "
+                                                                "100000 (default 20, or all with --since)\n"));
   const std::string set = Run({"job", "set", "--help"}).out;
   EXPECT_NE(std::string::npos, set.find("\n  --time HH:MM[:SS]           daily start time\n"));
   EXPECT_NE(std::string::npos, set.find("\n  --source PATH               replaces all the job's sources; repeat for more\n"));
