@@ -92,8 +92,7 @@ bool Wanted(const clsLogEntry& entry, const LogsOptions& options) {
 // Up to `limit` entries that pass the filters, newest first. Without filters that is one read;
 // with them the log is read back in growing steps until enough match, an entry is older than
 // `since`, or the log ends.
-std::vector<clsLogEntry> Selected(clsLogs& logs, const LogsOptions& options, std::optional<Date> since,
-                                  int32_t limit) {
+std::vector<clsLogEntry> Selected(clsLogs& logs, const LogsOptions& options, std::optional<Date> since, int32_t limit) {
   if (!since && !options.job) return Newest(logs, limit);
   for (int32_t asked = std::min(limit, 100);; asked = std::min(asked * 4, kMaxEntries)) {
     const auto entries = Newest(logs, asked);
@@ -199,11 +198,11 @@ int ConfigSet(TWSettings& settings, const std::string& keyName, std::string valu
   return 0;
 }
 
-int Logs(TWSettings& settings, const ConsoleEnvironment& environment, const LogsOptions& options,
-         std::ostream& out) {
+int Logs(TWSettings& settings, const ConsoleEnvironment& environment, const LogsOptions& options, std::ostream& out) {
   SystemClock systemClock;
   const Clock& clock = environment.clock ? *environment.clock : systemClock;
-  const std::optional<Date> since = options.since ? std::optional(RequireSince(*options.since, clock.Now())) : std::nullopt;
+  const std::optional<Date> since =
+      options.since ? std::optional(RequireSince(*options.since, clock.Now())) : std::nullopt;
   BlockingPump pump;
   clsLogs logs(environment.applicationFolder, settings, clock, pump);
   const int32_t limit = options.count.value_or(since ? kMaxEntries : 20);
@@ -226,7 +225,8 @@ int Logs(TWSettings& settings, const ConsoleEnvironment& environment, const Logs
   }
   if (entries.empty() && !options.follow) {
     const bool filtered = options.since || options.job;
-    out << "The application log in " << logs.LogDirectory() << (filtered ? " has no entry that matches.\n" : " is empty.\n");
+    out << "The application log in " << logs.LogDirectory()
+        << (filtered ? " has no entry that matches.\n" : " is empty.\n");
     return 0;
   }
   if (!options.follow) {

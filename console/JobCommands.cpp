@@ -40,9 +40,10 @@ struct JobChanges {
   std::optional<std::string> maintenanceSubject, maintenanceBody, maintenanceOccurrence;
 
   bool Any() const {
-    return description || scheme || destination || backupLogId || label || time || reminderTime || timeout ||
-           method || mode || sources || !addSources.empty() || !removeSources.empty() || suspended || eject || emailReport || printReport || reminderEmail ||
-           reminderBroadcast || maintenance || maintenanceSubject || maintenanceBody || maintenanceOccurrence;
+    return description || scheme || destination || backupLogId || label || time || reminderTime || timeout || method ||
+           mode || sources || !addSources.empty() || !removeSources.empty() || suspended || eject || emailReport ||
+           printReport || reminderEmail || reminderBroadcast || maintenance || maintenanceSubject || maintenanceBody ||
+           maintenanceOccurrence;
   }
 };
 
@@ -372,17 +373,17 @@ void RegisterJobOptions(CLI::App* command, JobOptions& o, bool changing) {
   const auto help = [changing](const std::string& text, const std::string& byDefault) {
     return changing ? text : text + " (default " + byDefault + ")";
   };
-  o.descriptionOpt = command->add_option("--description", o.description, "free text shown in reports")
-                         ->option_text("DESCRIPTION");
+  o.descriptionOpt =
+      command->add_option("--description", o.description, "free text shown in reports")->option_text("DESCRIPTION");
   o.timeOpt = command->add_option("--time", o.time, help("daily start time", "21:00"))->option_text("HH:MM[:SS]");
-  o.schemeOpt = command->add_option("--scheme", o.scheme, help("media scheme, one 'twctl schemes' lists",
-                                                               "TWSchemes.Daily"))
-                    ->option_text("ID");
-  o.timeoutOpt = command
-                     ->add_option("--timeout", o.timeout,
-                                  help("minutes a run may take before it counts as hung",
-                                       "from general.default_timeout"))
-                     ->option_text("MINUTES");
+  o.schemeOpt =
+      command->add_option("--scheme", o.scheme, help("media scheme, one 'twctl schemes' lists", "TWSchemes.Daily"))
+          ->option_text("ID");
+  o.timeoutOpt =
+      command
+          ->add_option("--timeout", o.timeout,
+                       help("minutes a run may take before it counts as hung", "from general.default_timeout"))
+          ->option_text("MINUTES");
   o.sourcesOpt = command
                      ->add_option("--source", o.sources,
                                   changing ? "replaces all the job's sources; repeat for more"
@@ -397,19 +398,19 @@ void RegisterJobOptions(CLI::App* command, JobOptions& o, bool changing) {
                              ->allow_extra_args(false)
                              ->option_text("PATH");
   }
-  o.destinationOpt = command
-                         ->add_option("--destination", o.destination,
-                                      help("folder for the archives, or a tape device",
-                                           "from general.default_destination"))
-                         ->option_text("PATH");
+  o.destinationOpt =
+      command
+          ->add_option("--destination", o.destination,
+                       help("folder for the archives, or a tape device", "from general.default_destination"))
+          ->option_text("PATH");
   o.backupLogIdOpt = command
                          ->add_option("--backup-log-id", o.backupLogId,
                                       help("identifier in the run's marker file name", "made from the name"))
                          ->option_text("ID");
   o.suspended.Register(command, "suspended", "suspend the job: no scheduled run, reminder or maintenance e-mail",
                        "resume a suspended job");
-  o.labelOpt = command->add_option("--label", o.label, "media label, for the Daily and Weekdays schemes")
-                   ->option_text("LABEL");
+  o.labelOpt =
+      command->add_option("--label", o.label, "media label, for the Daily and Weekdays schemes")->option_text("LABEL");
   o.methodOpt = command->add_option("--method", o.method, "full or incremental, for the Daily and Weekdays schemes")
                     ->option_text("full|incremental");
   o.modeOpt = command->add_option("--mode", o.mode, "overwrite or append, for the Daily and Weekdays schemes")
@@ -418,17 +419,17 @@ void RegisterJobOptions(CLI::App* command, JobOptions& o, bool changing) {
   o.emailReport.Register(command, "email-report", "e-mail the report of each run", "no report e-mail");
   o.printReport.Register(command, "print-report", "print the report of each run (options.print_setting)",
                          "no print-out");
-  o.reminderTimeOpt = command->add_option("--reminder-time", o.reminderTime, "time of the media reminder")
-                          ->option_text("HH:MM");
+  o.reminderTimeOpt =
+      command->add_option("--reminder-time", o.reminderTime, "time of the media reminder")->option_text("HH:MM");
   o.reminderEmail.Register(command, "reminder-email", "send the media reminder by e-mail", "no reminder e-mail");
   o.reminderBroadcast.Register(command, "reminder-broadcast",
                                "send the media reminder to the terminals of options.broadcast_recipients",
                                "no reminder message");
   o.maintenance.Register(command, "maintenance", "send the maintenance e-mail on its schedule",
                          "no maintenance e-mail");
-  o.maintenanceSubjectOpt = command->add_option("--maintenance-subject", o.maintenanceSubject,
-                                                "subject of the maintenance e-mail")
-                                ->option_text("SUBJECT");
+  o.maintenanceSubjectOpt =
+      command->add_option("--maintenance-subject", o.maintenanceSubject, "subject of the maintenance e-mail")
+          ->option_text("SUBJECT");
   o.maintenanceBodyOpt = command->add_option("--maintenance-body", o.maintenanceBody, "body of the maintenance e-mail")
                              ->option_text("BODY");
   o.weeklyOpt = command->add_option("--maintenance-weekly", o.maintenanceWeekly,

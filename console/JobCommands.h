@@ -26,9 +26,9 @@ struct JobOptions {
       maintenanceLastWeekday, maintenanceDates;
 
   CLI::Option *descriptionOpt, *timeOpt, *schemeOpt, *timeoutOpt, *destinationOpt, *backupLogIdOpt, *sourcesOpt,
-      *addSourcesOpt = nullptr, *removeSourcesOpt = nullptr,
-      *labelOpt, *methodOpt, *modeOpt, *reminderTimeOpt, *maintenanceSubjectOpt, *maintenanceBodyOpt,
-      *occurrenceOpt, *weeklyOpt, *monthlyOpt, *firstWeekdayOpt, *lastWeekdayOpt, *datesOpt;
+      *addSourcesOpt = nullptr, *removeSourcesOpt = nullptr, *labelOpt, *methodOpt, *modeOpt, *reminderTimeOpt,
+      *maintenanceSubjectOpt, *maintenanceBodyOpt, *occurrenceOpt, *weeklyOpt, *monthlyOpt, *firstWeekdayOpt,
+      *lastWeekdayOpt, *datesOpt;
 };
 
 // `changing`: the options of "job set", which change an existing job and so have no defaults and

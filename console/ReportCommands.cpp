@@ -39,9 +39,9 @@ std::vector<clsReportLogEntry> Newest(clsReportLogs& reports, int32_t count, std
 }
 
 bool IsPosition(const std::string& text) {
-  return !text.empty() && text.size() <= 6 && std::all_of(text.begin(), text.end(), [](char c) {
-    return c >= '0' && c <= '9';
-  }) && text != std::string(text.size(), '0');
+  return !text.empty() && text.size() <= 6 &&
+         std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }) &&
+         text != std::string(text.size(), '0');
 }
 
 clsReportLogEntry Loaded(const std::string& path) {

@@ -228,7 +228,8 @@ int Answers(TWSettings& settings, const AnswersOptions& options, std::ostream& o
   if (options.json) {
     // Each line with its number, which orders the lines across requests.
     Json list = Json::array();
-    for (const auto& [number, line] : store.AnswersAfter(lastSeen)) list.push_back({{"number", number}, {"line", line}});
+    for (const auto& [number, line] : store.AnswersAfter(lastSeen))
+      list.push_back({{"number", number}, {"line", line}});
     PrintJson(out, list);
     return 0;
   }

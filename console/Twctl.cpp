@@ -180,13 +180,13 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   auto* answers = app.add_subcommand("answers", "the service's answers to the latest test request");
   answers->add_flag("--follow", answerOptions.follow,
                     "wait for new lines and end at the result: exit 0 for a success, 1 otherwise");
-  answers->add_option("--timeout", answerOptions.timeoutSeconds,
-                      "with --follow, give up after SECONDS, up to 604800 (default 600)")
+  answers
+      ->add_option("--timeout", answerOptions.timeoutSeconds,
+                   "with --follow, give up after SECONDS, up to 604800 (default 600)")
       ->check(CLI::Range(0, 604800))
       ->option_text("SECONDS");
   answers->add_flag("--all", answerOptions.all, "every answer line kept, not only those since the latest request");
-  answers->add_flag("--json", answerOptions.json, "print the lines as JSON (not with --follow)")
-      ->excludes("--follow");
+  answers->add_flag("--json", answerOptions.json, "print the lines as JSON (not with --follow)")->excludes("--follow");
 
   auto* status = app.add_subcommand("status", "each job's next run, whether it runs now, and its last outcome");
   status->add_flag("--json", json, "print JSON");

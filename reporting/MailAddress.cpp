@@ -14,7 +14,9 @@ bool IsAtext(char c) {
          (c != '\0' && std::strchr("!#$%&'*+-/=?^_`{|}~", c) != nullptr);
 }
 
-bool IsLabelChar(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-'; }
+bool IsLabelChar(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-';
+}
 
 // Dot-separated non-empty pieces whose characters all pass `allowed`.
 bool IsDotted(std::string_view text, bool (*allowed)(char)) {

@@ -43,7 +43,8 @@ std::string HeaderText(const std::string& text) {
 std::string NameText(const std::string& name) {
   if (!IsPlainAscii(name)) return HeaderText(name);
   const auto isWordChar = [](char c) {
-    return std::isalnum(static_cast<unsigned char>(c)) || std::string_view("!#$%&'*+-/=?^_`{|}~").find(c) != std::string_view::npos;
+    return std::isalnum(static_cast<unsigned char>(c)) ||
+           std::string_view("!#$%&'*+-/=?^_`{|}~").find(c) != std::string_view::npos;
   };
   bool plain = !name.empty() && name.front() != ' ' && name.back() != ' ' && name.find("  ") == std::string::npos;
   for (char c : name) plain = plain && (c == ' ' || isWordChar(c));
@@ -57,7 +58,9 @@ std::string NameText(const std::string& name) {
 std::string HeaderAddress(const std::string& text, const std::string& defaultName) {
   std::string problem;
   const auto parsed = ParseMailAddress(text, &problem);
-  if (!parsed) throw TWError(errnum::InvalidProcedureCall, "invalid e-mail address \"" + text + "\" (" + problem + ")", "Mailer");
+  if (!parsed) {
+    throw TWError(errnum::InvalidProcedureCall, "invalid e-mail address \"" + text + "\" (" + problem + ")", "Mailer");
+  }
   const std::string name = parsed->name.empty() ? defaultName : parsed->name;
   return name.empty() ? parsed->address : NameText(name) + " <" + parsed->address + ">";
 }

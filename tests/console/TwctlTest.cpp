@@ -312,7 +312,9 @@ TEST_F(TwctlTest, LogsShowsTheNewestEntriesWithTheirAttachments) {
   clock_.AdvanceSeconds(3600);
   logs.AddLogSimple(1, "Backup job already running", "The backup job Nightly is due, but its run goes on.", 0, "");
   logs.AddLogSimple(1, "Backup job already running", "The backup job Nightly2 is due, but its run goes on.", 0, "");
-  const auto entries = [&](const std::vector<std::string>& args) { return nlohmann::json::parse(Run(args).out).size(); };
+  const auto entries = [&](const std::vector<std::string>& args) {
+    return nlohmann::json::parse(Run(args).out).size();
+  };
   EXPECT_EQ(2u, entries({"logs", "--json", "--since", "-30min"}));
   EXPECT_EQ(3u, entries({"logs", "--json", "--since", "2024-01-30 21:01"}));
   EXPECT_EQ(4u, entries({"logs", "--json", "--since", "today"}));
@@ -669,7 +671,8 @@ TEST_F(TwctlTest, HelpIsAvailableEverywhere) {
                                                                 "100000 (default 20, or all with --since)\n"));
   const std::string set = Run({"job", "set", "--help"}).out;
   EXPECT_NE(std::string::npos, set.find("\n  --time HH:MM[:SS]           daily start time\n"));
-  EXPECT_NE(std::string::npos, set.find("\n  --source PATH               replaces all the job's sources; repeat for more\n"));
+  EXPECT_NE(std::string::npos,
+            set.find("\n  --source PATH               replaces all the job's sources; repeat for more\n"));
   EXPECT_EQ(std::string::npos, set.find("default")) << set;
   EXPECT_NE(std::string::npos, Run({"job", "add", "--help"}).out.find("daily start time (default 21:00)\n"));
 }

@@ -185,8 +185,9 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   settings_.Store().WriteText("mail.sender", "a@example.org>\r\nRCPT TO:<intruder@example.org");
   const auto injected = SendAndWait("Injected", "body", mailtype::kFailureReport);
   ASSERT_TRUE(injected);
-  EXPECT_NE(std::string::npos, injected->find("invalid e-mail address \"a@example.org>\r\nRCPT TO:<intruder@example.org\" "
-                                             "(holds a line break or another control character)"));
+  EXPECT_NE(std::string::npos,
+            injected->find("invalid e-mail address \"a@example.org>\r\nRCPT TO:<intruder@example.org\" "
+                           "(holds a line break or another control character)"));
   EXPECT_EQ(0, listening.Count());
   settings_.Store().WriteText("mail.sender", "tarnwick@server1.example.org");
 
