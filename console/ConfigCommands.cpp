@@ -4,8 +4,10 @@
 #include <cctype>
 #include <chrono>
 #include <cmath>
+#include <functional>
 #include <thread>
 
+#include "common/Error.h"
 #include "common/EventPump.h"
 #include "common/Strings.h"
 #include "console/ConsoleCommon.h"
@@ -147,20 +149,38 @@ void Follow(clsLogs& logs, const LogsOptions& options, std::vector<clsLogEntry> 
 
 int ConfigList(TWSettings& settings, bool json, std::ostream& out) {
   SettingsStore& store = settings.Store();
+  // A value that does not read (a hand edit, a file from another version) is shown with its
+  // reason in its place, so that one bad value does not hide the others; the exit status says so.
+  bool allRead = true;
+  const auto reasonOf = [&](const std::function<void()>& read) -> std::optional<std::string> {
+    try {
+      read();
+      return std::nullopt;
+    } catch (const TWError& e) {
+      allRead = false;
+      return e.Description;
+    }
+  };
   if (json) {
     Json object = Json::object();
     for (const auto& key : AllSettingKeys()) {
-      if (key.listed) object[std::string(key.key)] = ValueJson(store, key);
+      if (!key.listed) continue;
+      Json value;
+      if (auto reason = reasonOf([&] { value = ValueJson(store, key); })) value = {{"unreadable", *reason}};
+      object[std::string(key.key)] = value;
     }
     PrintJson(out, object);
-    return 0;
+    return allRead ? 0 : 1;
   }
   std::vector<std::vector<std::string>> rows;
   for (const auto& key : AllSettingKeys()) {
-    if (key.listed) rows.push_back({std::string(key.key), ShownValue(store, key)});
+    if (!key.listed) continue;
+    std::string value;
+    if (auto reason = reasonOf([&] { value = ShownValue(store, key); })) value = "(unreadable: " + *reason + ")";
+    rows.push_back({std::string(key.key), value});
   }
   PrintTable(out, rows);
-  return 0;
+  return allRead ? 0 : 1;
 }
 
 int ConfigGet(TWSettings& settings, const std::string& key, bool json, std::ostream& out) {

@@ -10,6 +10,7 @@
 #include "common/EventPump.h"
 #include "logging/clsLogs.h"
 #include "reporting/clsReportLogs.h"
+#include "settings/Database.h"
 #include "settings/TWSettings.h"
 #include "tests/support/TestSupport.h"
 
@@ -233,6 +234,19 @@ TEST_F(TwctlTest, SettingsAreSetAndReadBackAndPasswordsNeverPrinted) {
   EXPECT_EQ(0, Run({"config", "set", "mail.sender", "\"Backups, Site A\" <b@example.org>"}).status);
   EXPECT_EQ(0, Run({"config", "set", "templates.reminder_body", "Load %LABEL%\nThanks"}).status);
   EXPECT_EQ("Load %LABEL%\r\nThanks", TWSettings(SettingsPath()).Store().ReadText("templates.reminder_body"));
+
+  // One value that does not read hides none of the others; the exit status says so at the end.
+  Database(SettingsPath()).Execute("INSERT OR REPLACE INTO settings (key, value) VALUES ('mail.port', 'seventy')");
+  const std::string reason = "Setting mail.port holds \"seventy\", which is not a whole number";
+  const Result bad = Run({"config", "list"});
+  EXPECT_EQ(1, bad.status);
+  EXPECT_NE(std::string::npos, bad.out.find("mail.port                             (unreadable: " + reason + ")\n"));
+  EXPECT_NE(std::string::npos, bad.out.find("mail.server                           smtp.example.org\n"));
+  const Result badJson = Run({"config", "list", "--json"});
+  EXPECT_EQ(1, badJson.status);
+  const auto listedJson = nlohmann::json::parse(badJson.out);
+  EXPECT_EQ(reason, listedJson["mail.port"]["unreadable"]);
+  EXPECT_EQ("smtp.example.org", listedJson["mail.server"]);
 
   secret_.reset();
   const Result none = Run({"config", "set", "mail.password", "-"});
