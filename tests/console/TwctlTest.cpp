@@ -681,8 +681,10 @@ TEST_F(TwctlTest, HelpIsAvailableEverywhere) {
       EXPECT_EQ(std::string::npos, page.find(notation)) << notation << " in\n" << page;
     }
   }
-  EXPECT_NE(std::string::npos, Run({"logs", "--help"}).out.find("\n  -n N                        number of entries, up to "
-                                                                "100000 (default 20, or all with --since)\n"));
+  const std::string logsHelp = Run({"logs", "--help"}).out;
+  EXPECT_NE(std::string::npos,
+            logsHelp.find("\n  -n N                        number of entries, up to 100000 (default 20, or all with "
+                          "--since)\n"));
   const std::string set = Run({"job", "set", "--help"}).out;
   EXPECT_NE(std::string::npos, set.find("\n  --time HH:MM[:SS]           daily start time\n"));
   EXPECT_NE(std::string::npos,
