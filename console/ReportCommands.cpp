@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <limits>
 #include <random>
 
 #include "common/Error.h"
@@ -75,7 +74,7 @@ clsReportLogEntry FindReport(clsReportLogs& reports, const std::string& which, s
   if (which.find('/') == std::string::npos && std::filesystem::exists(folder + "/" + which, error)) {
     return Loaded(folder + "/" + which);
   }
-  for (auto& entry : Newest(reports, std::numeric_limits<int32_t>::max(), err)) {
+  for (auto& entry : Newest(reports, 0, err)) {  // 0: every report log, newest first
     if (ToLower(entry.JobName) == ToLower(which)) return entry;
   }
   throw Failure("no report log or job with a report log named " + Quoted(which) + " ('twctl reports' lists them)");
