@@ -9,8 +9,20 @@ namespace tw::console {
 
 namespace {
 
+// Columns a character takes on a terminal: two for the wide East Asian scripts and the emoji
+// blocks, none for combining marks, one for the rest. A table of Unicode's width classes would be
+// exact; these ranges hold nearly every wide character a job name or label will meet.
+size_t ColumnsOf(char32_t c) {
+  if ((c >= 0x0300 && c <= 0x036F) || (c >= 0x200B && c <= 0x200F) || (c >= 0xFE00 && c <= 0xFE0F)) return 0;
+  const bool wide = (c >= 0x1100 && c <= 0x115F) || (c >= 0x2E80 && c <= 0xA4CF && c != 0x303F) ||
+                    (c >= 0xAC00 && c <= 0xD7A3) || (c >= 0xF900 && c <= 0xFAFF) || (c >= 0xFE30 && c <= 0xFE4F) ||
+                    (c >= 0xFF00 && c <= 0xFF60) || (c >= 0xFFE0 && c <= 0xFFE6) || (c >= 0x1F300 && c <= 0x1F64F) ||
+                    (c >= 0x1F900 && c <= 0x1F9FF) || (c >= 0x20000 && c <= 0x3FFFD);
+  return wide ? 2 : 1;
+}
+
 // A table cell as shown: control characters (a CR LF as one) become blanks; the width counts
-// characters, a byte that is not UTF-8 as one.
+// terminal columns (ColumnsOf), a byte that is not UTF-8 as one.
 struct Cell {
   std::string text;
   size_t width = 0;
@@ -18,11 +30,13 @@ struct Cell {
 
 Cell CellOf(std::string_view value) {
   Cell cell;
-  for (size_t i = 0; i < value.size(); ++cell.width) {
+  for (size_t i = 0; i < value.size();) {
     if (value.substr(i, 2) == "\r\n") ++i;  // one line break, one blank
     const auto [c, length] = Utf8CharAt(value, i);
     const size_t taken = length == 0 ? 1 : length;
-    cell.text += length != 0 && IsControlCharacter(c) ? std::string(" ") : std::string(value.substr(i, taken));
+    const bool control = length != 0 && IsControlCharacter(c);
+    cell.text += control ? std::string(" ") : std::string(value.substr(i, taken));
+    cell.width += length == 0 || control ? 1 : ColumnsOf(c);
     i += taken;
   }
   return cell;
@@ -78,6 +92,18 @@ bool IsRunning(clsJob& job, const std::string& applicationFolder) {
 std::string JobRunningText(clsJob& job) {
   const Date since = job.RunStartTime();
   return job.Name() + " is running" + (since == 0 ? "" : " (since " + IsoText(since).substr(0, 16) + ")");
+}
+
+PlainHelp::PlainHelp() { label("Positionals", "Arguments"); }
+
+std::string PlainHelp::make_option_opts(const CLI::Option* option) const {
+  // A flag has no type name: it takes no value.
+  if (option->get_positional() || option->get_type_name().empty()) return "";
+  if (!option->get_option_text().empty()) return " " + option->get_option_text();
+  // The type name before the ranges CLI11 appends to it: "INT:INT in [1 - 100000]".
+  const std::string type = option->get_type_name().substr(0, option->get_type_name().find(':'));
+  const bool number = type == "INT" || type == "UINT" || type == "FLOAT" || type == "NUMBER";
+  return number ? " N" : " VALUE";
 }
 
 void Switch::Register(CLI::App* command, const std::string& name, const std::string& onHelp,

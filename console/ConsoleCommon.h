@@ -36,8 +36,9 @@ std::string Quoted(const std::string& text);
 std::string YesNo(bool value);
 std::string WhenText(Date value);  // "never" for no date
 Json WhenJson(Date value);         // ISO 8601 with the offset from UTC; null for no date
-// Columns aligned by characters; a control character in a cell shows as a blank, so that a stored
-// value with a line break cannot break the table.
+// Columns aligned by the columns a terminal gives each character, not by bytes (a wide East Asian
+// character takes two); a control character in a cell shows as a blank, so that a stored value
+// with a line break cannot break the table.
 void PrintTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows);
 // Indented JSON and a line end. Text that is not UTF-8, which a value stored by an older version
 // may be, shows U+FFFD where it fails rather than stopping the listing.
@@ -49,6 +50,16 @@ void PrintJson(std::ostream& out, const Json& json);
 bool IsRunning(clsJob& job, const std::string& applicationFolder);
 // "Nightly is running (since 2024-01-30 21:00)", or without the time when none is recorded.
 std::string JobRunningText(clsJob& job);
+
+// Help pages in plain words: an option shows the value it takes as one word ("-n N", "--source
+// PATH"; an option's option_text names it, else N for a number and VALUE for text), without
+// CLI11's type and range notation, "REQUIRED", "Excludes:" or "..."; whatever limits a value has
+// are said in its description. Subcommands made after it is set take it over.
+class PlainHelp : public CLI::Formatter {
+ public:
+  PlainHelp();
+  std::string make_option_opts(const CLI::Option* option) const override;
+};
 
 // An option and its opposite, "--eject" and "--no-eject": unset, on or off.
 class Switch {

@@ -35,13 +35,15 @@ struct JobChanges {
   std::optional<Date> time, reminderTime;
   std::optional<int32_t> timeout, method, mode;
   std::optional<std::vector<std::string>> sources;
+  std::vector<std::string> addSources, removeSources;  // applied after `sources`, removals first
   std::optional<bool> suspended, eject, emailReport, printReport, reminderEmail, reminderBroadcast, maintenance;
   std::optional<std::string> maintenanceSubject, maintenanceBody, maintenanceOccurrence;
 
   bool Any() const {
-    return description || scheme || destination || backupLogId || label || time || reminderTime || timeout ||
-           method || mode || sources || suspended || eject || emailReport || printReport || reminderEmail ||
-           reminderBroadcast || maintenance || maintenanceSubject || maintenanceBody || maintenanceOccurrence;
+    return description || scheme || destination || backupLogId || label || time || reminderTime || timeout || method ||
+           mode || sources || !addSources.empty() || !removeSources.empty() || suspended || eject || emailReport ||
+           printReport || reminderEmail || reminderBroadcast || maintenance || maintenanceSubject || maintenanceBody ||
+           maintenanceOccurrence;
   }
 };
 
@@ -163,6 +165,10 @@ JobChanges CheckJobOptions(const JobOptions& o) {
     for (const auto& source : o.sources) sources.push_back(AbsolutePath(source, "--source"));
     c.sources = sources;
   }
+  if (o.addSourcesOpt) {
+    for (const auto& source : o.addSources) c.addSources.push_back(AbsolutePath(source, "--add-source"));
+    for (const auto& source : o.removeSources) c.removeSources.push_back(AbsolutePath(source, "--remove-source"));
+  }
   if (o.destinationOpt->count()) c.destination = AbsolutePath(o.destination, "--destination");
   if (o.backupLogIdOpt->count()) {
     const bool valid = !o.backupLogId.empty() && o.backupLogId.size() <= 64 && !IsPathLike(o.backupLogId) &&
@@ -199,6 +205,34 @@ JobChanges CheckJobOptions(const JobOptions& o) {
   }
   c.maintenanceOccurrence = MaintenanceSchedule(o);
   return c;
+}
+
+// Folds --add-source and --remove-source into the full list of sources, starting from `current`
+// unless --source replaced it. A source given twice is kept once; removing one the job does not
+// have is refused, as it is most likely a typing error that would otherwise go unnoticed.
+void EditSources(JobChanges& c, const std::vector<std::string>& current) {
+  if (c.addSources.empty() && c.removeSources.empty()) return;
+  std::vector<std::string> sources = c.sources.value_or(current);
+  // "/srv/" and "/srv" name the same folder.
+  const auto normal = [](const std::string& path) {
+    std::string text = std::filesystem::path(path).lexically_normal().string();
+    while (text.size() > 1 && text.back() == '/') text.pop_back();
+    return text;
+  };
+  const auto same = [&](const std::string& path) {
+    return [&, wanted = normal(path)](const std::string& other) { return normal(other) == wanted; };
+  };
+  for (const auto& source : c.removeSources) {
+    const auto found = std::find_if(sources.begin(), sources.end(), same(source));
+    if (found == sources.end()) {
+      throw UsageError("the job has no source " + Quoted(source) + " to remove ('twctl job show' lists them)");
+    }
+    sources.erase(found);
+  }
+  for (const auto& source : c.addSources) {
+    if (std::none_of(sources.begin(), sources.end(), same(source))) sources.push_back(source);
+  }
+  c.sources = sources;
 }
 
 // A marker-file identifier made from the job's name, free among the other jobs.
@@ -334,39 +368,70 @@ void PrintJob(std::ostream& out, clsJob& job) {
 
 }  // namespace
 
-void RegisterJobOptions(CLI::App* command, JobOptions& o) {
-  o.descriptionOpt = command->add_option("--description", o.description, "free text shown in reports");
-  o.timeOpt = command->add_option("--time", o.time, "daily start time, HH:MM or HH:MM:SS (default 21:00)");
-  o.schemeOpt = command->add_option("--scheme", o.scheme, "media scheme ('twctl schemes'; default TWSchemes.Daily)");
-  o.timeoutOpt = command->add_option("--timeout", o.timeout,
-                                     "minutes a run may take before it counts as hung (default from "
-                                     "general.default_timeout)");
-  o.sourcesOpt = command->add_option("--source", o.sources, "file or folder to back up; repeat for more")
-                     ->allow_extra_args(false);
-  o.destinationOpt = command->add_option("--destination", o.destination,
-                                         "folder for the archives, or a tape device (default from "
-                                         "general.default_destination)");
-  o.backupLogIdOpt = command->add_option("--backup-log-id", o.backupLogId,
-                                         "identifier in the run's marker file name (default from the name)");
+void RegisterJobOptions(CLI::App* command, JobOptions& o, bool changing) {
+  // A changed job keeps what it has, so "job set" names no defaults.
+  const auto help = [changing](const std::string& text, const std::string& byDefault) {
+    return changing ? text : text + " (default " + byDefault + ")";
+  };
+  o.descriptionOpt =
+      command->add_option("--description", o.description, "free text shown in reports")->option_text("DESCRIPTION");
+  o.timeOpt = command->add_option("--time", o.time, help("daily start time", "21:00"))->option_text("HH:MM[:SS]");
+  o.schemeOpt =
+      command->add_option("--scheme", o.scheme, help("media scheme, one 'twctl schemes' lists", "TWSchemes.Daily"))
+          ->option_text("ID");
+  o.timeoutOpt =
+      command
+          ->add_option("--timeout", o.timeout,
+                       help("minutes a run may take before it counts as hung", "from general.default_timeout"))
+          ->option_text("MINUTES");
+  o.sourcesOpt = command
+                     ->add_option("--source", o.sources,
+                                  changing ? "replaces all the job's sources; repeat for more"
+                                           : "file or folder to back up; repeat for more")
+                     ->allow_extra_args(false)
+                     ->option_text("PATH");
+  if (changing) {
+    o.addSourcesOpt = command->add_option("--add-source", o.addSources, "file or folder to add; repeatable")
+                          ->allow_extra_args(false)
+                          ->option_text("PATH");
+    o.removeSourcesOpt = command->add_option("--remove-source", o.removeSources, "source to remove; repeatable")
+                             ->allow_extra_args(false)
+                             ->option_text("PATH");
+  }
+  o.destinationOpt =
+      command
+          ->add_option("--destination", o.destination,
+                       help("folder for the archives, or a tape device", "from general.default_destination"))
+          ->option_text("PATH");
+  o.backupLogIdOpt = command
+                         ->add_option("--backup-log-id", o.backupLogId,
+                                      help("identifier in the run's marker file name", "made from the name"))
+                         ->option_text("ID");
   o.suspended.Register(command, "suspended", "suspend the job: no scheduled run, reminder or maintenance e-mail",
                        "resume a suspended job");
-  o.labelOpt = command->add_option("--label", o.label, "media label, for the Daily and Weekdays schemes");
-  o.methodOpt = command->add_option("--method", o.method, "full or incremental, for the Daily and Weekdays schemes");
-  o.modeOpt = command->add_option("--mode", o.mode, "overwrite or append, for the Daily and Weekdays schemes");
+  o.labelOpt =
+      command->add_option("--label", o.label, "media label, for the Daily and Weekdays schemes")->option_text("LABEL");
+  o.methodOpt = command->add_option("--method", o.method, "full or incremental, for the Daily and Weekdays schemes")
+                    ->option_text("full|incremental");
+  o.modeOpt = command->add_option("--mode", o.mode, "overwrite or append, for the Daily and Weekdays schemes")
+                  ->option_text("overwrite|append");
   o.eject.Register(command, "eject", "eject the tape after the run", "leave the tape in the drive");
   o.emailReport.Register(command, "email-report", "e-mail the report of each run", "no report e-mail");
   o.printReport.Register(command, "print-report", "print the report of each run (options.print_setting)",
                          "no print-out");
-  o.reminderTimeOpt = command->add_option("--reminder-time", o.reminderTime, "time of the media reminder, HH:MM");
+  o.reminderTimeOpt =
+      command->add_option("--reminder-time", o.reminderTime, "time of the media reminder")->option_text("HH:MM");
   o.reminderEmail.Register(command, "reminder-email", "send the media reminder by e-mail", "no reminder e-mail");
   o.reminderBroadcast.Register(command, "reminder-broadcast",
                                "send the media reminder to the terminals of options.broadcast_recipients",
                                "no reminder message");
   o.maintenance.Register(command, "maintenance", "send the maintenance e-mail on its schedule",
                          "no maintenance e-mail");
-  o.maintenanceSubjectOpt = command->add_option("--maintenance-subject", o.maintenanceSubject,
-                                                "subject of the maintenance e-mail");
-  o.maintenanceBodyOpt = command->add_option("--maintenance-body", o.maintenanceBody, "body of the maintenance e-mail");
+  o.maintenanceSubjectOpt =
+      command->add_option("--maintenance-subject", o.maintenanceSubject, "subject of the maintenance e-mail")
+          ->option_text("SUBJECT");
+  o.maintenanceBodyOpt = command->add_option("--maintenance-body", o.maintenanceBody, "body of the maintenance e-mail")
+                             ->option_text("BODY");
   o.weeklyOpt = command->add_option("--maintenance-weekly", o.maintenanceWeekly,
                                     "maintenance on days of the week, such as mon,fri@21:00");
   o.monthlyOpt = command->add_option("--maintenance-monthly", o.maintenanceMonthly,
@@ -380,6 +445,12 @@ void RegisterJobOptions(CLI::App* command, JobOptions& o) {
                                    "maintenance on given dates: YYYY-MM-DD HH:MM, separated by commas");
   o.occurrenceOpt = command->add_option("--maintenance-occurrence", o.maintenanceOccurrence,
                                         "maintenance schedule as a raw occurrence string");
+  o.weeklyOpt->option_text("DAYS@HH:MM");
+  o.monthlyOpt->option_text("WEEKS:DAYS@HH:MM");
+  o.firstWeekdayOpt->option_text("HH:MM");
+  o.lastWeekdayOpt->option_text("HH:MM");
+  o.datesOpt->option_text("LIST");
+  o.occurrenceOpt->option_text("STRING");
   const std::vector<CLI::Option*> schedules = {o.weeklyOpt, o.monthlyOpt, o.firstWeekdayOpt, o.lastWeekdayOpt,
                                                o.datesOpt, o.occurrenceOpt};
   for (auto* a : schedules) {
@@ -413,9 +484,10 @@ int JobAdd(TWSettings& settings, const std::string& name, const JobOptions& opti
 }
 
 int JobSet(TWSettings& settings, const std::string& name, const JobOptions& options, std::ostream& out) {
-  const JobChanges changes = CheckJobOptions(options);
+  JobChanges changes = CheckJobOptions(options);
   if (!changes.Any()) throw UsageError("nothing to change: give at least one option ('twctl job set --help')");
   clsJob job = RequireJob(settings, name);
+  EditSources(changes, job.Sources());
   CheckMaintenanceSchedule(changes, job.JobNotification().MaintenanceOccurrence());
   if (changes.backupLogId && settings.Store().BackupLogIdTaken(*changes.backupLogId, job.Id())) {
     throw Failure("another job already uses the backup log id " + Quoted(*changes.backupLogId));
@@ -494,7 +566,7 @@ int JobPreview(TWSettings& settings, const std::string& name, int days, bool jso
   for (const auto& run : runs) {
     const std::string starts = IsoText(run.starts).substr(0, 16);
     const std::string runDate = IsoText(run.runDate).substr(0, 10);
-    list.push_back({{"starts", starts},
+    list.push_back({{"starts", WhenJson(run.starts)},
                     {"run_date", runDate},
                     {"runs", run.runs},
                     {"label", run.media.Label},

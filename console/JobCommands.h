@@ -13,7 +13,7 @@ namespace tw::console {
 // The options of "job add" and "job set", as typed.
 struct JobOptions {
   std::string description, time, scheme, timeout, destination, backupLogId;
-  std::vector<std::string> sources;
+  std::vector<std::string> sources, addSources, removeSources;
   Switch suspended;
   std::string label, method, mode;
   Switch eject;
@@ -26,11 +26,14 @@ struct JobOptions {
       maintenanceLastWeekday, maintenanceDates;
 
   CLI::Option *descriptionOpt, *timeOpt, *schemeOpt, *timeoutOpt, *destinationOpt, *backupLogIdOpt, *sourcesOpt,
-      *labelOpt, *methodOpt, *modeOpt, *reminderTimeOpt, *maintenanceSubjectOpt, *maintenanceBodyOpt,
-      *occurrenceOpt, *weeklyOpt, *monthlyOpt, *firstWeekdayOpt, *lastWeekdayOpt, *datesOpt;
+      *addSourcesOpt = nullptr, *removeSourcesOpt = nullptr, *labelOpt, *methodOpt, *modeOpt, *reminderTimeOpt,
+      *maintenanceSubjectOpt, *maintenanceBodyOpt, *occurrenceOpt, *weeklyOpt, *monthlyOpt, *firstWeekdayOpt,
+      *lastWeekdayOpt, *datesOpt;
 };
 
-void RegisterJobOptions(CLI::App* command, JobOptions& options);
+// `changing`: the options of "job set", which change an existing job and so have no defaults and
+// can add or remove single sources.
+void RegisterJobOptions(CLI::App* command, JobOptions& options, bool changing);
 
 int JobAdd(TWSettings& settings, const std::string& name, const JobOptions& options, std::ostream& out);
 int JobSet(TWSettings& settings, const std::string& name, const JobOptions& options, std::ostream& out);

@@ -45,7 +45,7 @@ int OccurrenceNext(const std::string& text, const std::optional<std::string>& fr
   static const char* const kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
   if (json) {
     Json list = Json::array();
-    for (Date when : matches) list.push_back(IsoText(when).substr(0, 16));
+    for (Date when : matches) list.push_back(WhenJson(when));
     PrintJson(out, list);
     return 0;
   }
@@ -54,9 +54,16 @@ int OccurrenceNext(const std::string& text, const std::optional<std::string>& fr
   return 0;
 }
 
-int Schemes(std::ostream& out) {
+int Schemes(bool json, std::ostream& out) {
+  const auto& schemes = SchemeRegistry::BuiltIn().Schemes();
+  if (json) {
+    Json list = Json::array();
+    for (const auto& scheme : schemes) list.push_back({{"id", scheme.id}, {"summary", scheme.summary}});
+    PrintJson(out, list);
+    return 0;
+  }
   std::vector<std::vector<std::string>> rows;
-  for (const auto& scheme : SchemeRegistry::BuiltIn().Schemes()) rows.push_back({scheme.id, scheme.summary});
+  for (const auto& scheme : schemes) rows.push_back({scheme.id, scheme.summary});
   PrintTable(out, rows);
   return 0;
 }

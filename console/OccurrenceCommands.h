@@ -13,6 +13,6 @@ int OccurrenceDescribe(const std::string& text, int32_t type, std::ostream& out)
 int OccurrenceCheck(const std::string& text, const std::string& when, std::ostream& out);
 int OccurrenceNext(const std::string& text, const std::optional<std::string>& from, int count, bool json,
                    const Clock& clock, std::ostream& out);
-int Schemes(std::ostream& out);
+int Schemes(bool json, std::ostream& out);
 
 }  // namespace tw::console

@@ -12,9 +12,10 @@ namespace tw::console {
 // The newest `count` report logs that read; each one passed over is named on `err`.
 int Reports(TWSettings& settings, const ConsoleEnvironment& environment, int32_t count, bool json, std::ostream& out,
             std::ostream& err);
-// FILE is a report log's name in the Reports folder, a path, or "latest": the newest one that
-// reads, naming on `err` each newer one passed over.
-int ReportShow(TWSettings& settings, const ConsoleEnvironment& environment, const std::string& which,
+// `which` is "latest" (the newest one that reads), a position in 'twctl reports' (1 is the
+// newest), a report log's file name in the Reports folder, a path, or a job name (that job's
+// newest report log); each newer report log passed over is named on `err`.
+int ReportShow(TWSettings& settings, const ConsoleEnvironment& environment, const std::string& which, bool json,
                std::ostream& out, std::ostream& err);
 // Sends one message through the stored server settings; prints the transcript when it fails.
 int MailTest(TWSettings& settings, const ConsoleEnvironment& environment, const std::optional<std::string>& to,

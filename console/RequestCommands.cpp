@@ -237,6 +237,14 @@ int Answers(TWSettings& settings, const AnswersOptions& options, const Clock& cl
             std::ostream& err) {
   SettingsStore& store = settings.Store();
   int64_t lastSeen = options.all ? 0 : store.ReadInt(kAnswersStartKey);
+  if (options.json) {
+    // Each line with its number, which orders the lines across requests.
+    Json list = Json::array();
+    for (const auto& [number, line] : store.AnswersAfter(lastSeen))
+      list.push_back({{"number", number}, {"line", line}});
+    PrintJson(out, list);
+    return 0;
+  }
   int64_t waitedMilliseconds = 0;
   bool printedAny = false;
   for (;;) {

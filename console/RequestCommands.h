@@ -31,6 +31,7 @@ std::string WithdrawRequestFor(TWSettings& settings, const std::string& job);
 struct AnswersOptions {
   bool follow = false;
   bool all = false;           // from the first line kept, not from the latest request
+  bool json = false;          // without follow: the lines as one JSON list
   int timeoutSeconds = 600;   // --follow only
   int pollMilliseconds = 500;
 };

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "common/Error.h"
+#include "common/Version.h"
 #include "console/ConfigCommands.h"
 #include "console/ConsoleCommon.h"
 #include "console/JobCommands.h"
@@ -45,10 +46,14 @@ std::pair<std::string, std::string> UnknownCommand(CLI::App& app, const std::vec
 int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostream& err,
              const ConsoleEnvironment& environment) {
   CLI::App app{"Administration console of the Tarnwick backup scheduling service.", "twctl"};
+  app.formatter(std::make_shared<PlainHelp>());
+  app.set_help_flag("-h,--help", "show this help and end");
   app.require_subcommand(1);
+  app.set_version_flag("--version", std::string("twctl ") + kVersion, "print \"twctl VERSION\" and end");
   std::string settingsPath = environment.settingsPath;
   app.add_option("--settings", settingsPath,
-                 "settings file (default: $TARNWICK_SETTINGS, else settings.db in the application folder)");
+                 "settings file (default: $TARNWICK_SETTINGS, else settings.db in the application folder)")
+      ->option_text("PATH");
   bool json = false;
 
   auto* job = app.add_subcommand("job", "add, change, list, show, preview and remove backup jobs");
@@ -57,11 +62,11 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   auto* jobAdd = job->add_subcommand("add", "add a backup job");
   jobAdd->add_option("NAME", jobName, "name of the new job")->required();
   JobOptions addOptions;
-  RegisterJobOptions(jobAdd, addOptions);
+  RegisterJobOptions(jobAdd, addOptions, false);
   auto* jobSet = job->add_subcommand("set", "change a backup job; only the options given change");
   jobSet->add_option("NAME", jobName, "name of the job")->required();
   JobOptions setOptions;
-  RegisterJobOptions(jobSet, setOptions);
+  RegisterJobOptions(jobSet, setOptions, true);
   auto* jobList = job->add_subcommand("list", "list the backup jobs");
   jobList->add_flag("--json", json, "print JSON");
   auto* jobShow = job->add_subcommand("show", "show every setting of a backup job");
@@ -70,7 +75,7 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   int previewDays = 14;
   auto* jobPreview = job->add_subcommand("preview", "the coming scheduled runs: whether they go ahead, and their media");
   jobPreview->add_option("NAME", jobName, "name of the job")->required();
-  jobPreview->add_option("--days", previewDays, "how many days (default 14)")->check(CLI::Range(1, 3660));
+  jobPreview->add_option("--days", previewDays, "how many days, 1 to 3660 (default 14)")->check(CLI::Range(1, 3660));
   jobPreview->add_flag("--json", json, "print JSON");
   auto* jobRemove = job->add_subcommand("remove", "remove a backup job");
   jobRemove->add_option("NAME", jobName, "name of the job")->required();
@@ -84,14 +89,26 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   configList->add_flag("--json", json, "print JSON");
   auto* configGet = config->add_subcommand("get", "show one setting");
   configGet->add_option("KEY", key, "dotted key, such as mail.server")->required();
+  configGet->add_flag("--json", json, "print JSON");
   auto* configSet = config->add_subcommand("set", "change one setting");
   configSet->add_option("KEY", key, "dotted key, such as mail.server")->required();
   configSet->add_option("VALUE", value, "the new value; - reads it from standard input without echo")->required();
 
   int32_t count = 20;
+  LogsOptions logOptions;
+  std::string since, logJob;
   auto* logs = app.add_subcommand("logs", "show the newest application-log entries, newest first");
-  logs->add_option("-n", count, "number of entries (default 20)")->check(CLI::Range(1, 100000));
-  logs->add_flag("--json", json, "print JSON");
+  auto* countOpt = logs->add_option("-n", count, "number of entries, up to 100000 (default 20, or all with --since)")
+                       ->check(CLI::Range(1, 100000));
+  auto* sinceOpt = logs->add_option("--since", since,
+                                    "entries from then on: \"YYYY-MM-DD[ HH:MM[:SS]]\", today, yesterday, or a span "
+                                    "back from now such as -30min, -2h, -3d")
+                       ->option_text("WHEN");
+  auto* logJobOpt = logs->add_option("--job", logJob, "entries that name the job")->option_text("NAME");
+  auto* followOpt = logs->add_flag("--follow,-f", logOptions.follow,
+                                   "oldest first, then each new entry as it is written, until Ctrl-C");
+  logs->add_option("--follow-seconds", logOptions.followSeconds)->group("")->check(CLI::Range(1, 86400));
+  logs->add_flag("--json", json, "print JSON (not with --follow)")->excludes(followOpt);
 
   auto* occurrence = app.add_subcommand("occurrence", "describe and test schedule (occurrence) strings");
   occurrence->require_subcommand(1);
@@ -99,7 +116,9 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   int32_t summaryType = 2;
   auto* describe = occurrence->add_subcommand("describe", "the schedule in words");
   describe->add_option("STRING", occurrenceText, "occurrence string")->required();
-  describe->add_option("--type", summaryType, "0 the days, 1 the time, 2 both (default)")->check(CLI::Range(0, 2));
+  describe->add_option("--type", summaryType, "0 the days, 1 the time, 2 both (default)")
+      ->check(CLI::Range(0, 2))
+      ->option_text("0|1|2");
   auto* check = occurrence->add_subcommand("check", "whether a moment matches: exit 0 \"match\", exit 1 \"no match\"");
   check->add_option("STRING", occurrenceText, "occurrence string")->required();
   check->add_option("WHEN", when, "\"YYYY-MM-DD HH:MM\"")->required();
@@ -107,27 +126,36 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   int nextCount = 10;
   auto* next = occurrence->add_subcommand("next", "the next minutes at which it matches");
   next->add_option("STRING", occurrenceText, "occurrence string")->required();
-  auto* fromOpt = next->add_option("--from", from, "start at \"YYYY-MM-DD HH:MM\" (default now)");
-  next->add_option("-n", nextCount, "how many (default 10)")->check(CLI::Range(1, 100000));
+  auto* fromOpt =
+      next->add_option("--from", from, "start at that minute (default now)")->option_text("\"YYYY-MM-DD HH:MM\"");
+  next->add_option("-n", nextCount, "how many, up to 100000 (default 10)")->check(CLI::Range(1, 100000));
   next->add_flag("--json", json, "print JSON");
 
   auto* schemes = app.add_subcommand("schemes", "list the media schemes a job can use");
+  schemes->add_flag("--json", json, "print JSON");
 
   int32_t reportCount = 20;
   auto* reports = app.add_subcommand("reports", "the newest report logs, one line each");
-  reports->add_option("-n", reportCount, "number of report logs (default 20)")->check(CLI::Range(1, 100000));
+  reports->add_option("-n", reportCount, "number of report logs, up to 100000 (default 20)")
+      ->check(CLI::Range(1, 100000));
   reports->add_flag("--json", json, "print JSON");
   auto* report = app.add_subcommand("report", "one report log");
   report->require_subcommand(1);
   std::string which;
   auto* reportShow = report->add_subcommand("show", "show a report log in full");
-  reportShow->add_option("FILE", which, "its file name in Reports, a path, or \"latest\"")->required();
+  reportShow
+      ->add_option("REPORT", which,
+                   "the FILE 'twctl reports' shows (or a path), a position in that list (1 is the newest), a job "
+                   "name (its latest report), or \"latest\"")
+      ->required();
+  reportShow->add_flag("--json", json, "print JSON");
 
   auto* mail = app.add_subcommand("mail", "check the e-mail settings");
   mail->require_subcommand(1);
   std::string mailTo;
   auto* mailTest = mail->add_subcommand("test", "send a test e-mail with the stored server settings");
-  auto* toOpt = mailTest->add_option("--to", mailTo, "recipient (default: mail.reminder_recipients)");
+  auto* toOpt =
+      mailTest->add_option("--to", mailTo, "recipients (default: mail.reminder_recipients)")->option_text("ADDRESS");
 
   auto* request = app.add_subcommand("request", "ask the running service for a test backup, a run or a reminder test");
   request->require_subcommand(1);
@@ -138,7 +166,8 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   std::string runDate;
   auto* runNow = request->add_subcommand("run", "a run of a job now, with the media of the given day");
   runNow->add_option("JOB", jobName, "name of the job")->required();
-  auto* dateOpt = runNow->add_option("--date", runDate, "the day whose media the run uses, YYYY-MM-DD (default today)");
+  auto* dateOpt = runNow->add_option("--date", runDate, "the day whose media the run uses (default today)")
+                      ->option_text("YYYY-MM-DD");
   runNow->add_flag("--replace", replace, "replace a request that still waits for the service");
   bool byEmail = false, byBroadcast = false;
   auto* testReminder = request->add_subcommand("test-reminder", "send a job's test reminder now");
@@ -151,9 +180,13 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   auto* answers = app.add_subcommand("answers", "the service's answers to the latest test request");
   answers->add_flag("--follow", answerOptions.follow,
                     "wait for new lines and end at the result: exit 0 for a success, 1 otherwise");
-  answers->add_option("--timeout", answerOptions.timeoutSeconds, "with --follow, give up after SECONDS (default 600)")
-      ->check(CLI::Range(0, 604800));
+  answers
+      ->add_option("--timeout", answerOptions.timeoutSeconds,
+                   "with --follow, give up after SECONDS, up to 604800 (default 600)")
+      ->check(CLI::Range(0, 604800))
+      ->option_text("SECONDS");
   answers->add_flag("--all", answerOptions.all, "every answer line kept, not only those since the latest request");
+  answers->add_flag("--json", answerOptions.json, "print the lines as JSON (not with --follow)")->excludes("--follow");
 
   auto* status = app.add_subcommand(
       "status",
@@ -196,7 +229,7 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
       return OccurrenceNext(occurrenceText, fromOpt->count() ? std::optional(from) : std::nullopt, nextCount, json,
                             clock, out);
     }
-    if (schemes->parsed()) return Schemes(out);
+    if (schemes->parsed()) return Schemes(json, out);
     if (servicePause->parsed() || serviceContinue->parsed()) {
       return ServicePauseOrContinue(environment, servicePause->parsed(), out);
     }
@@ -209,11 +242,17 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
     if (jobPreview->parsed()) return JobPreview(settings, jobName, previewDays, json, clock, out);
     if (jobRemove->parsed()) return JobRemove(settings, environment.applicationFolder, jobName, force, out);
     if (configList->parsed()) return ConfigList(settings, json, out);
-    if (configGet->parsed()) return ConfigGet(settings, key, out);
+    if (configGet->parsed()) return ConfigGet(settings, key, json, out);
     if (configSet->parsed()) return ConfigSet(settings, key, value, environment, err);
-    if (logs->parsed()) return Logs(settings, environment, count, json, out);
+    if (logs->parsed()) {
+      if (countOpt->count()) logOptions.count = count;
+      if (sinceOpt->count()) logOptions.since = since;
+      if (logJobOpt->count()) logOptions.job = logJob;
+      logOptions.json = json;
+      return Logs(settings, environment, logOptions, out);
+    }
     if (reports->parsed()) return Reports(settings, environment, reportCount, json, out, err);
-    if (reportShow->parsed()) return ReportShow(settings, environment, which, out, err);
+    if (reportShow->parsed()) return ReportShow(settings, environment, which, json, out, err);
     if (testBackup->parsed()) {
       return RequestTestBackup(settings, environment.applicationFolder, jobName, replace, clock, out);
     }

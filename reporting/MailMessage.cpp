@@ -1,6 +1,7 @@
 #include "reporting/MailMessage.h"
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -35,6 +36,33 @@ std::string HeaderText(const std::string& text) {
     start = end;
   }
   return words;
+}
+
+// A display name as a header may hold it: as it is when it is words of plain characters, encoded
+// when it is not ASCII, otherwise quoted (a comma or a dot would end or split the name).
+std::string NameText(const std::string& name) {
+  if (!IsPlainAscii(name)) return HeaderText(name);
+  const auto isWordChar = [](char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) ||
+           std::string_view("!#$%&'*+-/=?^_`{|}~").find(c) != std::string_view::npos;
+  };
+  bool plain = !name.empty() && name.front() != ' ' && name.back() != ' ' && name.find("  ") == std::string::npos;
+  for (char c : name) plain = plain && (c == ' ' || isWordChar(c));
+  if (plain) return name;
+  std::string quoted = "\"";
+  for (char c : name) quoted += (c == '"' || c == '\\') ? std::string("\\") + c : std::string(1, c);
+  return quoted + "\"";
+}
+
+// "Name <address>" for a header, or the bare address when there is no name.
+std::string HeaderAddress(const std::string& text, const std::string& defaultName) {
+  std::string problem;
+  const auto parsed = ParseMailAddress(text, &problem);
+  if (!parsed) {
+    throw TWError(errnum::InvalidProcedureCall, "invalid e-mail address \"" + text + "\" (" + problem + ")", "Mailer");
+  }
+  const std::string name = parsed->name.empty() ? defaultName : parsed->name;
+  return name.empty() ? parsed->address : NameText(name) + " <" + parsed->address + ">";
 }
 
 // Base64 in lines of 76 characters, as MIME wants them.
@@ -81,24 +109,13 @@ std::string Base64(const std::string& bytes) {
   return out;
 }
 
-std::vector<std::string> SplitRecipients(const std::string& list) {
-  std::vector<std::string> addresses;
-  // A list pasted one address per line reads as the same list separated by ";".
-  const auto isSeparator = [](char c) { return c == ',' || c == '\r' || c == '\n'; };
-  std::string separated(list);
-  std::replace_if(separated.begin(), separated.end(), isSeparator, ';');
-  for (const auto& piece : Split(separated, ';')) {
-    const std::string address(TrimWhitespace(piece));
-    if (!address.empty()) addresses.push_back(address);
-  }
-  return addresses;
-}
-
 std::string ComposeMime(const MailMessage& message, Date now, const std::string& messageId,
                         const std::string& boundary) {
   std::string mime = "Date: " + Rfc5322Text(now) + kCrLf;
-  mime += "From: " + HeaderText(message.fromName) + " <" + message.from + ">" + kCrLf;
-  mime += "To: " + Join(message.to, ", ") + kCrLf;
+  mime += "From: " + HeaderAddress(message.from, message.fromName) + kCrLf;
+  std::vector<std::string> to;
+  for (const auto& entry : message.to) to.push_back(HeaderAddress(entry, ""));
+  mime += "To: " + Join(to, ", ") + kCrLf;
   mime += "Subject: " + HeaderText(message.subject) + kCrLf;
   mime += "Message-ID: <" + messageId + ">" + kCrLf;
   mime += std::string("MIME-Version: 1.0") + kCrLf;

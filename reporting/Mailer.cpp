@@ -186,13 +186,24 @@ SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& r
     outcome.transcript = transcript.text + "Result: " + outcome.error + "\n";
     return outcome;
   }
-  // A line break in an address would reach the server as a command of its own; the console refuses
-  // one, but a value may have been stored before it did.
-  const auto holdsControl = [](const std::string& address) {
-    return std::any_of(address.begin(), address.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; });
-  };
-  if (holdsControl(SenderAddress(server)) || std::any_of(recipients.begin(), recipients.end(), holdsControl)) {
-    outcome.error = "an address holds a line break or another control character (mail.sender or a recipient list)";
+  // The envelope carries bare addresses: a server answers "501 Syntax" to a name there. A line
+  // break would reach the server as a command of its own; the console refuses both, but a value
+  // may have been stored before it did.
+  std::vector<std::string> envelope;
+  for (const auto& entry : recipients) {
+    std::string problem;
+    const auto parsed = ParseMailAddress(entry, &problem);
+    if (!parsed) {
+      outcome.error = "invalid recipient address \"" + entry + "\" (" + problem + ")";
+      outcome.transcript = transcript.text + "Result: " + outcome.error + "\n";
+      return outcome;
+    }
+    envelope.push_back("<" + parsed->address + ">");
+  }
+  std::string problem;
+  const auto sender = ParseMailAddress(SenderAddress(server), &problem);
+  if (!sender) {
+    outcome.error = "invalid sender address in mail.sender (" + problem + ")";
     outcome.transcript = transcript.text + "Result: " + outcome.error + "\n";
     return outcome;
   }
@@ -205,10 +216,8 @@ SendOutcome SendMail(const MailServer& server, const std::vector<std::string>& r
   }
   Upload upload{mime};
   char errorText[CURL_ERROR_SIZE] = {};
-  const std::string from = "<" + SenderAddress(server) + ">";
-  for (const auto& recipient : recipients) {
-    curl.recipients = api->slist_append(curl.recipients, ("<" + recipient + ">").c_str());
-  }
+  const std::string from = "<" + sender->address + ">";
+  for (const auto& recipient : envelope) curl.recipients = api->slist_append(curl.recipients, recipient.c_str());
   api->easy_setopt(curl.easy, CURLOPT_URL, url.c_str());
   if (server.security == "starttls") api->easy_setopt(curl.easy, CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
   if (!server.user.empty()) {

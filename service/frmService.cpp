@@ -29,7 +29,7 @@ const ServiceEventTexts kContinue{"Tarnwick service continuing",
 constexpr int32_t kAcceptPauseContinue = 2;
 
 const char* const kUsage =
-    "Usage: TWService [-install | -setup USER PASSWORD | -uninstall | -unsetup | -debug]\n"
+    "Usage: TWService [-install | -setup USER PASSWORD | -uninstall | -unsetup | -debug | -version]\n"
     "With no option it runs as the service (under systemd); -debug runs it in the foreground.";
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "common/Clock.h"
 #include "common/Strings.h"
+#include "common/Version.h"
 #include "platform/Environment.h"
 #include "platform/EventLoop.h"
 #include "platform/ProgramSetup.h"
@@ -11,6 +12,10 @@
 #include "service/frmService.h"
 
 int main(int argc, char** argv) {
+  if (tw::AsksForVersion(argc, argv, true)) {
+    std::cout << tw::VersionLine("TWService");
+    return 0;
+  }
   tw::platform::MakeCreatedFilesPrivate();
   const std::vector<std::string> args(argv + 1, argv + argc);
   tw::SystemClock clock;

@@ -6,11 +6,13 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <thread>
 
 #include "common/EventPump.h"
 #include "monitoring/ServiceState.h"
 #include "logging/clsLogs.h"
 #include "reporting/clsReportLogs.h"
+#include "settings/Database.h"
 #include "settings/TWSettings.h"
 #include "tests/support/TestSupport.h"
 
@@ -71,6 +73,19 @@ TEST_F(TwctlTest, AJobIsAddedChangedListedShownAndRemoved) {
   EXPECT_EQ("TWSchemes.Weekdays", json["scheme"]);
   EXPECT_EQ(90, json["timeout_minutes"]);
   EXPECT_EQ(std::vector<std::string>{"/home"}, json["sources"].get<std::vector<std::string>>());
+  r = Run({"job", "set", "Nightly", "--add-source", "/srv", "--add-source", "/etc/", "--add-source", "/srv",
+           "--remove-source", "/home/"});
+  ASSERT_EQ(0, r.status) << r.err;
+  EXPECT_EQ((std::vector<std::string>{"/srv", "/etc/"}),
+            nlohmann::json::parse(Run({"job", "show", "Nightly", "--json"}).out)["sources"]);
+  r = Run({"job", "set", "Nightly", "--add-source", "/opt", "--remove-source", "/home"});
+  EXPECT_EQ(2, r.status);
+  EXPECT_EQ("twctl: the job has no source \"/home\" to remove ('twctl job show' lists them)\n", r.err);
+  r = Run({"job", "set", "Nightly", "--remove-source", "/srv", "--remove-source", "/etc"});
+  ASSERT_EQ(0, r.status) << r.err;
+  EXPECT_TRUE(nlohmann::json::parse(Run({"job", "show", "Nightly", "--json"}).out)["sources"].empty());
+  r = Run({"job", "set", "Nightly", "--source", "/home"});
+  ASSERT_EQ(0, r.status) << r.err;
   EXPECT_EQ("/var/backups/tw", json["destination"]);
   EXPECT_EQ("night", json["backup_log_id"]);
   EXPECT_EQ(false, json["suspended"]);
@@ -138,6 +153,10 @@ TEST_F(TwctlTest, BadUsageIsRejectedWithOneLineAndNothingWritten) {
        "without one the service would log a warning every 10 seconds\n"},
       {{"config", "set", "mail.sender", "tw@example.org>\r\nRCPT TO:<intruder@example.org"}, 2,
        "twctl: mail.sender must be one line of text, but holds the control character U+000D at character 16\n"},
+      {{"config", "set", "mail.sender", "Backups b@example.org>"}, 2,
+       "twctl: invalid address \"Backups b@example.org>\" for mail.sender (has > without <)\n"},
+      {{"config", "set", "mail.failure_recipients", "Ops <ops@example.org>; boss at example.org"}, 2,
+       "twctl: invalid address \"boss at example.org\" for mail.failure_recipients (has no @)\n"},
       {{"config", "set", "options.custom_product_name", "Tarn\xFFwick"}, 2,
        "twctl: options.custom_product_name is not UTF-8 text (byte 0xFF at position 5)\n"},
       {{"job", "show", "Nope"}, 1, "twctl: unknown job \"Nope\" ('twctl job list' shows the jobs)\n"},
@@ -186,6 +205,8 @@ TEST_F(TwctlTest, SettingsAreSetAndReadBackAndPasswordsNeverPrinted) {
   EXPECT_EQ("smtp.example.org\n", Run({"config", "get", "mail.server"}).out);
   EXPECT_EQ("true\n", Run({"config", "get", "mail.email_enabled"}).out);
   EXPECT_EQ("starttls\n", Run({"config", "get", "mail.security"}).out);
+  EXPECT_EQ("{\n  \"key\": \"mail.email_enabled\",\n  \"value\": true\n}\n",
+            Run({"config", "get", "mail.email_enabled", "--json"}).out);
 
   EXPECT_EQ("(not set)\n", Run({"config", "get", "mail.password"}).out);
   const Result typed = Run({"config", "set", "mail.password", "hunter2"});
@@ -212,8 +233,22 @@ TEST_F(TwctlTest, SettingsAreSetAndReadBackAndPasswordsNeverPrinted) {
 
   // A recipient list may be pasted one address per line; a body's lone line feeds are kept as CR LF.
   EXPECT_EQ(0, Run({"config", "set", "mail.failure_recipients", "ops@example.org\nboss@example.org"}).status);
+  EXPECT_EQ(0, Run({"config", "set", "mail.sender", "\"Backups, Site A\" <b@example.org>"}).status);
   EXPECT_EQ(0, Run({"config", "set", "templates.reminder_body", "Load %LABEL%\nThanks"}).status);
   EXPECT_EQ("Load %LABEL%\r\nThanks", TWSettings(SettingsPath()).Store().ReadText("templates.reminder_body"));
+
+  // One value that does not read hides none of the others; the exit status says so at the end.
+  Database(SettingsPath()).Execute("INSERT OR REPLACE INTO settings (key, value) VALUES ('mail.port', 'seventy')");
+  const std::string reason = "Setting mail.port holds \"seventy\", which is not a whole number";
+  const Result bad = Run({"config", "list"});
+  EXPECT_EQ(1, bad.status);
+  EXPECT_NE(std::string::npos, bad.out.find("mail.port                             (unreadable: " + reason + ")\n"));
+  EXPECT_NE(std::string::npos, bad.out.find("mail.server                           smtp.example.org\n"));
+  const Result badJson = Run({"config", "list", "--json"});
+  EXPECT_EQ(1, badJson.status);
+  const auto listedJson = nlohmann::json::parse(badJson.out);
+  EXPECT_EQ(reason, listedJson["mail.port"]["unreadable"]);
+  EXPECT_EQ("smtp.example.org", listedJson["mail.server"]);
 
   secret_.reset();
   const Result none = Run({"config", "set", "mail.password", "-"});
@@ -240,6 +275,17 @@ TEST_F(TwctlTest, ListingsSurviveStoredValuesThatAreNotOneLineOfText) {
   EXPECT_EQ("Tarn\uFFFDwick", listings[2]["options.custom_product_name"]);
   EXPECT_EQ("NAME  TIME      SCHEME           TIMEOUT  STATE   DESCRIPTION\n"
             "Caf\xE9  21:00:00  TWSchemes.Daily  240 min  active  Front desk and till\n",
+            Run({"job", "list"}).out);
+
+  // Columns line up by what a terminal shows: "Grüße" is five columns, a CJK character two.
+  ASSERT_EQ(0, Run({"job", "remove", "Caf\xE9"}).status);
+  ASSERT_EQ(0, Run({"job", "add", "Grüße", "--description", "a"}).status);
+  ASSERT_EQ(0, Run({"job", "add", "夜間", "--description", "b"}).status);
+  ASSERT_EQ(0, Run({"job", "add", "N", "--description", "c"}).status);
+  EXPECT_EQ("NAME   TIME      SCHEME           TIMEOUT  STATE   DESCRIPTION\n"
+            "Grüße  21:00:00  TWSchemes.Daily  240 min  active  a\n"
+            "夜間   21:00:00  TWSchemes.Daily  240 min  active  b\n"
+            "N      21:00:00  TWSchemes.Daily  240 min  active  c\n",
             Run({"job", "list"}).out);
 }
 
@@ -270,9 +316,39 @@ TEST_F(TwctlTest, LogsShowsTheNewestEntriesWithTheirAttachments) {
   ASSERT_EQ(2u, json.size());
   EXPECT_EQ("Tarnwick service starting", json[1]["title"]);
   EXPECT_EQ("info", json[1]["type_name"]);
+  EXPECT_EQ("2024-01-30T21:00:00+00:00", json[1]["time"]);
   EXPECT_EQ("DesktopRights said 1326", json[0]["attachment"]);
   EXPECT_EQ("1326\r\nsecond line\nthird line\rfourth line", json[0]["message"]);
   EXPECT_EQ(2, Run({"logs", "-n", "0"}).status);
+
+  // Entries since a moment, entries that name a job, and new entries as they are written.
+  TWSettings settings(SettingsPath());
+  BlockingPump pump;
+  clsLogs logs(dir_.Path(), settings, clock_, pump, [] { return 0.0; });
+  clock_.AdvanceSeconds(3600);
+  logs.AddLogSimple(1, "Backup job already running", "The backup job Nightly is due, but its run goes on.", 0, "");
+  logs.AddLogSimple(1, "Backup job already running", "The backup job Nightly2 is due, but its run goes on.", 0, "");
+  const auto entries = [&](const std::vector<std::string>& args) {
+    return nlohmann::json::parse(Run(args).out).size();
+  };
+  EXPECT_EQ(2u, entries({"logs", "--json", "--since", "-30min"}));
+  EXPECT_EQ(3u, entries({"logs", "--json", "--since", "2024-01-30 21:01"}));
+  EXPECT_EQ(4u, entries({"logs", "--json", "--since", "today"}));
+  EXPECT_EQ(1u, entries({"logs", "--json", "--job", "NIGHTLY"}));
+  EXPECT_EQ(2, Run({"logs", "--since", "last week"}).status);
+  Result followed;
+  std::thread follower([&] { followed = Run({"logs", "--follow", "--job", "Nightly", "--follow-seconds", "1"}); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  clock_.AdvanceSeconds(60);
+  logs.AddLogSimple(0, "Backup started", "Backup job Nightly started.", 0, "");
+  logs.AddLogSimple(0, "Backup started", "Backup job Weekly started.", 0, "");
+  follower.join();
+  EXPECT_EQ("2024-01-30 22:01:01  warning  Backup job already running\n"
+            "    The backup job Nightly is due, but its run goes on.\n"
+            "\n"
+            "2024-01-30 22:02:01  info     Backup started\n"
+            "    Backup job Nightly started.\n",
+            followed.out);
 }
 
 TEST_F(TwctlTest, AnUnreadableSettingsFileIsOneClearLine) {
@@ -297,7 +373,8 @@ TEST_F(TwctlTest, OccurrencesAreDescribedCheckedAndSearched) {
   r = Run({"occurrence", "next", lastFriday, "--from", "2026-11-23 00:00", "-n", "3"});
   EXPECT_EQ("2026-11-27 21:00  Fri\n2026-12-25 21:00  Fri\n2027-01-29 21:00  Fri\n", r.out);
   // Without --from the search starts now: 30 January 2024, 21:00.
-  EXPECT_EQ("[\n  \"2024-01-30 21:00\"\n]\n", Run({"occurrence", "next", "1|0.875|0,0,-1,0,0,0,0", "-n", "1", "--json"}).out);
+  EXPECT_EQ("[\n  \"2024-01-30T21:00:00+00:00\"\n]\n",
+            Run({"occurrence", "next", "1|0.875|0,0,-1,0,0,0,0", "-n", "1", "--json"}).out);
   EXPECT_EQ("No matching minute in the next 400 years.\n",
             Run({"occurrence", "next", "2|0.875|0,0,0,0,0,0|0,-1,0,0,0,0,0|0|0"}).out);
 
@@ -364,6 +441,7 @@ TEST_F(TwctlTest, NotificationsAndSchemesAreSetReadablyAndPreviewed) {
   r = Run({"schemes"});
   EXPECT_EQ(0u, r.out.find("TWSchemes.Daily     every day"));
   EXPECT_NE(std::string::npos, r.out.find("TWSchemes.GFS "));
+  EXPECT_EQ("TWSchemes.Daily", nlohmann::json::parse(Run({"schemes", "--json"}).out)[0]["id"]);
 }
 
 TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
@@ -385,8 +463,8 @@ TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
   // The newest report log does not read: the listing and "latest" pass over it and say so.
   test::WriteFile(dir_ / "Reports/45322.5.log", "");
   Result r = Run({"reports"});
-  EXPECT_EQ("STARTED           JOB      STATUS  LABEL      REPORT\n"
-            "2024-01-30 21:00  Nightly  Errors  Daily-Tue  Tarnwick backup report\n",
+  EXPECT_EQ("STARTED           JOB      STATUS  LABEL      FILE           REPORT\n"
+            "2024-01-30 21:00  Nightly  Errors  Daily-Tue  45321.875.log  Tarnwick backup report\n",
             r.out);
   const std::string skipped = "twctl: skipped the report log 45322.5.log: Input past end of file\n";
   EXPECT_EQ(skipped, r.err);
@@ -403,8 +481,21 @@ TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
             "\n"
             "Tarnwick backup report\nErrors: 1\n",
             r.out);
-  EXPECT_EQ(r.out, Run({"report", "show", "45321.875.log"}).out);
-  EXPECT_EQ("Errors", nlohmann::json::parse(Run({"reports", "--json"}).out)[0]["status_word"]);
+  // The FILE column, a position in the list and a job name open it as well.
+  for (const std::string handle : {"45321.875.log", "1", "nightly"}) {
+    EXPECT_EQ(r.out, Run({"report", "show", handle}).out) << handle;
+  }
+  r = Run({"report", "show", "2"});
+  EXPECT_EQ(1, r.status);
+  EXPECT_EQ(skipped + "twctl: there is no report log at position 2 ('twctl reports' lists 1)\n", r.err);
+  // In JSON every time carries its offset from UTC.
+  const auto listed = nlohmann::json::parse(Run({"reports", "--json"}).out);
+  EXPECT_EQ("Errors", listed[0]["status_word"]);
+  EXPECT_EQ("2024-01-30T21:00:00+00:00", listed[0]["time_start"]);
+  const auto shown = nlohmann::json::parse(Run({"report", "show", "1", "--json"}).out);
+  EXPECT_EQ(dir_ / "Reports/45321.875.log", shown["file"]);
+  EXPECT_EQ("2024-01-30T21:07:12+00:00", shown["time_end"]);
+  EXPECT_EQ("Tarnwick backup report\r\nErrors: 1\r\n", shown["report"]);
   EXPECT_EQ(1, Run({"report", "show", "nothing.log"}).status);
   fs::remove(dir_ / "Reports/45321.875.log");
   r = Run({"report", "show", "latest"});
@@ -486,6 +577,10 @@ TEST_F(TwctlTest, RequestsAreWrittenOrRefusedAndTheirAnswersFollowed) {
   r = Run({"answers", "--follow", "--all"});
   EXPECT_EQ(1, r.status) << "the first result was a failure";
   EXPECT_EQ("Performing test backup...\nRESULT: Backup process encountered errors\n", r.out);
+  const auto answered = nlohmann::json::parse(Run({"answers", "--json"}).out);
+  ASSERT_EQ(3u, answered.size());
+  EXPECT_EQ("RESULT: Backup process completed normally", answered[2]["line"]);
+  EXPECT_EQ(2, Run({"answers", "--json", "--follow"}).status);
 
   RecordServiceState(store, servicestate::kPaused, clock_.Now(), clock_.Now());
   r = Run({"request", "test-reminder", "Nightly", "--broadcast"});
@@ -634,6 +729,34 @@ TEST_F(TwctlTest, HelpIsAvailableEverywhere) {
     EXPECT_NE(std::string::npos, r.out.find("Usage: twctl")) << r.out;
   }
   EXPECT_NE(std::string::npos, Run({"job", "add", "--help"}).out.find("--backup-log-id"));
+
+  // Every page in plain words: the value an option takes as one word, limits and defaults in its
+  // description, and defaults only where a command has them.
+  const std::vector<std::vector<std::string>> pages = {
+      {}, {"job"}, {"job", "add"}, {"job", "set"}, {"job", "list"}, {"job", "show"}, {"job", "preview"},
+      {"job", "remove"}, {"config"}, {"config", "list"}, {"config", "get"}, {"config", "set"}, {"logs"},
+      {"occurrence"}, {"occurrence", "describe"}, {"occurrence", "check"}, {"occurrence", "next"}, {"schemes"},
+      {"reports"}, {"report"}, {"report", "show"}, {"mail"}, {"mail", "test"}, {"request"},
+      {"request", "test-backup"}, {"request", "run"}, {"request", "test-reminder"}, {"answers"}, {"status"},
+      {"service"}, {"service", "pause"}, {"service", "continue"}};
+  for (auto args : pages) {
+    args.push_back("--help");
+    const std::string page = Run(args).out;
+    for (const char* notation : {"TEXT", "INT", "FLOAT", "NUMBER", "REQUIRED", "Excludes", "Needs", "...", " in [",
+                                 "Option Group", "Positionals:"}) {
+      EXPECT_EQ(std::string::npos, page.find(notation)) << notation << " in\n" << page;
+    }
+  }
+  const std::string logsHelp = Run({"logs", "--help"}).out;
+  EXPECT_NE(std::string::npos,
+            logsHelp.find("\n  -n N                        number of entries, up to 100000 (default 20, or all with "
+                          "--since)\n"));
+  const std::string set = Run({"job", "set", "--help"}).out;
+  EXPECT_NE(std::string::npos, set.find("\n  --time HH:MM[:SS]           daily start time\n"));
+  EXPECT_NE(std::string::npos,
+            set.find("\n  --source PATH               replaces all the job's sources; repeat for more\n"));
+  EXPECT_EQ(std::string::npos, set.find("default")) << set;
+  EXPECT_NE(std::string::npos, Run({"job", "add", "--help"}).out.find("daily start time (default 21:00)\n"));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/EventLoop.h"
+#include "reporting/MailAddress.h"
 #include "reporting/Mailer.h"
 #include "tests/support/TestSupport.h"
 
@@ -86,6 +87,45 @@ TEST_F(MailerTest, AMessageArrivesWithSubjectBodyAndAttachmentIntact) {
   EXPECT_NE(std::string::npos, server.Envelope(2).find("to ops@example.org second@example.org\n"));
   SendAndWait("Done", "Fine", mailtype::kSuccessReport);
   EXPECT_NE(std::string::npos, server.Envelope(3).find("to successes@example.org\n"));
+
+  // Names travel in the headers, quoted or encoded as they need; the envelope has bare addresses.
+  settings_.Store().WriteText("mail.sender", "Backups <b@example.org>");
+  settings_.General().MailSettings().SuccessReportRecipients(
+      "\"Doe, Jane\" <jane@example.org>; Jürgen Müller <jm@example.org>, plain@example.org");
+  EXPECT_EQ(std::nullopt, SendAndWait("Named", "Fine", mailtype::kSuccessReport));
+  ASSERT_EQ(4, server.Count());
+  const Json named = Json::parse(server.Read(4));
+  EXPECT_EQ("Backups <b@example.org>", named["from"]);
+  EXPECT_EQ("\"Doe, Jane\" <jane@example.org>, Jürgen Müller <jm@example.org>, plain@example.org", named["to"]);
+  EXPECT_NE(std::string::npos,
+            server.Envelope(4).find("from b@example.org\nto jane@example.org jm@example.org plain@example.org\n"));
+}
+
+TEST(MailAddressTest, TheFormsAdministratorsTypeAreReadAndMistakesNamed) {
+  struct Case {
+    std::string text, name, address, problem;
+  };
+  const std::vector<Case> cases = {
+      {"b@example.org", "", "b@example.org", ""},
+      {"  <b@example.org> ", "", "b@example.org", ""},
+      {"Backups <b@example.org>", "Backups", "b@example.org", ""},
+      {"\"Doe, \\\"JD\\\" Jane\" <j.doe+tw@mail.example.org>", "Doe, \"JD\" Jane", "j.doe+tw@mail.example.org", ""},
+      {"tarnwick@server1", "", "tarnwick@server1", ""},
+      {"Backups b@example.org", "", "", "the part before the @ is not a valid mailbox name"},
+      {"b.example.org", "", "", "has no @"},
+      {"Backups <b@example.org", "", "", "does not end with > after <address"},
+      {"\"Backups <b@example.org>", "", "", "its quoted name has no closing quote"},
+      {"b@exa mple.org", "", "", "the part after the @ is not a valid host name"},
+      {"a..b@example.org", "", "", "the part before the @ is not a valid mailbox name"},
+      {"a@example.org>\r\nRCPT TO:<x@example.org", "", "", "holds a line break or another control character"},
+  };
+  for (const auto& c : cases) {
+    std::string problem;
+    const auto parsed = ParseMailAddress(c.text, &problem);
+    EXPECT_EQ(c.problem, problem) << c.text;
+    EXPECT_EQ(c.address, parsed ? parsed->address : "") << c.text;
+    EXPECT_EQ(c.name, parsed ? parsed->name : "") << c.text;
+  }
 }
 
 TEST_F(MailerTest, StartTlsAndImplicitTlsWithAuthentication) {
@@ -145,7 +185,9 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   settings_.Store().WriteText("mail.sender", "a@example.org>\r\nRCPT TO:<intruder@example.org");
   const auto injected = SendAndWait("Injected", "body", mailtype::kFailureReport);
   ASSERT_TRUE(injected);
-  EXPECT_NE(std::string::npos, injected->find("Result: an address holds a line break or another control character"));
+  EXPECT_NE(std::string::npos,
+            injected->find("invalid e-mail address \"a@example.org>\r\nRCPT TO:<intruder@example.org\" "
+                           "(holds a line break or another control character)"));
   EXPECT_EQ(0, listening.Count());
   settings_.Store().WriteText("mail.sender", "tarnwick@server1.example.org");
 

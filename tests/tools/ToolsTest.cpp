@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "common/Version.h"
 #include "platform/Accounts.h"
 #include "platform/Process.h"
 #include "settings/PrintRequest.h"
@@ -331,11 +332,21 @@ TEST_F(ToolsTest, TheMessengerWritesToTheRecipientsTerminals) {
   ::close(slave);
 }
 
-TEST_F(ToolsTest, EveryHelperHasHelp) {
+TEST_F(ToolsTest, EveryProgramHasHelpAndSaysItsVersion) {
   for (const char* program : {"DesktopRights", "TWExecutor", "twprocess", "TWCam", "TWPrintOut", "twmessage"}) {
     const auto result = platform::RunCommand({kBin + "/" + program, "--help"});
     EXPECT_EQ(0, result.exitCode) << program;
     EXPECT_NE(std::string::npos, result.output.find("Usage: ")) << program;
+  }
+  // The service's switches take one dash; it understands the usual two as well.
+  const std::vector<std::vector<std::string>> asked = {
+      {"DesktopRights", "--version"}, {"TWExecutor", "--version"}, {"twprocess", "--version"},
+      {"TWCam", "--version"},         {"TWPrintOut", "--version"}, {"twmessage", "--version"},
+      {"TWService", "-version"},      {"TWService", "--version"},  {"twctl", "--version"}};
+  for (const auto& args : asked) {
+    const auto result = platform::RunCommand({kBin + "/" + args[0], args[1]});
+    EXPECT_EQ(0, result.exitCode) << args[0];
+    EXPECT_EQ(args[0] + " " + kVersion + "\n", result.output) << args[0];
   }
 }
 
