@@ -52,6 +52,18 @@ std::string WhenText(Date value) { return value == 0 ? "never" : IsoText(value);
 
 Json WhenJson(Date value) { return value == 0 ? Json(nullptr) : Json(Iso8601Text(value)); }
 
+Json MailOutcomeJson(const std::optional<ReportMailOutcome>& outcome) {
+  if (!outcome) return nullptr;
+  Json json = {{"state", outcome->state}};
+  if (outcome->state == "waiting") {
+    json["retry"] = outcome->retry;
+    json["next_try"] = WhenJson(outcome->at);
+  } else {
+    json["time"] = WhenJson(outcome->at);
+  }
+  return json;
+}
+
 void CheckText(std::string_view text, TextForm form, const std::string& what) {
   if (auto problem = TextProblem(text, form, what)) throw UsageError(*problem);
 }

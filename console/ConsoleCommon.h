@@ -35,7 +35,10 @@ void CheckText(std::string_view text, TextForm form, const std::string& what);
 std::string Quoted(const std::string& text);
 std::string YesNo(bool value);
 std::string WhenText(Date value);  // "never" for no date
-Json WhenJson(Date value);         // ISO 8601 with the offset from UTC; null for no date
+Json WhenJson(Date value);
+// What became of a report's mail (state, and the time or the next try); null when nothing was
+// recorded.
+Json MailOutcomeJson(const std::optional<ReportMailOutcome>& outcome);         // ISO 8601 with the offset from UTC; null for no date
 // Columns aligned by the columns a terminal gives each character, not by bytes (a wide East Asian
 // character takes two); a control character in a cell shows as a blank, so that a stored value
 // with a line break cannot break the table.

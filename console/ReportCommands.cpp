@@ -8,6 +8,7 @@
 #include "common/ProductName.h"
 #include "common/Strings.h"
 #include "console/ConsoleCommon.h"
+#include "monitoring/JobStates.h"
 #include "platform/HostName.h"
 #include "reporting/MailMessage.h"
 #include "reporting/Mailer.h"
@@ -101,7 +102,8 @@ int Reports(TWSettings& settings, const ConsoleEnvironment& environment, int32_t
                       {"status_word", e.StatusString()},
                       {"label", e.Label},
                       {"computer", e.Computer},
-                      {"first_line", FirstLine(e.Report)}});
+                      {"first_line", FirstLine(e.Report)},
+                      {"mail", MailOutcomeJson(settings.Store().ReportMail(e.JobName, e.TimeStart))}});
     }
     PrintJson(out, list);
     return 0;
@@ -111,9 +113,10 @@ int Reports(TWSettings& settings, const ConsoleEnvironment& environment, int32_t
     return 0;
   }
   // FILE is what 'twctl report show' takes to open the line's report log.
-  std::vector<std::vector<std::string>> rows = {{"STARTED", "JOB", "STATUS", "LABEL", "FILE", "REPORT"}};
+  std::vector<std::vector<std::string>> rows = {{"STARTED", "JOB", "STATUS", "MAIL", "LABEL", "FILE", "REPORT"}};
   for (const auto& e : entries) {
-    rows.push_back({IsoText(e.TimeStart).substr(0, 16), e.JobName, e.StatusString(), e.Label,
+    rows.push_back({IsoText(e.TimeStart).substr(0, 16), e.JobName, e.StatusString(),
+                    MailOutcomeText(settings.Store().ReportMail(e.JobName, e.TimeStart)), e.Label,
                     std::filesystem::path(e.Filename()).filename().string(), FirstLine(e.Report)});
   }
   PrintTable(out, rows);
@@ -138,6 +141,7 @@ int ReportShow(TWSettings& settings, const ConsoleEnvironment& environment, cons
                     {"label", entry.Label},
                     {"computer", entry.Computer},
                     {"fields", extra},
+                    {"mail", MailOutcomeJson(settings.Store().ReportMail(entry.JobName, entry.TimeStart))},
                     {"report", entry.Report}});
     return 0;
   }
@@ -147,7 +151,8 @@ int ReportShow(TWSettings& settings, const ConsoleEnvironment& environment, cons
       << "Finished:  " << IsoText(entry.TimeEnd) << "\n"
       << "Status:    " << entry.StatusString() << " (" << entry.Status << ")\n"
       << "Label:     " << entry.Label << "\n"
-      << "Computer:  " << entry.Computer << "\n";
+      << "Computer:  " << entry.Computer << "\n"
+      << "Mail:      " << MailOutcomeText(settings.Store().ReportMail(entry.JobName, entry.TimeStart)) << "\n";
   for (const auto& key : entry.ExtraFieldKeys()) out << key << ": " << Shown(entry.ExtraField(key)) << "\n";
   out << "\n" << Shown(entry.Report);
   if (!entry.Report.empty() && entry.Report.back() != '\n') out << "\n";

@@ -120,14 +120,6 @@ std::string OutcomeText(const JobState& s) {
   return last == "missed" ? "missed " + Minute(s.values.lastMissed) : last;
 }
 
-Json MailJson(const std::optional<ReportMailOutcome>& mail) {
-  if (!mail) return nullptr;
-  Json json = {{"state", mail->state}, {"text", MailOutcomeText(mail)}};
-  if (mail->state == "waiting") json["retry"] = mail->retry;
-  json[mail->state == "waiting" ? "next_try" : "time"] = WhenJson(mail->at);
-  return json;
-}
-
 Json StatusJson(const JobState& s, Date now) {
   const JobStatusValues& v = s.values;
   Json last = nullptr;
@@ -136,7 +128,7 @@ Json StatusJson(const JobState& s, Date now) {
             {"end", WhenJson(v.lastRunEnd)},
             {"duration_seconds", SecondsBetween(v.lastRunStart, v.lastRunEnd)},
             {"report", v.lastReport.empty() ? Json(nullptr) : Json(v.lastReport)},
-            {"mail", MailJson(s.lastMail)}};
+            {"mail", MailOutcomeJson(s.lastMail)}};
   }
   const bool underWay = s.running || s.timedOut;
   return {{"job", v.name},

@@ -459,12 +459,14 @@ TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
     entry.Computer = "server1";
     entry.Report = "Tarnwick backup report\r\nErrors: 1\r\n";
     reports.SaveNewEntry(entry);
+    settings.Store().SetReportMail("Nightly", 45321.875, {"waiting", 2, 45321.875 + 47.0 / 1440});
   }
   // The newest report log does not read: the listing and "latest" pass over it and say so.
   test::WriteFile(dir_ / "Reports/45322.5.log", "");
   Result r = Run({"reports"});
-  EXPECT_EQ("STARTED           JOB      STATUS  LABEL      FILE           REPORT\n"
-            "2024-01-30 21:00  Nightly  Errors  Daily-Tue  45321.875.log  Tarnwick backup report\n",
+  EXPECT_EQ("STARTED           JOB      STATUS  MAIL                             LABEL      FILE           REPORT\n"
+            "2024-01-30 21:00  Nightly  Errors  waiting: retry 2 of 11 at 21:47  Daily-Tue  45321.875.log  Tarnwick "
+            "backup report\n",
             r.out);
   const std::string skipped = "twctl: skipped the report log 45322.5.log: Input past end of file\n";
   EXPECT_EQ(skipped, r.err);
@@ -478,6 +480,7 @@ TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
             "Status:    Errors (2)\n"
             "Label:     Daily-Tue\n"
             "Computer:  server1\n"
+            "Mail:      waiting: retry 2 of 11 at 21:47\n"
             "\n"
             "Tarnwick backup report\nErrors: 1\n",
             r.out);
