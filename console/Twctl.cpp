@@ -197,7 +197,8 @@ int RunTwctl(const std::vector<std::string>& args, std::ostream& out, std::ostre
   std::string textfile;
   auto* metrics = app.add_subcommand("metrics", "the service's and each job's state for Prometheus (text format)");
   auto* textfileOpt = metrics->add_option(
-      "--textfile", textfile, "write them whole to PATH (for node_exporter's textfile collector; name it *.prom)");
+      "--textfile", textfile, "write them whole to PATH (for node_exporter's textfile collector; name it *.prom)")
+                          ->option_text("PATH");
 
   auto* service = app.add_subcommand("service", "pause or continue the running service");
   service->require_subcommand(1);

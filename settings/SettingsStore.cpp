@@ -229,6 +229,17 @@ const SettingKey& KeyOfKind(std::string_view key, ValueKind kind) {
   return found;
 }
 
+// A column read as its kind, or nothing when it does not read so: for listings of every job, which
+// go on past one bad value.
+template <typename Read>
+auto Lenient(Read read, const Query& q, int column) -> std::optional<decltype(read(q, std::string(), column))> {
+  try {
+    return read(q, std::string(), column);
+  } catch (const TWError&) {
+    return std::nullopt;
+  }
+}
+
 std::string JobWhat(int64_t id, JobField field) {
   return std::string(ColumnOf(field).column) + " of job #" + std::to_string(id);
 }
@@ -631,20 +642,8 @@ std::vector<JobTimingValues> SettingsStore::JobTimings() {
       "SELECT id, suspended, scheduled_time, media_reminder_by_email, media_reminder_by_broadcast, reminder_time, "
       "maintenance_email_enabled, maintenance_occurrence FROM jobs ORDER BY position");
   // A value that does not read as its kind is left out; whoever reads it one by one reports it.
-  const auto readBool = [&](int column) -> std::optional<bool> {
-    try {
-      return AsBool(q, std::string(), column);
-    } catch (const TWError&) {
-      return std::nullopt;
-    }
-  };
-  const auto readDate = [&](int column) -> std::optional<Date> {
-    try {
-      return AsReal(q, std::string(), column);
-    } catch (const TWError&) {
-      return std::nullopt;
-    }
-  };
+  const auto readBool = [&](int column) { return Lenient(AsBool, q, column); };
+  const auto readDate = [&](int column) { return Lenient(AsReal, q, column); };
   while (q.Step()) {
     JobTimingValues& job = jobs.emplace_back();
     job.id = q.Int(0);
@@ -667,29 +666,13 @@ std::vector<JobStatusValues> SettingsStore::JobStatuses() {
       "SELECT id, name, suspended, backup_log_id, run_status, run_start_time, backup_timeout, last_run_start, "
       "last_run_end, last_run_status, last_report, last_missed, missed_runs FROM jobs ORDER BY position");
   // A value that does not read as its kind reads as nothing: the listing goes on.
-  const auto readInt = [&](int column, int64_t fallback) {
-    try {
-      return AsInteger(q, std::string(), column);
-    } catch (const TWError&) {
-      return fallback;
-    }
-  };
-  const auto readDate = [&](int column) {
-    try {
-      return AsReal(q, std::string(), column);
-    } catch (const TWError&) {
-      return 0.0;
-    }
-  };
+  const auto readInt = [&](int column, int64_t fallback) { return Lenient(AsInteger, q, column).value_or(fallback); };
+  const auto readDate = [&](int column) { return Lenient(AsReal, q, column).value_or(0.0); };
   while (q.Step()) {
     JobStatusValues& job = jobs.emplace_back();
     job.id = q.Int(0);
     job.name = q.Text(1);
-    try {
-      job.suspended = AsBool(q, std::string(), 2);
-    } catch (const TWError&) {
-      job.suspended = false;
-    }
+    job.suspended = Lenient(AsBool, q, 2).value_or(false);
     job.backupLogId = q.Text(3);
     job.runStatus = readInt(4, 0);
     job.runStartTime = readDate(5);
