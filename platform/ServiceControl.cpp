@@ -246,7 +246,15 @@ void SystemdServiceControl::StopService() {
 }
 
 void SystemdServiceControl::StartService(Events events) {
-  auto stop = [this, &events] {
+  // The start event may run the loop itself (each log entry lets waiting events through): a stop
+  // that arrives then waits for the start to end, or it would be lost and the process never end.
+  bool starting = true;
+  bool stopWaits = false;
+  auto stop = [this, &events, &starting, &stopWaits] {
+    if (starting) {
+      stopWaits = true;
+      return;
+    }
     bool success = false;
     events.stop(success);
     // Stopping ends the process whatever the handler managed: systemd would kill it anyway.
@@ -277,8 +285,13 @@ void SystemdServiceControl::StartService(Events events) {
   }
   bool started = false;
   events.start(started);
+  starting = false;
   sd_notify(0, started ? "READY=1\nSTATUS=Running" : "READY=1\nSTATUS=Start failed");
-  loop_.Run();
+  if (stopWaits) {
+    stop();
+  } else {
+    loop_.Run();
+  }
   for (auto source : {sigterm, sigint, sigusr1, sigusr2, watchdog}) {
     if (source != 0) loop_.Remove(source);
   }

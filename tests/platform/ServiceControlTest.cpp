@@ -196,6 +196,25 @@ TEST_F(ServiceControlTest, TheLoopPingsTheWatchdogOnlyWhileItRunsItsTimers) {
   EXPECT_GE(count(blockEnd, Clock::now()), 2) << "the pings come back with the loop";
 }
 
+TEST_F(ServiceControlTest, AStopThatArrivesDuringTheStartIsServedOnceTheStartHasEnded) {
+  SystemdServiceControl control(loop_, Settings());
+  std::vector<std::string> events;
+  // The start handler lets the loop run, as a log entry does, after the stop signal has come.
+  control.StartService({[&](bool& ok) {
+                          ::raise(SIGTERM);
+                          loop_.Pump();
+                          events.push_back("started");
+                          ok = true;
+                        },
+                        [&](bool& ok) {
+                          events.push_back("stopped");
+                          ok = true;
+                        },
+                        [](bool&) {}, [](bool&) {}});
+  // Returning at all is the point: the stop was not lost.
+  EXPECT_EQ((std::vector<std::string>{"started", "stopped"}), events);
+}
+
 TEST_F(ServiceControlTest, InstallFailsCleanlyAndSaysWhy) {
   SystemdServiceControl control(loop_, Settings());
   control.Account(".\\no-such-user-here");

@@ -89,7 +89,7 @@ void ServiceFixture::Start(const std::string& fakeStart, const std::string& setu
 
 void ServiceFixture::Stop() {
   service_->Signal(SIGTERM);
-  EXPECT_EQ(0, service_->Wait(10000));
+  EXPECT_EQ(0, service_->Wait(10000)) << "the service did not stop; its log:\n" << ReadFile(dir_ / "Logs/TWLog.0000");
 }
 
 std::vector<clsReportLogEntry> ServiceFixture::Reports() {
