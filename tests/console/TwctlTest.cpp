@@ -649,8 +649,12 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   EXPECT_EQ(0u, r.out.find("Service: running since 2024-01-30 20:00:02\n")) << r.out;
   EXPECT_NE(std::string::npos, r.out.find("normal   sent 2024-01-29 21:14\n")) << r.out;
 
-  // A run past its time-out shows as timed out, never as running, and calls for a look: exit 1.
-  store.General().JobByName("Nightly").BackupTimeout(60);
+  // A run past its time-out and five minutes more shows as timed out, never as running, and calls
+  // for a look: exit 1. Nightly has run 75 minutes: within 70 and five, past 69 and five.
+  clsJob nightly = store.General().JobByName("Nightly");
+  nightly.BackupTimeout(70);
+  EXPECT_NE(std::string::npos, Run({"status"}).out.find("for 1 h 15 min")) << "not yet timed out";
+  nightly.BackupTimeout(69);
   r = Run({"status"});
   EXPECT_EQ(1, r.status);
   EXPECT_NE(std::string::npos, r.out.find("timed out, since 2024-01-30 19:45")) << r.out;
@@ -662,10 +666,16 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   EXPECT_EQ(4502, json["jobs"][0]["running_seconds"]);
   EXPECT_EQ("normal", json["jobs"][1]["last_outcome"]);
   EXPECT_EQ("sent", json["jobs"][1]["last_run"]["mail"]["state"]);
+  nightly.LastRun(clock_.Now() - 2, clock_.Now() - 2 + 0.01, 2, "45319.875.log");
+  EXPECT_EQ("errors", nlohmann::json::parse(Run({"status", "--json"}).out)["jobs"][0]["last_outcome"]);
+  // A run missed before the last run that ran is not the last outcome.
+  clsJob archive = store.General().JobByName("Archive");
+  archive.RecordMissedRuns(clock_.Now() - 2, 1);
+  EXPECT_EQ("normal", nlohmann::json::parse(Run({"status", "--json"}).out)["jobs"][1]["last_outcome"]);
 
   // A missed run after the last one that ran is the last outcome; a heartbeat older than three
   // polls is a service that is not running.
-  store.General().JobByName("Archive").RecordMissedRuns(clock_.Now() - 0.5, 1);
+  archive.RecordMissedRuns(clock_.Now() - 0.5, 1);
   clock_.AdvanceSeconds(31);
   r = Run({"status"});
   EXPECT_EQ(3, r.status);
@@ -674,7 +684,9 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   json = nlohmann::json::parse(Run({"status", "--json"}).out);
   EXPECT_EQ("not running", json["service"]["state"]);
   EXPECT_EQ("missed", json["jobs"][1]["last_outcome"]);
-  EXPECT_EQ(1, json["jobs"][1]["missed_runs"]);
+  EXPECT_EQ("2024-01-30T09:00:02+00:00", json["jobs"][1]["last_outcome_time"]);
+  EXPECT_EQ("2024-01-28T21:14:26+00:00", json["jobs"][0]["last_outcome_time"]) << "the end of the last run";
+  EXPECT_EQ(2, json["jobs"][1]["missed_runs"]);
 
   // The same facts for Prometheus; a name with a quote and a backslash is escaped in its label.
   ASSERT_EQ(0, Run({"job", "add", "Odd \"one\" \\ x", "--backup-log-id", "odd"}).status);
@@ -683,7 +695,7 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
                            "tarnwick_service_heartbeat_age_seconds 31\n",
                            "tarnwick_job_last_outcome{job=\"Archive\",outcome=\"missed\"} 1\n",
                            "tarnwick_job_timed_out{job=\"Nightly\"} 1\n",
-                           "tarnwick_job_missed_runs_total{job=\"Archive\"} 1\n",
+                           "tarnwick_job_missed_runs_total{job=\"Archive\"} 2\n",
                            "tarnwick_job_running{job=\"Odd \\\"one\\\" \\\\ x\"} 0\n",
                            "tarnwick_report_mails_waiting 0\n"}) {
     EXPECT_NE(std::string::npos, metrics.find(line)) << line << metrics;
@@ -718,6 +730,7 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   EXPECT_EQ("RESULT: Request withdrawn: the backup job Nightly was removed.",
             settings.General().Console().AnswersAfter(0).back().second);
   test::WriteFile(dir_ / "BackupLog-Archive.txt", "");
+  EXPECT_EQ(false, nlohmann::json::parse(Run({"status", "--json"}).out)["jobs"][0]["running"]) << "an empty marker";
   ASSERT_EQ(0, Run({"request", "run", "Archive"}).status);
   EXPECT_EQ("Removed backup job Archive.\nWithdrew a run of \"Archive\", which still waited for the service.\n",
             Run({"job", "remove", "Archive"}).out);
