@@ -13,6 +13,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -77,9 +79,15 @@ void WriteFile(const std::string& path, const std::string& content) {
 }
 
 bool WaitUntil(const std::function<bool()>& condition, int timeoutMs) {
-  for (int waited = 0; waited <= timeoutMs; waited += 10) {
+  // The deadline is on the clock, not a count of pauses: a condition that reads a thousand report
+  // logs takes longer than the pause. Pausing as long as the condition took leaves the program
+  // under test at least half of the processor.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  while (std::chrono::steady_clock::now() < deadline) {
+    const auto asked = std::chrono::steady_clock::now();
     if (condition()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::this_thread::sleep_for(std::max<std::chrono::steady_clock::duration>(
+        std::chrono::milliseconds(10), std::chrono::steady_clock::now() - asked));
   }
   return condition();
 }

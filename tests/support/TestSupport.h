@@ -64,7 +64,7 @@ std::optional<int> RunWithMounts(const std::vector<std::pair<std::string, std::s
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
 
-// Polls `condition` every 10 ms; false when it has not held within `timeoutMs`.
+// Polls `condition` every 10 ms, or as often as it takes; false when it has not held within `timeoutMs`.
 bool WaitUntil(const std::function<bool()>& condition, int timeoutMs = 5000);
 
 // A program a test starts, with extra environment variables ("NAME=value"), and then signals and
