@@ -16,15 +16,10 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
+using test::CountStartingWith;
 
 bool HasTitle(const std::vector<std::string>& titles, const std::string& title) {
   return std::find(titles.begin(), titles.end(), title) != titles.end();
-}
-
-size_t CountStartingWith(const std::vector<std::string>& titles, const std::string& prefix) {
-  return static_cast<size_t>(std::count_if(titles.begin(), titles.end(), [&](const std::string& title) {
-    return title.rfind(prefix, 0) == 0;
-  }));
 }
 
 // Mounts need root and a mount namespace of our own; elsewhere the cases that need them are skipped.

@@ -17,6 +17,7 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
+using test::CountStartingWith;
 
 // Points the event log at a socket of the test's own before anything reads the setting.
 struct SyslogAt {
@@ -56,10 +57,6 @@ class FrmServiceJobsTest : public ::testing::Test {
       if (!e.Title.empty()) lines.push_back(e.Title + " | " + e.Message);
     }
     return lines;
-  }
-  size_t CountStartingWith(const std::vector<std::string>& lines, const std::string& start) {
-    return static_cast<size_t>(
-        std::count_if(lines.begin(), lines.end(), [&](const std::string& l) { return l.rfind(start, 0) == 0; }));
   }
   // Event-log entries received: "SOURCE EVENT-ID".
   std::vector<std::string> Events() {

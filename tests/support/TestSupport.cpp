@@ -78,6 +78,11 @@ void WriteFile(const std::string& path, const std::string& content) {
   out << content;
 }
 
+size_t CountStartingWith(const std::vector<std::string>& lines, const std::string& prefix) {
+  return static_cast<size_t>(
+      std::count_if(lines.begin(), lines.end(), [&](const std::string& line) { return line.rfind(prefix, 0) == 0; }));
+}
+
 bool WaitUntil(const std::function<bool()>& condition, int timeoutMs) {
   // The deadline is on the clock, not a count of pauses: a condition that reads a thousand report
   // logs takes longer than the pause. Pausing as long as the condition took leaves the program

@@ -61,6 +61,9 @@ std::string SyslogSourceAndId(const std::string& datagram);
 std::optional<int> RunWithMounts(const std::vector<std::pair<std::string, std::string>>& mounts,
                                  const std::function<int()>& body);
 
+// How many of `lines` begin with `prefix`.
+size_t CountStartingWith(const std::vector<std::string>& lines, const std::string& prefix);
+
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
 
