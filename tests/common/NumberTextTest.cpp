@@ -6,6 +6,7 @@
 
 #include "common/Error.h"
 #include "common/NumberText.h"
+#include "tests/support/TestSupport.h"
 
 namespace tw {
 namespace {
@@ -51,6 +52,7 @@ TEST(NumberTextTest, LeadingNumberTakesTheLongestNumericPrefix) {
   EXPECT_EQ("1.79769313486232E+308", NumberToText(LeadingNumber("3e646387")));
   EXPECT_EQ(std::numeric_limits<double>::max(), *ParseNumber("1.79769313486232E+308"));
   EXPECT_EQ(0, LeadingNumber("1e-999"));
+  EXPECT_EQ(5, *ParseNumber("5."));  // the point is part of the number
 }
 
 TEST(NumberTextTest, TextRoundTripsThroughTheParse) {
@@ -72,21 +74,11 @@ TEST(NumberTextTest, IntegerConversionsRoundHalvesToEvenAndCheckTheRange) {
   EXPECT_EQ(4, ToInt32(3.5));
   EXPECT_EQ(-2, ToInt32(-2.5));
   EXPECT_EQ(2147483647, ToInt32(2147483647.4));
-  try {
-    ToInt32(2147483648.0);
-    FAIL() << "no overflow";
-  } catch (const TWError& e) {
-    EXPECT_EQ(errnum::Overflow, e.Number);
-  }
+  EXPECT_EQ(errnum::Overflow, test::ErrorFrom([] { ToInt32(2147483648.0); }).Number);
   EXPECT_EQ(12, TextToInt32(" 12 "));
   EXPECT_EQ(2, TextToInt32("1.5"));
   for (const char* bad : {"", "abc", "12abc", "1 2"}) {
-    try {
-      TextToInt32(bad);
-      FAIL() << bad;
-    } catch (const TWError& e) {
-      EXPECT_EQ(errnum::TypeMismatch, e.Number) << bad;
-    }
+    EXPECT_EQ(errnum::TypeMismatch, test::ErrorFrom([&] { TextToInt32(bad); }).Number) << bad;
   }
   EXPECT_TRUE(TextToBool("-1"));
   EXPECT_TRUE(TextToBool("True"));

@@ -25,6 +25,10 @@ TEST(OccurrenceTest, MonthlyWeekPatternsNeedBothADayAndAWeek) {
   EXPECT_FALSE(mondaysNoWeek->MatchDay(At(2026, 11, 23)));
   EXPECT_TRUE(NextMatches(*mondaysNoWeek, At(2026, 1, 1), 1).empty()) << "never matches";
 
+  // The first week is days 1 to 7: Sunday 7 June 2026 is in it, Monday the 8th is not.
+  auto firstSundayOrMonday = Make("2|0.875|0,-1,0,0,0,0|-1,-1,0,0,0,0,0|0|0");
+  EXPECT_TRUE(firstSundayOrMonday->MatchDay(At(2026, 6, 7)));
+  EXPECT_FALSE(firstSundayOrMonday->MatchDay(At(2026, 6, 8)));
   // Sundays of the 5th week: only the 29th, 30th or 31st.
   auto fifthSunday = Make("2|0.875|0,0,0,0,0,-1|-1,0,0,0,0,0,0|0|0");
   EXPECT_TRUE(fifthSunday->MatchDay(At(2026, 3, 29)));
@@ -47,15 +51,19 @@ TEST(OccurrenceTest, FirstAndLastWeekdaysStepAroundWeekends) {
   EXPECT_FALSE(first.MatchDay(At(2024, 6, 1)));  // a Saturday
   EXPECT_FALSE(first.MatchDay(At(2024, 6, 2)));
   EXPECT_TRUE(first.MatchDay(At(2024, 6, 3)));   // the Monday after
+  EXPECT_FALSE(first.MatchDay(At(2024, 6, 10)));  // a later Monday
   EXPECT_TRUE(first.MatchDay(At(2024, 9, 2)));   // September 2024 began on a Sunday
   EXPECT_TRUE(first.MatchDay(At(2026, 12, 1)));  // a Tuesday the 1st
+  EXPECT_TRUE(first.MatchDay(At(2026, 5, 1)));   // a Friday the 1st
 
   clsOccurrenceMonthly last;
   last.LastWeekday(true);
   EXPECT_TRUE(last.MatchDay(At(2024, 3, 29)));   // March 2024 ended on a Sunday
   EXPECT_FALSE(last.MatchDay(At(2024, 3, 31)));
+  EXPECT_FALSE(last.MatchDay(At(2026, 11, 29)));  // the Sunday before a Monday the 30th
   EXPECT_TRUE(last.MatchDay(At(2025, 11, 28)));  // November 2025 ended on a Sunday too
   EXPECT_TRUE(last.MatchDay(At(2026, 11, 30)));  // a Monday the 30th
+  EXPECT_TRUE(last.MatchDay(At(2026, 7, 31)));   // a Friday the 31st
 }
 
 TEST(OccurrenceTest, SchedulesCountFebruary2100As29Days) {
@@ -105,7 +113,8 @@ TEST(OccurrenceTest, StringsReadAndWriteBothWays) {
   EXPECT_TRUE(dates.SetString("0|"));
   EXPECT_TRUE(dates.Dates().empty());
   EXPECT_TRUE(dates.SetString("0|45321.875|"));
-  ASSERT_EQ(2u, dates.Dates().size());
+  EXPECT_TRUE(dates.SetString("0|45321.875|"));
+  ASSERT_EQ(2u, dates.Dates().size()) << "a second reading replaces the dates";
   EXPECT_EQ(0, dates.Dates()[1]) << "an empty field is 1899-12-30 00:00";
 
   clsOccurrenceMonthly monthly;
@@ -119,18 +128,20 @@ TEST(OccurrenceTest, TheFactoryTurnsMalformedStringsIntoNothing) {
                           "1|0.875|0,maybe,0,0,0,0,0", "2|0.875|0,0,0,0,0,0|0,0,0,0,0,0,0|0", "2|0.875|0,0|"}) {
     EXPECT_EQ(nullptr, clsOccurrenceFactory::CreateOccurrence(bad)) << bad;
   }
-  auto seven = clsOccurrenceFactory::CreateOccurrence("7|0.5");
-  ASSERT_NE(nullptr, seven);
-  EXPECT_EQ(0, seven->OccurrenceRepetition());
-  EXPECT_EQ("0|", seven->GetString());
-  EXPECT_FALSE(seven->MatchDayAndTime(At(2026, 11, 23)));
+  auto nine = clsOccurrenceFactory::CreateOccurrence("9|0.5");
+  ASSERT_NE(nullptr, nine);
+  EXPECT_EQ(0, nine->OccurrenceRepetition());
+  EXPECT_EQ("0|", nine->GetString());
+  EXPECT_FALSE(nine->MatchDayAndTime(At(2026, 11, 23)));
 
   clsOccurrenceWeekly weekly;
+  EXPECT_TRUE(weekly.SetString("1|0.25|0,0,0,0,0,0,0"));
   EXPECT_THROW(weekly.SetString("1|0.5|0,0"), TWError);
   EXPECT_DOUBLE_EQ(0.5, weekly.Time()) << "fields read before the error stay assigned";
   EXPECT_THROW(weekly.DayOfWeek(0), TWError);
   EXPECT_THROW(weekly.DayOfWeek(8, true), TWError);
   EXPECT_THROW(clsOccurrenceMonthly().Week(6), TWError);
+  EXPECT_THROW(clsOccurrenceMonthly().DayOfWeek(8), TWError);
 }
 
 TEST(OccurrenceTest, SummariesInWords) {
@@ -160,19 +171,10 @@ TEST(OccurrenceTest, SummariesInWords) {
 }
 
 TEST(OccurrenceTest, NextMatchesAreWhatMinuteByMinuteAsking) {
-  const std::vector<std::string> texts = {
-      "1|0.875|0,-1,0,0,0,-1,0",
-      "2|0.875|-1,0,0,-1,0,0|-1,0,0,0,0,-1,0|0|0",
-      "2|0.375|0,0,0,0,0,0|0,0,0,0,0,0,0|-1|-1",
-      "0|" + NumberToText(At(2026, 12, 24, 18, 0)) + "|" + NumberToText(At(2027, 1, 2, 6, 30)),
-      "2|0.875|0,0,0,0,0,0|0,-1,0,0,0,0,0|0|0",
-  };
-  const Date from = At(2026, 11, 23, 21, 0, 40);  // inside a matching minute: it counts
-  const Date end = DateSerial(2027, 2, 28);
-  for (const auto& text : texts) {
-    auto occurrence = Make(text);
-    EXPECT_EQ(NextMatchesByMinute(*occurrence, from, 40, end), NextMatches(*occurrence, from, 40, end)) << text;
-  }
+  // A start inside a matching minute counts.
+  const auto next = NextMatches(*Make("1|0.875|0,-1,0,0,0,-1,0"), At(2026, 11, 23, 21, 0, 40), 3);
+  EXPECT_EQ((std::vector<Date>{At(2026, 11, 23), At(2026, 11, 27), At(2026, 11, 30)}), next);
+
   // Random schedules from random starting minutes, around leap days and month ends.
   std::mt19937 random(20261123);
   auto below = [&](unsigned limit) { return static_cast<int>(random() % limit); };
@@ -198,13 +200,6 @@ TEST(OccurrenceTest, NextMatchesAreWhatMinuteByMinuteAsking) {
     EXPECT_EQ(NextMatchesByMinute(*occurrence, start, 25, start + 62), NextMatches(*occurrence, start, 25, start + 62))
         << text << " from " << IsoText(start);
   }
-
-  auto weekly = Make(texts[0]);
-  const auto next = NextMatches(*weekly, from, 3);
-  ASSERT_EQ(3u, next.size());
-  EXPECT_EQ(At(2026, 11, 23), next[0]);
-  EXPECT_EQ(At(2026, 11, 27), next[1]);
-  EXPECT_EQ(At(2026, 11, 30), next[2]);
 }
 
 TEST(OccurrenceTest, ReadableFormsBecomeOccurrenceStrings) {

@@ -78,6 +78,15 @@ void WriteFile(const std::string& path, const std::string& content) {
   out << content;
 }
 
+TWError ErrorFrom(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const TWError& e) {
+    return e;
+  }
+  return TWError(0, "no error");
+}
+
 size_t CountStartingWith(const std::vector<std::string>& lines, const std::string& prefix) {
   return static_cast<size_t>(
       std::count_if(lines.begin(), lines.end(), [&](const std::string& line) { return line.rfind(prefix, 0) == 0; }));

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/Error.h"
 #include "common/EventPump.h"
 
 namespace tw::test {
@@ -60,6 +61,9 @@ std::string SyslogSourceAndId(const std::string& datagram);
 // mean the setup failed); nothing when no namespace may be had (not root, unshare refused).
 std::optional<int> RunWithMounts(const std::vector<std::pair<std::string, std::string>>& mounts,
                                  const std::function<int()>& body);
+
+// The error `call` throws: number 0, "no error", when it throws none.
+TWError ErrorFrom(const std::function<void()>& call);
 
 // How many of `lines` begin with `prefix`.
 size_t CountStartingWith(const std::vector<std::string>& lines, const std::string& prefix);
