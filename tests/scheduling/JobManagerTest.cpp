@@ -16,24 +16,24 @@ class JobManagerTest : public ::testing::Test {
 };
 
 TEST_F(JobManagerTest, AJobIsLateAfterItsTimeOutPlusFiveMinuteBoundaries) {
-  EXPECT_EQ(0, manager_.JobsRunning());
   EXPECT_FALSE(manager_.JobTimedOut());
-
   auto record = manager_.AddJob(settings_.General().AddJob("A", "A"));
   EXPECT_EQ(clock_.Now(), record->BackupStartTime);
   EXPECT_EQ("A", record->BackupJob->Name());
-  record->BackupTimeout = 0;
-  // 10:59:59 to 11:05:00 crosses six minute boundaries in five minutes and a second.
-  clock_.Set(DateSerial(2026, 11, 23) + TimeSerial(11, 4, 59));
+  // From 10:59:59, 11:05:00 is the sixth minute boundary, though only five minutes and a second
+  // have passed; 12:05:00 is the 66th.
+  for (const auto& [timeout, lastOnTime] : {std::pair{0, TimeSerial(11, 4, 59)}, {60, TimeSerial(12, 4, 59)}}) {
+    record->BackupTimeout = timeout;
+    clock_.Set(DateSerial(2026, 11, 23) + lastOnTime);
+    EXPECT_FALSE(manager_.JobTimedOut()) << timeout;
+    clock_.AdvanceSeconds(1);
+    EXPECT_TRUE(manager_.JobTimedOut()) << timeout;
+  }
+  // The time-out and the five minutes are added in 32 bits.
+  record->BackupTimeout = 2147483642;
   EXPECT_FALSE(manager_.JobTimedOut());
-  clock_.Set(DateSerial(2026, 11, 23) + TimeSerial(11, 5, 0));
-  EXPECT_TRUE(manager_.JobTimedOut());
-
-  record->BackupTimeout = 60;  // late at the first check with 66 boundaries behind it
-  clock_.Set(DateSerial(2026, 11, 23) + TimeSerial(12, 4, 59));
-  EXPECT_FALSE(manager_.JobTimedOut());
-  clock_.Set(DateSerial(2026, 11, 23) + TimeSerial(12, 5, 0));
-  EXPECT_TRUE(manager_.JobTimedOut());
+  record->BackupTimeout = 2147483643;
+  EXPECT_EQ(errnum::Overflow, test::ErrorFrom([&] { manager_.JobTimedOut(); }).Number);
 }
 
 TEST_F(JobManagerTest, RecordsKeepTheirOrderAndTheFirstLateOneIsFound) {
@@ -47,27 +47,17 @@ TEST_F(JobManagerTest, RecordsKeepTheirOrderAndTheFirstLateOneIsFound) {
   third->BackupTimeout = 0;
   EXPECT_EQ(3, manager_.JobsRunning());
   clock_.AdvanceSeconds(3600);
-  EXPECT_TRUE(manager_.JobTimedOut());
   EXPECT_EQ(second, manager_.FirstTimedOutJob());
-  manager_.RemoveJob(second);
+  EXPECT_EQ(third, manager_.RunOf(third->BackupJob->Id()));
+  // A run that has ended and waits only for its report to be written is not late.
+  second->ReportPending = true;
   EXPECT_EQ(third, manager_.FirstTimedOutJob());
+  manager_.RemoveJob(second);
   manager_.RemoveJob(third);
   EXPECT_FALSE(manager_.JobTimedOut());
   EXPECT_EQ(1, manager_.JobsRunning());
   EXPECT_EQ(first, manager_.Jobs().front());
-}
-
-TEST_F(JobManagerTest, TheTimeOutSumIs32BitAndOverflowsWithAnError) {
-  auto record = manager_.AddJob(settings_.General().AddJob("A", "A"));
-  record->BackupTimeout = 2147483642;  // + 5 still fits
-  EXPECT_FALSE(manager_.JobTimedOut());
-  record->BackupTimeout = 2147483643;
-  try {
-    manager_.JobTimedOut();
-    FAIL() << "no overflow";
-  } catch (const TWError& e) {
-    EXPECT_EQ(errnum::Overflow, e.Number);
-  }
+  EXPECT_EQ(nullptr, manager_.RunOf(third->BackupJob->Id()));
 }
 
 }  // namespace
