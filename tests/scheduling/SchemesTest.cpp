@@ -67,20 +67,21 @@ TEST_F(SchemesTest, GrandfatherFatherSonRotatesDailyWeeklyAndMonthlyMedia) {
     EXPECT_EQ(backup::kOverwrite, gfs->BackupMode(date)) << d.day;
     EXPECT_EQ(d.eject, gfs->Eject(date)) << d.day;
   }
-  // The medium changes on every working day; at weekends nothing is loaded.
+  // The medium changes on every working day, Thursday to Friday and Friday to Monday too; at
+  // weekends nothing is loaded.
   EXPECT_TRUE(gfs->ReminderNeeded(DateSerial(2026, 11, 23)));
+  EXPECT_TRUE(gfs->ReminderNeeded(DateSerial(2026, 11, 27)));
   EXPECT_FALSE(gfs->ReminderNeeded(DateSerial(2026, 11, 28)));
   EXPECT_EQ("Monthly-Dec", gfs->MediaLabel(DateSerial(2026, 12, 25)));
+  // A Friday a week before the month's end is not its last; a Friday the 7th is in the first week.
+  EXPECT_EQ("Weekly-4", gfs->MediaLabel(DateSerial(2026, 7, 24)));
+  EXPECT_EQ("Weekly-1", gfs->MediaLabel(DateSerial(2026, 8, 7)));
 }
 
 TEST_F(SchemesTest, AnUnknownIdentifierIsAnError) {
-  try {
-    SchemeRegistry::BuiltIn().Create("TWSchemes.Hourly");
-    FAIL();
-  } catch (const TWError& e) {
-    EXPECT_EQ(429, e.Number);
-    EXPECT_EQ("Unknown media scheme \"TWSchemes.Hourly\"", e.Description);
-  }
+  const TWError error = test::ErrorFrom([] { SchemeRegistry::BuiltIn().Create("TWSchemes.Hourly"); });
+  EXPECT_EQ(429, error.Number);
+  EXPECT_EQ("Unknown media scheme \"TWSchemes.Hourly\"", error.Description);
   EXPECT_EQ("TWSchemes.GFS", SchemeRegistry::BuiltIn().CanonicalId("twschemes.gfs"));
   EXPECT_EQ("", SchemeRegistry::BuiltIn().CanonicalId("gfs"));
   EXPECT_EQ(3u, SchemeRegistry::BuiltIn().Schemes().size());
