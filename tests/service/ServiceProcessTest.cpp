@@ -111,11 +111,18 @@ TEST_F(ServiceProcessTest, ModesThatEndAtOnceMakeOnlyWhatTheyNeed) {
   auto environment = Environment();
   environment.push_back("TARNWICK_UNIT_DIR=" + (system / "units"));
   environment.push_back("PATH=" + system.Path() + ":/usr/bin:/bin");
-  // Removing the service needs no settings file: without one it reads as not installed.
-  const std::pair<const char*, int> modes[] = {{"-frob", 2}, {"--help", 2}, {"-unsetup", 0}, {"-uninstall", 1}};
+  // Only the exact switches are known. Removing the service needs no settings file: without one
+  // it reads as not installed.
+  const std::pair<const char*, int> modes[] = {{"-frob", 2},  {"--help", 2},   {"-INSTALL", 2},  {"-install2", 2},
+                                               {"-Debug", 2}, {"-unsetup", 0}, {"-uninstall", 1}};
   for (const auto& [mode, status] : modes) {
     test::ChildProcess program({TW_BIN_DIR "/TWService", mode}, environment, system / "out");
     EXPECT_EQ(status, program.Wait()) << mode << ": " << test::ReadFile(system / "out");
+    EXPECT_EQ(status == 2, test::ReadFile(system / "out")
+                               .starts_with("Tarnwick Monitor Service: Invalid command option. Do not try installing "
+                                            "the Tarnwick Service manually, unless instructed to do so by Tarnwick "
+                                            "Support.\nUsage: TWService [-install"))
+        << mode;
     EXPECT_TRUE(fs::is_empty(dir_.Path())) << mode;
   }
   // Setting up needs the settings file (and, as root, the default destination), not the log or the

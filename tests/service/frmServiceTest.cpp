@@ -184,18 +184,6 @@ TEST_F(FrmServiceTest, UninstallReportsFailureUnlessQuiet) {
   EXPECT_EQ("Tarnwick failed to uninstall. Please ensure the service has been stopped.\n", err_.str());
 }
 
-TEST_F(FrmServiceTest, OnlyTheExactSwitchesAreKnown) {
-  for (const char* line : {"-INSTALL", "-install2", "-Debug", "--help", "install"}) {
-    err_.str("");
-    EXPECT_EQ(2, form_.Load(line)) << line;
-    EXPECT_EQ(0u, err_.str().find("Tarnwick Monitor Service: Invalid command option. Do not try installing the Tarnwick "
-                                  "Service manually, unless instructed to do so by Tarnwick Support.\n"))
-        << line;
-  }
-  EXPECT_TRUE(control_.calls.empty());
-  EXPECT_TRUE(dialog_.shown.empty());
-}
-
 TEST_F(FrmServiceTest, TheServiceEventsLogAndSwitchThePollTimer) {
   host_.settings.General().Options().CustomProductName("Acme Backup");
   std::vector<bool> timer;
