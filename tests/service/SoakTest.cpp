@@ -363,8 +363,9 @@ TEST_F(SoakTest, AWeekOfFiftyJobsFiresEveryScheduledMinuteOnceAndHoldsItsMemory)
   }
   size_t expectedBroadcasts = 0;
   for (const auto& plan : plans) {
-    if (plan.reminder & ByBroadcast)
+    if (plan.reminder & ByBroadcast) {
       expectedBroadcasts += Filtered(ExpectedReminders(plan, days), outages, false).size();
+    }
   }
   ASSERT_TRUE(test::WaitUntil([&] {
     const std::string text = test::ReadFile(dir_ / "broadcasts");
@@ -397,8 +398,9 @@ TEST_F(SoakTest, AWeekOfFiftyJobsFiresEveryScheduledMinuteOnceAndHoldsItsMemory)
     if (plan.reminder & ByEmail) expectedMails += wantReminders.size();
     const std::string title = " Tarnwick media reminder for " + plan.name + "\x14\x14";
     size_t heard = 0;
-    for (size_t at = broadcastText.find(title); at != std::string::npos; at = broadcastText.find(title, at + 1))
+    for (size_t at = broadcastText.find(title); at != std::string::npos; at = broadcastText.find(title, at + 1)) {
       ++heard;
+    }
     EXPECT_EQ(plan.reminder & ByBroadcast ? wantReminders.size() : 0u, heard) << plan.name << " broadcasts";
 
     const Minutes wantMaintenance = Filtered(ExpectedMaintenance(plan, days), outages, false);
