@@ -1,7 +1,6 @@
 // The built TWService, run as a separate process in a temporary application folder.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -15,27 +14,27 @@ namespace fs = std::filesystem;
 
 class ServiceProcessTest : public ::testing::Test {
  protected:
-  std::vector<std::string> Titles(int count) { return test::LogTitles(dir_.Path(), count); }
   bool NewestTitleIs(const std::string& title) {
     return test::WaitUntil([&] {
-      const auto titles = Titles(1);
+      const auto titles = test::LogTitles(dir_.Path(), 1);
       return !titles.empty() && titles[0] == title;
     });
   }
-  std::vector<std::string> Environment() { return {"TARNWICK_HOME=" + dir_.Path(), "TARNWICK_SYSLOG_SOCKET=" + (dir_ / "none")}; }
+  std::vector<std::string> Environment() {
+    return {"TARNWICK_HOME=" + dir_.Path(), "TARNWICK_SYSLOG_SOCKET=" + (dir_ / "none")};
+  }
 
   test::TempDir dir_;
 };
 
-TEST_F(ServiceProcessTest, RealSignalsStartPauseContinueAndStopTheService) {
+// In -debug mode every entry is echoed to standard error, and Ctrl-C stops the service.
+TEST_F(ServiceProcessTest, RealSignalsPauseContinueAndStopTheServiceInDebugMode) {
   test::DatagramReceiver notify(dir_ / "notify");
   auto environment = Environment();
   environment.push_back("NOTIFY_SOCKET=" + (dir_ / "notify"));
-  test::ChildProcess service({TW_BIN_DIR "/TWService"}, environment);
+  test::ChildProcess service({TW_BIN_DIR "/TWService", "-debug"}, environment, dir_ / "out");
 
-  const auto ready = notify.Receive(5000);
-  ASSERT_TRUE(ready);
-  EXPECT_EQ("READY=1\nSTATUS=Running", *ready);
+  EXPECT_EQ("READY=1\nSTATUS=Running", notify.Receive(5000).value_or(""));
   ASSERT_TRUE(NewestTitleIs("Tarnwick service starting"));
   service.Signal(SIGUSR1);
   ASSERT_TRUE(NewestTitleIs("Tarnwick service pausing"));
@@ -43,19 +42,12 @@ TEST_F(ServiceProcessTest, RealSignalsStartPauseContinueAndStopTheService) {
   service.Signal(SIGUSR2);
   ASSERT_TRUE(NewestTitleIs("Tarnwick service continuing"));
   EXPECT_EQ("STATUS=Running", notify.Receive().value_or(""));
-  service.Signal(SIGTERM);
+  service.Signal(SIGINT);
   EXPECT_EQ(0, service.Wait());
   EXPECT_EQ("STOPPING=1", notify.Receive().value_or(""));
   EXPECT_EQ((std::vector<std::string>{"Tarnwick service stopping", "Tarnwick service continuing",
                                       "Tarnwick service pausing", "Tarnwick service starting"}),
-            Titles(10));
-}
-
-TEST_F(ServiceProcessTest, DebugModeEchoesEntriesAndStopsOnCtrlC) {
-  test::ChildProcess service({TW_BIN_DIR "/TWService", "-debug"}, Environment(), dir_ / "out");
-  ASSERT_TRUE(NewestTitleIs("Tarnwick service starting"));
-  service.Signal(SIGINT);
-  EXPECT_EQ(0, service.Wait());
+            test::LogTitles(dir_.Path(), 10));
   const std::string out = test::ReadFile(dir_ / "out");
   EXPECT_NE(std::string::npos, out.find("  info     Tarnwick service starting\n"
                                         "    The Tarnwick service has been instructed to start\n"));
@@ -65,8 +57,7 @@ TEST_F(ServiceProcessTest, DebugModeEchoesEntriesAndStopsOnCtrlC) {
 TEST_F(ServiceProcessTest, TheInstallationDialogRunsOnATerminal) {
   fs::create_directory(dir_ / "units");
   fs::create_directory(dir_ / "bin");
-  test::WriteFile(dir_ / "bin/systemctl", "#!/bin/sh\necho \"$@\" >> \"" + (dir_ / "calls") + "\"\n");
-  ::chmod((dir_ / "bin/systemctl").c_str(), 0755);
+  test::WriteScript(dir_ / "bin/systemctl", "echo \"$@\" >> \"" + (dir_ / "calls") + "\"\n");
   // Installing as root makes the default destination: here, not in /var/backups.
   TWSettings(dir_ / "settings.db").Store().WriteText("general.default_destination", dir_ / "Archives");
   auto environment = Environment();
@@ -116,16 +107,22 @@ TEST_F(ServiceProcessTest, ModesThatEndAtOnceMakeOnlyWhatTheyNeed) {
   test::TempDir system;
   fs::create_directory(system / "units");
   test::WriteFile(system / "units/wtarnwick.service", "[Service]\n");
-  test::WriteFile(system / "systemctl", "#!/bin/sh\nexit 0\n");
-  ::chmod((system / "systemctl").c_str(), 0755);
+  test::WriteScript(system / "systemctl", "exit 0\n");
   auto environment = Environment();
   environment.push_back("TARNWICK_UNIT_DIR=" + (system / "units"));
   environment.push_back("PATH=" + system.Path() + ":/usr/bin:/bin");
-  // Removing the service needs no settings file: without one it reads as not installed.
-  const std::pair<const char*, int> modes[] = {{"-frob", 2}, {"--help", 2}, {"-unsetup", 0}, {"-uninstall", 1}};
+  // Only the exact switches are known. Removing the service needs no settings file: without one
+  // it reads as not installed.
+  const std::pair<const char*, int> modes[] = {{"-frob", 2},  {"--help", 2},   {"-INSTALL", 2},  {"-install2", 2},
+                                               {"-Debug", 2}, {"-unsetup", 0}, {"-uninstall", 1}};
   for (const auto& [mode, status] : modes) {
     test::ChildProcess program({TW_BIN_DIR "/TWService", mode}, environment, system / "out");
     EXPECT_EQ(status, program.Wait()) << mode << ": " << test::ReadFile(system / "out");
+    EXPECT_EQ(status == 2, test::ReadFile(system / "out")
+                               .starts_with("Tarnwick Monitor Service: Invalid command option. Do not try installing "
+                                            "the Tarnwick Service manually, unless instructed to do so by Tarnwick "
+                                            "Support.\nUsage: TWService [-install"))
+        << mode;
     EXPECT_TRUE(fs::is_empty(dir_.Path())) << mode;
   }
   // Setting up needs the settings file (and, as root, the default destination), not the log or the

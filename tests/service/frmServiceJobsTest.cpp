@@ -1,29 +1,30 @@
 // frmService at work: the poll tick, launching jobs into the ten slots, and what a finished run
 // leaves behind. Time is a manual clock; the rights launcher is a stand-in script.
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/stat.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 
-#include "service/frmService.h"
-#include "tests/service/ServiceFakes.h"
 #include "common/NumberText.h"
 #include "common/Utf16.h"
-#include "tests/support/TestSupport.h"
+#include "reporting/Mailer.h"
+#include "service/frmService.h"
+#include "tests/service/ServiceFakes.h"
+#include "tests/support/ServiceFixture.h"
 
 namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
 using test::CountStartingWith;
+constexpr size_t npos = std::string::npos;
 
-// Points the event log at a socket of the test's own before anything reads the setting.
-struct SyslogAt {
-  explicit SyslogAt(const std::string& path) { ::setenv("TARNWICK_SYSLOG_SOCKET", path.c_str(), 1); }
-  ~SyslogAt() { ::unsetenv("TARNWICK_SYSLOG_SOCKET"); }
-};
+std::string MadeFolder(const std::string& path) {
+  fs::create_directory(path);
+  return path;
+}
 
 class FrmServiceJobsTest : public ::testing::Test {
  protected:
@@ -33,38 +34,24 @@ class FrmServiceJobsTest : public ::testing::Test {
     options.SbsReportingEnabled(true);
   }
 
+  std::string At(const std::string& name) const { return app_ + "/" + name; }
   // A rights launcher whose executor starts and never ends: it marks every job running, records
   // its arguments and answers as the real one does.
   void HangingLauncher() {
-    Script("DesktopRights", "echo \"$@\" >> '" + (dir_ / "launched") + "'; sqlite3 '" + (dir_ / "settings.db") +
-                                "' 'UPDATE jobs SET run_status = -2'; exit 255");
-  }
-  void Script(const std::string& name, const std::string& body) {
-    test::WriteFile(dir_ / name, "#!/bin/sh\n" + body + "\n");
-    ::chmod((dir_ / name).c_str(), 0755);
+    test::WriteScript(At("DesktopRights"), "echo \"$@\" >> '" + At("launched") + "'; sqlite3 '" + At("settings.db") +
+                                               "' 'UPDATE jobs SET run_status = -2'; exit 255");
   }
   clsJob Job(const std::string& name, Date time) {
     clsJob job = host_.settings.General().AddJob(name, name);
     job.ScheduledTime(time);
     return job;
   }
-  // Entries newest first, as "title | message".
-  std::vector<std::string> Entries(int count) {
-    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
-    host_.logs.GetLastLogs(count, entries);
-    std::vector<std::string> lines;
-    for (const auto& e : entries) {
-      if (!e.Title.empty()) lines.push_back(e.Title + " | " + e.Message);
-    }
-    return lines;
-  }
-  // Event-log entries received: "SOURCE EVENT-ID".
-  std::vector<std::string> Events() {
-    std::vector<std::string> events;
-    while (auto datagram = syslog_.Receive(200)) {
-      events.push_back(test::SyslogSourceAndId(*datagram));
-    }
-    return events;
+  std::string Marker(clsJob job) const { return At("BackupLog-" + job.BackupLogId() + ".txt"); }
+  int Running() { return service_.JobManager().JobsRunning(); }
+  int Occupied() {
+    int count = 0;
+    for (size_t i = 0; i < 10; ++i) count += service_.Slot(i) != nullptr;
+    return count;
   }
   // Until the rights launcher of the run in slot 0 has answered.
   void WaitForTheLauncher() {
@@ -73,18 +60,47 @@ class FrmServiceJobsTest : public ::testing::Test {
       return service_.Slot(0) && !service_.Slot(0)->Shell().Busy();
     }));
   }
-  int Occupied() {
-    int count = 0;
-    for (size_t i = 0; i < 10; ++i) count += service_.Slot(i) != nullptr;
-    return count;
+  // A run of `job` that ended now with `status`, through the completion handling.
+  void Complete(clsJob job, int16_t status, const std::string& report = "") {
+    RunningJob record = service_.JobManager().AddJob(job);
+    record->Status = status;
+    record->TapeLabel = "Daily-Mon";
+    record->BackupReport = report;
+    record->BackupEndTime = clock_.Now();
+    service_.CompletionHandling(record);
+  }
+  // Entries newest first, as "TYPE TITLE | MESSAGE", with " [TYPE]" of an attachment.
+  std::vector<std::string> Entries(int count) {
+    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
+    host_.logs.GetLastLogs(count, entries);
+    std::vector<std::string> lines;
+    for (const auto& e : entries) {
+      if (e.Title.empty()) continue;
+      lines.push_back(std::to_string(e.LogType) + " " + e.Title + " | " + e.Message +
+                      (e.AttachmentType ? " [" + std::to_string(e.AttachmentType) + "]" : ""));
+    }
+    return lines;
+  }
+  std::vector<std::string> Answers() {
+    std::vector<std::string> lines;
+    for (const auto& [number, line] : host_.settings.General().Console().AnswersAfter(0)) lines.push_back(line);
+    return lines;
+  }
+  // Event-log entries received: "SOURCE EVENT-ID".
+  std::vector<std::string> Events() {
+    std::vector<std::string> events;
+    while (auto datagram = syslog_.Receive(200)) events.push_back(test::SyslogSourceAndId(*datagram));
+    return events;
   }
 
   test::TempDir dir_;
-  SyslogAt syslogAt_{dir_ / "syslog"};
+  // The application folder's name holds a blank: every path the service hands a shell stays whole.
+  const std::string app_ = MadeFolder(dir_ / "Tarnwick app");
+  test::ScopedEnvironment syslogAt_{{{"TARNWICK_SYSLOG_SOCKET", dir_ / "syslog"}}};
   test::DatagramReceiver syslog_{dir_ / "syslog"};
-  ManualClock clock_{DateSerial(2026, 11, 23) + TimeSerial(21, 0, 30)};
+  ManualClock clock_{DateSerial(2026, 11, 23) + TimeSerial(21, 0, 30)};  // a Monday
   platform::EventLoop loop_;
-  ServiceHost host_{dir_.Path(), dir_ / "settings.db", clock_, loop_, loop_};
+  ServiceHost host_{app_, At("settings.db"), clock_, loop_, loop_};
   test::FakeServiceControl control_;
   test::FakeDialog dialog_;
   std::ostringstream err_;
@@ -93,48 +109,52 @@ class FrmServiceJobsTest : public ::testing::Test {
 
 TEST_F(FrmServiceJobsTest, TenJobsRunAtOnceAndAnEleventhIsReportedUnder20007) {
   HangingLauncher();
+  test::WriteScript(At("twprocess"), "echo \"$@\" >> '" + At("looked") + "'");  // finds no executor
   for (int i = 0; i < 11; ++i) Job("Job" + std::to_string(i), TimeSerial(21, 0, 0));
 
   service_.tmrPoll_Timer();
   EXPECT_EQ(10, Occupied());
-  EXPECT_EQ(11, service_.JobManager().JobsRunning()) << "the eleventh run stays registered until it times out";
+  EXPECT_EQ(11, Running()) << "the eleventh run stays registered until it times out";
   const auto entries = Entries(40);
-  EXPECT_EQ("Number of backup jobs currently running: 11 | ", entries[1]);
-  EXPECT_EQ(0u, entries[0].rfind("Internal error #20007 - please submit a diagnostics report to ", 0)) << entries[0];
-  EXPECT_EQ(11u, CountStartingWith(entries, "Number of backup jobs currently running: "));
+  EXPECT_EQ("0 Number of backup jobs currently running: 11 | ", entries[1]);
+  EXPECT_EQ(0u, entries[0].rfind("2 Internal error #20007 - please submit a diagnostics report to ", 0)) << entries[0];
+  EXPECT_NE(npos, entries[0].find("Error number: 91\r\n  Error description: Object variable or With block variable "
+                                  "not set\r\n"));
+  EXPECT_EQ(11u, CountStartingWith(entries, "0 Number of backup jobs currently running: "));
+  EXPECT_EQ("TWExecutor\n", test::ReadFile(At("looked"))) << "a lingering executor is looked for by the first only";
   EXPECT_TRUE(test::WaitUntil([&] {
-    const std::string launched = test::ReadFile(dir_ / "launched");
+    const std::string launched = test::ReadFile(At("launched"));
     return std::count(launched.begin(), launched.end(), '\n') == 10;
   })) << "ten rights launchers started";
 
   // The next tick in the same minute launches nothing again.
   clock_.AdvanceSeconds(10);
   service_.tmrPoll_Timer();
-  EXPECT_EQ(11, service_.JobManager().JobsRunning());
   EXPECT_EQ(entries, Entries(40));
 }
 
-TEST_F(FrmServiceJobsTest, AChangeMadeByAnotherProgramCountsAtTheNextTick) {
+TEST_F(FrmServiceJobsTest, ADueMaintenanceMailIsSentAtTheTick) {
+  auto notification = Job("Drives", TimeSerial(3, 0, 0)).JobNotification();
+  notification.MaintenanceEmailEnabled(true);
+  notification.MaintenanceSubject("Clean the drive heads");
+  notification.MaintenanceOccurrence("1|0.875|0,-1,0,0,0,0,0");  // Mondays at 21:00
+  host_.settings.General().MailSettings().ReminderRecipients("ops@example.org");
+  service_.tmrPoll_Timer();
+  EXPECT_EQ("Clean the drive heads", host_.mail.subject);
+  EXPECT_EQ(mailtype::kMaintenance, host_.mail.mailType);
+}
+
+TEST_F(FrmServiceJobsTest, ARunInTheSmallHoursTakesTheMediaOfTheNightBefore) {
   HangingLauncher();
-  Job("Nightly", TimeSerial(22, 0, 0));
+  clsJob job = Job("Nightly", TimeSerial(2, 0, 0));
+  job.SchemeProgId("TWSchemes.GFS");
+  clock_.Set(DateSerial(2026, 11, 28) + TimeSerial(2, 0, 30));  // Saturday: the night of the last Friday
   service_.tmrPoll_Timer();
-  EXPECT_EQ(0, service_.JobManager().JobsRunning());
-
-  // The console, with its own connection to the store, moves the job into this minute.
-  TWSettings console(dir_ / "settings.db");
-  console.General().JobByName("Nightly").ScheduledTime(TimeSerial(21, 0, 0));
-  clock_.AdvanceSeconds(10);
-  service_.tmrPoll_Timer();
-  EXPECT_EQ(1, service_.JobManager().JobsRunning());
-
-  // A value that cannot be read is reported by the job's check at the next tick, not passed over.
-  clsJob broken = console.General().AddJob("Broken", "Broken");
-  console.Store().SetJobText(broken.Id(), JobField::ScheduledTime, "soon");
-  clock_.AdvanceSeconds(10);
-  service_.tmrPoll_Timer();
-  const auto entries = Entries(1);
-  ASSERT_EQ(1u, entries.size());
-  EXPECT_EQ(0u, entries[0].rfind("Internal error #20001 - ", 0)) << entries[0];
+  ASSERT_EQ(1, Running());
+  // What the executor reads from the job: the monthly medium, which leaves the building.
+  EXPECT_EQ("Monthly-Nov", job.RunTapeLabel());
+  EXPECT_TRUE(job.RunEject());
+  EXPECT_EQ(clock_.Now(), job.RunStartTime());
 }
 
 TEST_F(FrmServiceJobsTest, ConsoleRequestsComeBeforeTheJobWalk) {
@@ -151,7 +171,7 @@ TEST_F(FrmServiceJobsTest, ConsoleRequestsComeBeforeTheJobWalk) {
   service_.tmrPoll_Timer();
   EXPECT_EQ(day + 1 + 0.25, early.NextRunTime());
   EXPECT_EQ("", console.RunJobRequest());
-  EXPECT_EQ(1, service_.JobManager().JobsRunning()) << "the due job waits for the next tick";
+  EXPECT_EQ(1, Running()) << "the due job waits for the next tick";
 
   console.RequestJobName("Late");
   console.RunJobRequest(NumberToText(day));
@@ -163,37 +183,40 @@ TEST_F(FrmServiceJobsTest, ConsoleRequestsComeBeforeTheJobWalk) {
   console.TestBackupRequested(true);
   service_.tmrPoll_Timer();
   EXPECT_FALSE(service_.TestRun());
-  EXPECT_EQ(2, service_.JobManager().JobsRunning());
+  EXPECT_EQ(2, Running());
   // A test backup answers the console and marks the run as a test.
   Job("Spare", TimeSerial(3, 0, 0));
   console.RequestJobName("Spare");
   console.TestBackupRequested(true);
   service_.tmrPoll_Timer();
   EXPECT_TRUE(service_.TestRun());
-  EXPECT_EQ(3, service_.JobManager().JobsRunning());
+  EXPECT_EQ(3, Running());
 
   // A request for a job that is gone is answered and withdrawn, once; the time-out check of the
-  // same tick still runs, and the next tick walks the jobs.
+  // same tick still runs.
   console.RequestJobName("Gone");
   console.RunJobRequest(NumberToText(day));
   service_.JobManager().Jobs().front()->BackupTimeout = -6;
   service_.tmrPoll_Timer();
   EXPECT_EQ("", console.RunJobRequest());
-  EXPECT_EQ(2, service_.JobManager().JobsRunning()) << "the late run was reported in the same tick";
-  std::vector<std::string> answers;
-  for (const auto& [number, line] : console.AnswersAfter(0)) answers.push_back(line);
+  EXPECT_EQ(2, Running()) << "the late run was reported in the same tick";
   EXPECT_EQ((std::vector<std::string>{
                 "RESULT: The backup job Late is already running (since 2026-11-23 21:00:30). The request was not "
                 "carried out.",
                 "Performing test backup...", "Backup launched...",
                 "RESULT: Request not served: there is no backup job Gone."}),
-            answers);
+            Answers());
+  // A reminder test takes its tick too; the tick after it walks the jobs.
+  console.RequestJobName("Late");
+  console.ReminderRequested(true);
   service_.tmrPoll_Timer();
-  EXPECT_EQ(3, service_.JobManager().JobsRunning());
+  EXPECT_EQ(2, Running());
+  service_.tmrPoll_Timer();
+  EXPECT_EQ(3, Running());
   EXPECT_EQ("Due", service_.JobManager().Jobs().back()->BackupJob->Name());
   const auto entries = Entries(30);
-  EXPECT_EQ(1u, CountStartingWith(entries, "Console request not served | "));
-  EXPECT_EQ(0u, CountStartingWith(entries, "Internal error"));
+  EXPECT_EQ(1u, CountStartingWith(entries, "1 Console request not served | "));
+  EXPECT_EQ(0u, CountStartingWith(entries, "2 Internal error"));
 }
 
 TEST_F(FrmServiceJobsTest, ALaunchThatCannotStartTakesNothing) {
@@ -209,286 +232,299 @@ TEST_F(FrmServiceJobsTest, ALaunchThatCannotStartTakesNothing) {
     service_.ScheduledLaunch(removed);
   }
   // A test backup that cannot start is answered, and waits for no other run's result.
-  host_.settings.General().Console().RequestJobName("Unreadable");
-  host_.settings.General().Console().TestBackupRequested(true);
+  auto console = host_.settings.General().Console();
+  console.RequestJobName("Unreadable");
+  console.TestBackupRequested(true);
   service_.tmrPoll_Timer();
   EXPECT_FALSE(service_.TestRun());
-  EXPECT_EQ("RESULT: The test backup could not be started. The application log says why.",
-            host_.settings.General().Console().AnswersAfter(0).back().second);
+  EXPECT_EQ("RESULT: The test backup could not be started. The application log says why.", Answers().back());
   EXPECT_EQ(0, Occupied());
-  EXPECT_EQ(0, service_.JobManager().JobsRunning()) << "no run is left to time out later";
-  EXPECT_EQ(10u, CountStartingWith(Entries(60), "Internal error #20007 - "));
+  EXPECT_EQ(0, Running()) << "no run is left to time out later";
+  EXPECT_EQ(10u, CountStartingWith(Entries(60), "2 Internal error #20007 - "));
 
   clsJob good = Job("Good", TimeSerial(21, 0, 0));
   service_.tmrPoll_Timer();
   EXPECT_EQ(1, Occupied());
-  ASSERT_EQ(1, service_.JobManager().JobsRunning());
+  ASSERT_EQ(1, Running());
   EXPECT_EQ("Good", service_.JobManager().Jobs().front()->JobName);
 
   // The same job due again while its run goes on is skipped with a warning.
   service_.ScheduledLaunch(good);
-  EXPECT_EQ(1, service_.JobManager().JobsRunning());
-  EXPECT_EQ(0u, Entries(1)[0].rfind("Backup job already running | The backup job Good is due, but its run that began at "
-                                    "2026-11-23 21:00:30 is still under way.", 0))
+  EXPECT_EQ(1, Running());
+  EXPECT_EQ(0u, Entries(1)[0].rfind("1 Backup job already running | The backup job Good is due, but its run that began "
+                                    "at 2026-11-23 21:00:30 is still under way.",
+                                    0))
       << Entries(1)[0];
+
+  // A launch that fails leaves a test run under way alone.
+  Job("Tested", TimeSerial(3, 0, 0));
+  console.RequestJobName("Tested");
+  console.TestBackupRequested(true);
+  service_.tmrPoll_Timer();
+  service_.ScheduledLaunch(unreadable);
+  EXPECT_TRUE(service_.TestRun());
 }
 
 TEST_F(FrmServiceJobsTest, AJobRemovedWhileItRunsIsReportedOnceUnderItsName) {
   HangingLauncher();
   clsJob job = Job("Old", TimeSerial(21, 0, 0));
   job.Description("old job");
+  const std::string marker = Marker(job);
   service_.tmrPoll_Timer();
   ASSERT_EQ(1, Occupied());
   WaitForTheLauncher();
-  const std::string marker = dir_ / ("BackupLog-" + job.BackupLogId() + ".txt");
-  TWSettings console(dir_ / "settings.db");
+  TWSettings console(At("settings.db"));
   console.General().RemoveJob(console.General().JobByName("Old"));
 
   // Until the executor has written its report the run goes on, quietly.
   for (int i = 0; i < 3; ++i) service_.Slot(0)->tmrPoll_Timer();
   EXPECT_EQ(1, Occupied());
-  EXPECT_EQ(0u, CountStartingWith(Entries(20), "Internal error"));
+  EXPECT_EQ(0u, CountStartingWith(Entries(20), "2 Internal error"));
   ASSERT_TRUE(WriteUnicodeFile(marker, "Tarnwick backup report\r\nResult: Backup encountered errors.\r\n"));
   service_.Slot(0)->tmrPoll_Timer();
-  EXPECT_EQ(0, service_.JobManager().JobsRunning());
+  EXPECT_EQ(0, Running());
   EXPECT_TRUE(test::WaitUntil([&] {
     loop_.Sleep(10);
     return Occupied() == 0;
   })) << "the slot is free";
-  auto reports = host_.reports.GetSummaries(5);
+  const auto reports = host_.reports.GetSummaries(5);
   ASSERT_EQ(1u, reports.size());
   EXPECT_EQ("Old", reports[0].JobName);
   EXPECT_EQ("old job", reports[0].JobDesc);
   EXPECT_EQ(2, reports[0].Status);
-
-  // A removed job's run that never ends is reported once by its time-out, and the slot is freed.
-  clsJob other = Job("Other", TimeSerial(21, 1, 0));
-  other.BackupTimeout(0);
-  clock_.AdvanceSeconds(60);
-  service_.tmrPoll_Timer();
-  ASSERT_EQ(1, service_.JobManager().JobsRunning());
-  console.General().RemoveJob(console.General().JobByName("Other"));
-  clock_.AdvanceSeconds(6 * 60);
-  for (int i = 0; i < 3; ++i) {
-    service_.tmrPoll_Timer();
-    clock_.AdvanceSeconds(10);
-  }
-  EXPECT_EQ(0, service_.JobManager().JobsRunning());
-  reports = host_.reports.GetSummaries(5);
-  ASSERT_EQ(2u, reports.size());
-  EXPECT_EQ("Other", reports[0].JobName);
-  EXPECT_EQ(1, reports[0].Status);
-  const auto entries = Entries(40);
-  EXPECT_EQ(1u, CountStartingWith(entries, "Backup process timed out | "));
-  EXPECT_EQ(0u, CountStartingWith(entries, "Internal error"));
+  EXPECT_EQ(0u, CountStartingWith(Entries(40), "2 Internal error"));
 }
 
 TEST_F(FrmServiceJobsTest, AFinishedRunIsReportedByItsOutcome) {
-  Script("DesktopRights", "cat >> '" + (dir_ / "input") + "'; echo \"$@\" >> '" + (dir_ / "launched") + "'; exit 255");
+  test::WriteScript(At("DesktopRights"),
+                    "cat >> '" + At("input") + "'; echo \"$@\" >> '" + At("launched") + "'; exit 255");
   clsJob job = Job("Nightly", TimeSerial(21, 0, 0));
   job.JobNotification().PrintReport(true);
-  host_.settings.General().Options().PrintSetting("office");
-  host_.settings.General().Identity().IdentityValue1("back\"up");
-  host_.settings.General().Identity().IdentityValue2("pa\\ss");
+  auto general = host_.settings.General();
+  general.Options().PrintSetting("office");
+  general.Identity().IdentityValue1("back\"up");
+  general.Identity().IdentityValue2("pa\\ss");
 
-  struct Case {
-    int16_t status;
-    int32_t reportStatus;
-    std::vector<std::string> events;
-  };
-  const std::vector<Case> cases = {{1, 0, {"SmallBusinessServer 5633", "Tarnwick 1000"}},
-                                   {2, 2, {"SmallBusinessServer 5634", "Tarnwick 1001"}},
-                                   {3, 1, {"SmallBusinessServer 5634", "Tarnwick 1002"}}};
-  for (const auto& c : cases) {
-    RunningJob record = service_.JobManager().AddJob(job);
-    record->Status = c.status;
-    record->TapeLabel = "Daily-Mon";
-    record->BackupReport = "report of status " + std::to_string(c.status);
-    record->BackupEndTime = clock_.Now();
-    service_.CompletionHandling(record);
-    EXPECT_EQ(0, service_.JobManager().JobsRunning());
+  const std::tuple<int16_t, int32_t, std::vector<std::string>> cases[] = {
+      {1, 0, {"SmallBusinessServer 5633", "Tarnwick 1000"}},
+      {2, 2, {"SmallBusinessServer 5634", "Tarnwick 1001"}},
+      {3, 1, {"SmallBusinessServer 5634", "Tarnwick 1002"}}};
+  for (const auto& [status, reportStatus, events] : cases) {
+    const std::string report = "report of status " + std::to_string(status);
+    Complete(job, status, report);
+    EXPECT_EQ(0, Running());
     const auto reports = host_.reports.GetSummaries(1);
     ASSERT_EQ(1u, reports.size());
-    EXPECT_EQ(c.reportStatus, reports[0].Status);
-    EXPECT_EQ(record->BackupReport, reports[0].Report);
+    EXPECT_EQ(reportStatus, reports[0].Status);
+    EXPECT_EQ(report, reports[0].Report);
     EXPECT_EQ("Daily-Mon", reports[0].Label);
-    EXPECT_EQ(c.events, Events()) << "status " << c.status;
+    EXPECT_EQ(events, Events()) << "status " << status;
     clock_.AdvanceSeconds(1);  // report logs are named by their time
   }
   // With only failure recipients, a successful run is not mailed at all, and a failed one is.
-  auto mail = host_.settings.General().MailSettings();
-  mail.EmailEnabled(true);
-  mail.FailureReportRecipients("ops@example.org");
+  general.MailSettings().EmailEnabled(true);
+  general.MailSettings().FailureReportRecipients("ops@example.org");
   host_.settings.Store().WriteInt("mail.port", 1);
   job.JobNotification().SendReportEmail(true);
   for (const int16_t status : {1, 2}) {
-    RunningJob record = service_.JobManager().AddJob(job);
-    record->Status = status;
-    service_.CompletionHandling(record);
+    Complete(job, status);
     EXPECT_EQ(status == 2, host_.mail.reportEmail) << "status " << status;
     clock_.AdvanceSeconds(1);
   }
-  Events();
 
   // The print-out goes through the rights launcher, the account's values escaped, the password
   // on its standard input.
-  ASSERT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "launched"); }));
-  EXPECT_EQ("back\"up -  " + dir_.Path() + "/TWPrintOut",
-            test::ReadFile(dir_ / "launched").substr(0, test::ReadFile(dir_ / "launched").find('\n')));
-  EXPECT_EQ(0u, test::ReadFile(dir_ / "input").find("pa\\ss"));
+  ASSERT_TRUE(test::WaitUntil([&] { return fs::exists(At("launched")); }));
+  const std::string launched = test::ReadFile(At("launched"));
+  EXPECT_EQ("back\"up -  " + At("TWPrintOut"), launched.substr(0, launched.find('\n')));
+  EXPECT_EQ(0u, test::ReadFile(At("input")).find("pa\\ss"));
 
   // A test run is answered once.
-  host_.settings.General().Console().RequestJobName("Nightly");
-  host_.settings.General().Console().TestBackupRequested(true);
+  general.Console().RequestJobName("Nightly");
+  general.Console().TestBackupRequested(true);
   service_.tmrPoll_Timer();
   ASSERT_TRUE(service_.TestRun());
   RunningJob record = service_.JobManager().Jobs().back();
   record->Status = 2;
   service_.CompletionHandling(record);
   EXPECT_FALSE(service_.TestRun());
-  const auto answers = host_.settings.General().Console().AnswersAfter(0);
-  EXPECT_EQ("RESULT: Backup process encountered errors", answers.back().second);
+  EXPECT_EQ("RESULT: Backup process encountered errors", Answers().back());
+
+  // Without its rights launcher the print-out cannot start, and says so.
+  fs::remove(At("DesktopRights"));
+  Complete(job, 1);
+  const std::string failed = Entries(1)[0];
+  EXPECT_EQ(0u, failed.rfind("2 Internal error #20012 - ", 0)) << failed;
+  EXPECT_NE(npos, failed.find("The print-out could not be started: " + At("DesktopRights"))) << failed;
 }
 
 TEST_F(FrmServiceJobsTest, AReportThatCannotBeWrittenIsWrittenAtALaterTickAndItsMarkerWaits) {
   HangingLauncher();
   clsJob job = Job("Nightly", TimeSerial(21, 0, 0));
   job.BackupTimeout(0);
-  test::WriteFile(dir_ / "Reports", "in the way");  // as a full disk: no report can be written
+  test::WriteFile(At("Reports"), "in the way");  // as a full disk: no report can be written
   service_.tmrPoll_Timer();
   WaitForTheLauncher();
-  const std::string marker = dir_ / ("BackupLog-" + job.BackupLogId() + ".txt");
-  ASSERT_TRUE(WriteUnicodeFile(marker, "Tarnwick backup report\r\nResult: Backup completed normally.\r\n"));
+  ASSERT_TRUE(WriteUnicodeFile(Marker(job), "Tarnwick backup report\r\nResult: Backup completed normally.\r\n"));
   job.RunStatus(1);
   service_.Slot(0)->tmrPoll_Timer();
-  EXPECT_EQ(1, service_.JobManager().JobsRunning()) << "registered until its report is written";
-  EXPECT_TRUE(fs::exists(marker));
+  EXPECT_EQ(1, Running()) << "registered until its report is written";
+  EXPECT_TRUE(fs::exists(Marker(job)));
 
   // Past its time-out it is not reported again as timed out, and the failure is said once.
   for (int i = 0; i < 3; ++i) {
     clock_.AdvanceSeconds(5 * 60);
     service_.tmrPoll_Timer();
   }
-  auto entries = Entries(40);
-  EXPECT_EQ(0u, CountStartingWith(entries, "Backup process timed out"));
-  EXPECT_EQ(1u, CountStartingWith(entries, "Internal error #20012 - "));
-  EXPECT_EQ(1, service_.JobManager().JobsRunning());
+  const auto entries = Entries(40);
+  EXPECT_EQ(0u, CountStartingWith(entries, "1 Backup process timed out"));
+  EXPECT_EQ(1u, CountStartingWith(entries, "2 Internal error #20012 - "));
+  EXPECT_EQ(1, Running());
 
   // Space comes back: the next tick writes it, whole, and the run is done.
-  fs::remove(dir_ / "Reports");
+  fs::remove(At("Reports"));
   clock_.AdvanceSeconds(10);
   service_.tmrPoll_Timer();
   const auto reports = host_.reports.GetSummaries(5);
   ASSERT_EQ(1u, reports.size());
   EXPECT_EQ(0, reports[0].Status);
   EXPECT_EQ("Tarnwick backup report\r\nResult: Backup completed normally.\r\n", reports[0].Report);
-  EXPECT_EQ(0, service_.JobManager().JobsRunning());
-  EXPECT_FALSE(fs::exists(marker));
-  EXPECT_EQ(1, std::distance(fs::directory_iterator(dir_ / "Reports"), fs::directory_iterator()))
+  EXPECT_EQ(0, Running());
+  EXPECT_FALSE(fs::exists(Marker(job)));
+  EXPECT_EQ(1, std::distance(fs::directory_iterator(At("Reports")), fs::directory_iterator()))
       << "nothing half-written beside it";
 }
 
 TEST_F(FrmServiceJobsTest, AtStartAMarkerNeverClaimedGoesAndARunThatEndedIsReportedOnce) {
-  HangingLauncher();
-  clsJob ended = Job("Ended", TimeSerial(21, 0, 0));
-  service_.tmrPoll_Timer();
-  WaitForTheLauncher();
-  // The executor ends; the service stops before it has written the report log.
-  const std::string endedMarker = dir_ / ("BackupLog-" + ended.BackupLogId() + ".txt");
-  ASSERT_TRUE(WriteUnicodeFile(endedMarker, "Tarnwick backup report\r\nResult: Backup encountered errors.\r\n"));
-  ended.RunStatus(2);
+  // Two executors ended; the service stopped before it had written their report logs. Of one run
+  // the start is known; of the other, an older version's, it is not.
+  clsJob ended = Job("Ended", TimeSerial(20, 0, 0));
+  ended.RunStartTime(DateSerial(2026, 11, 23) + TimeSerial(20, 0, 0));
+  clsJob older = Job("Older", TimeSerial(3, 0, 0));
+  for (clsJob job : {ended, older}) {
+    job.RunStatus(2);
+    ASSERT_TRUE(WriteUnicodeFile(Marker(job), "Tarnwick backup report\r\nResult: Backup encountered errors.\r\n"));
+  }
   // Another job's marker was written just before a stop: its executor never began.
   clsJob never = Job("Never", TimeSerial(3, 0, 0));
-  const std::string neverMarker = dir_ / ("BackupLog-" + never.BackupLogId() + ".txt");
-  ASSERT_TRUE(WriteUnicodeFile(neverMarker, "Tarnwick run 20261123210020-0badf00d\r\n"));
+  never.RunStartTime(DateSerial(2026, 11, 23) + TimeSerial(21, 0, 20));
+  ASSERT_TRUE(WriteUnicodeFile(Marker(never), "Tarnwick run 20261123210020-0badf00d\r\n"));
+  test::WriteFile(At("BackupLog-Never.bak"), "");  // no marker
 
-  frmService restarted{host_, control_, dialog_, err_};
-  restarted.AdoptRunsInProgress();
-  EXPECT_FALSE(fs::exists(neverMarker));
-  EXPECT_EQ(1u, CountStartingWith(Entries(5), "Backup run never began | The run of backup job Never launched at "));
-  ASSERT_EQ(1, restarted.JobManager().JobsRunning());
-  restarted.Slot(0)->tmrPoll_Timer();
-  auto reports = host_.reports.GetSummaries(5);
-  ASSERT_EQ(1u, reports.size());
-  EXPECT_EQ("Ended", reports[0].JobName);
-  EXPECT_EQ(2, reports[0].Status);
-  EXPECT_FALSE(fs::exists(endedMarker));
+  service_.AdoptRunsInProgress();
+  EXPECT_FALSE(fs::exists(Marker(never)));
+  EXPECT_TRUE(fs::exists(At("BackupLog-Never.bak")));
+  auto entries = Entries(3);
+  std::sort(entries.begin(), entries.end());
+  EXPECT_EQ((std::vector<std::string>{
+                "0 Backup run picked up again | The run of backup job Ended that began at 2026-11-23 20:00:00 was "
+                "under way when the service stopped; it is reported when it ends.",
+                "0 Backup run picked up again | The run of backup job Older that began at 2026-11-23 21:00:30 was "
+                "under way when the service stopped; it is reported when it ends.",
+                "1 Backup run never began | The run of backup job Never launched at 2026-11-23 21:00:20 never began: "
+                "the service stopped before its executor started. The job runs again at its next time."}),
+            entries);
+  ASSERT_EQ(2, Running());
+  for (size_t i = 0; i < 2; ++i) service_.Slot(i)->tmrPoll_Timer();
+  const auto reports = host_.reports.GetSummaries(5);
+  ASSERT_EQ(2u, reports.size());
+  for (const auto& report : reports) EXPECT_EQ(2, report.Status) << report.JobName;
+  for (clsJob job : {ended, older}) EXPECT_FALSE(fs::exists(Marker(job)));
   // A second start finds nothing left to report.
   frmService again{host_, control_, dialog_, err_};
   again.AdoptRunsInProgress();
   EXPECT_EQ(0, again.JobManager().JobsRunning());
 }
 
-TEST_F(FrmServiceJobsTest, ThePrintOutStartsFromAFolderWithABlankAndOneThatCannotStartIsReported) {
-  const std::string folder = dir_ / "Tarnwick app";
-  fs::create_directory(folder);
-  ServiceHost host{folder, folder + "/settings.db", clock_, loop_, loop_};
-  frmService service{host, control_, dialog_, err_};
-  host.settings.General().Options().PrintSetting("office");
-  clsJob job = host.settings.General().AddJob("Nightly", "Nightly");
-  job.JobNotification().PrintReport(true);
-  auto complete = [&] {
-    RunningJob record = service.JobManager().AddJob(job);
-    record->Status = 1;
-    service.CompletionHandling(record);
-    std::vector<clsLogEntry> entries(1);
-    host.logs.GetLastLogs(1, entries);
-    return entries[0].Title + " | " + entries[0].Message;
-  };
+TEST_F(FrmServiceJobsTest, AStartTellsTheRunsMissedSinceTheLastPollAndTakesLastRunsFromTheReportLogs) {
+  test::SmtpServer smtp;
+  auto general = host_.settings.General();
+  general.MailSettings().EmailEnabled(true);
+  general.MailSettings().FailureReportRecipients("ops@example.org");
+  host_.settings.Store().WriteText("mail.server", "127.0.0.1");
+  host_.settings.Store().WriteInt("mail.port", smtp.Port());
+  // Report logs written before the settings kept each job's last run.
+  for (const char* name : {"Nightly", "Other"}) {
+    Job(name, TimeSerial(22, 0, 0));
+    clsReportLogEntry entry;
+    entry.JobName = name;
+    entry.Status = 2;
+    host_.reports.SaveNewEntry(entry);
+  }
+  service_.tmrPoll_Timer();  // the last poll, Monday 21:00:30
+  // Forty days later: only the last 31 days' runs are told, from Wednesday 2 December on.
+  clock_.AdvanceSeconds(40 * 86400);
+  bool started = false;
+  service_.ServiceStart(started);
+  ASSERT_TRUE(started);
+  for (const auto& job : host_.settings.Store().JobStatuses()) {
+    EXPECT_EQ(2, job.lastRunStatus) << job.name;
+    EXPECT_EQ(31, job.missedRuns) << job.name;
+  }
+  EXPECT_TRUE(host_.settings.Store().ReadBool("service.outcomes_recorded"));
+  EXPECT_EQ(31u, CountStartingWith(Entries(70), "1 Backup run missed | The backup job Nightly was due at 20"));
+  ASSERT_TRUE(test::WaitUntil([&] {
+    loop_.Sleep(10);
+    return fs::exists(smtp.Maildir() + "/1.env");
+  }));
+  const std::string mail = smtp.Read(1);
+  EXPECT_NE(npos, mail.find("Nightly: 2026-12-02 22:00")) << mail;
+  EXPECT_NE(npos, mail.find("Nightly: 2027-01-01 22:00")) << mail;
 
-  // No rights launcher: the print step fails, and says so.
-  const std::string failed = complete();
-  EXPECT_EQ(0u, failed.rfind("Internal error #20012 - ", 0)) << failed;
-  EXPECT_NE(std::string::npos, failed.find("The print-out could not be started: " + folder + "/DesktopRights"));
-
-  test::WriteFile(folder + "/DesktopRights", "#!/bin/sh\necho \"$@\" > '" + (dir_ / "printed") + "'\n");
-  ::chmod((folder + "/DesktopRights").c_str(), 0755);
-  clock_.AdvanceSeconds(1);
-  complete();
-  EXPECT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "printed"); }));
-  EXPECT_NE(std::string::npos, test::ReadFile(dir_ / "printed").find(folder + "/TWPrintOut"));
+  // A record that cannot be read is said, not passed over.
+  ASSERT_EQ(0, std::system(("sqlite3 '" + At("settings.db") +
+                            "' \"UPDATE settings SET value = 'maybe' WHERE key = 'service.outcomes_recorded'\"")
+                               .c_str()));
+  service_.ServiceStart(started);
+  EXPECT_EQ(0u, Entries(1)[0].rfind("2 Internal error #20000 - ", 0)) << Entries(1)[0];
 }
 
 TEST_F(FrmServiceJobsTest, ARunPastItsTimeOutIsReportedAsTimedOut) {
   HangingLauncher();
   clsJob job = Job("Nightly", TimeSerial(21, 0, 0));
   job.BackupTimeout(0);
+  const std::string marker = Marker(job);
   service_.tmrPoll_Timer();
-  ASSERT_EQ(1, service_.JobManager().JobsRunning());
+  ASSERT_EQ(1, Running());
   ASSERT_EQ(1, Occupied());
-  Events();
+  // Removed while its run hangs, the job is reported once, under its name, when the run times out.
+  host_.settings.General().RemoveJob(job);
 
   // Five minutes of grace: late once six minute boundaries have passed.
   clock_.AdvanceSeconds(5 * 60);
   service_.tmrPoll_Timer();
-  EXPECT_EQ(1, service_.JobManager().JobsRunning());
+  EXPECT_EQ(1, Running());
   clock_.AdvanceSeconds(60);
-  service_.tmrPoll_Timer();
-  EXPECT_EQ(0, service_.JobManager().JobsRunning());
+  for (int i = 0; i < 3; ++i) service_.tmrPoll_Timer();
+  EXPECT_EQ(0, Running());
   EXPECT_EQ(0, Occupied()) << "the slot is free for the next run";
-  EXPECT_FALSE(fs::exists(dir_ / ("BackupLog-" + job.BackupLogId() + ".txt")))
+  EXPECT_FALSE(fs::exists(marker))
       << "a marker left behind would have the run picked up and reported again at the next start";
 
   const std::string message =
       "The Tarnwick service has detected that the backup operation failed to complete within the timeout period. "
       "Please check the backup result manually.";
-  const auto entries = Entries(10);
-  EXPECT_EQ(1u, CountStartingWith(entries, "Backup process timed out | " + message));
-  const auto reports = host_.reports.GetSummaries(1);
+  const auto entries = Entries(40);
+  EXPECT_EQ("1 Backup process timed out | " + message + " [2]", entries[0]) << "with the picture, none here";
+  EXPECT_EQ(1u, CountStartingWith(entries, "1 Backup process timed out | "));
+  EXPECT_EQ(0u, CountStartingWith(entries, "2 Internal error"));
+  const auto reports = host_.reports.GetSummaries(5);
   ASSERT_EQ(1u, reports.size());
+  EXPECT_EQ("Nightly", reports[0].JobName);
   EXPECT_EQ(1, reports[0].Status);
   EXPECT_EQ(message, reports[0].Report);
-  EXPECT_EQ((std::vector<std::string>{"SmallBusinessServer 5634", "Tarnwick 1002"}), Events());
 
-  // The picture of an executor killed at a launch counts as a screenshot; it goes out with one
-  // report only.
-  Script("twprocess", "exit 1");
-  Script("DesktopRights", "[ -n \"$TARNWICK_SCREENSHOT\" ] && echo png > \"$TARNWICK_SCREENSHOT\"; exit 255");
+  // No camera, no picture. That of an executor killed at a launch counts as a screenshot; it goes
+  // out with the report of a failed run only, and with one only.
+  EXPECT_EQ("", service_.CaptureScreenshot());
+  EXPECT_FALSE(service_.ScreenshotTaken());
+  test::WriteScript(At("twprocess"), "exit 1");
+  test::WriteScript(At("DesktopRights"),
+                    "[ -n \"$TARNWICK_SCREENSHOT\" ] && echo png > \"$TARNWICK_SCREENSHOT\"; exit 255");
   ASSERT_TRUE(service_.KillPreviousBackup("TWExecutor"));
-  EXPECT_TRUE(service_.ScreenshotTaken());
-  RunningJob odd = service_.JobManager().AddJob(job);
-  odd->Status = 3;
-  service_.CompletionHandling(odd);
+  Complete(job, 1);
+  EXPECT_TRUE(service_.ScreenshotTaken()) << "a normal run's report goes without it";
+  Complete(job, 3);
   EXPECT_FALSE(service_.ScreenshotTaken());
 }
 

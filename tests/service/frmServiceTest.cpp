@@ -25,10 +25,17 @@ class FrmServiceTest : public ::testing::Test {
   // Setting the service up as root makes the default destination: here, not in /var/backups.
   FrmServiceTest() { host_.settings.Store().WriteText("general.default_destination", dir_ / "Archives"); }
   bool Installed() { return host_.settings.General().Options().ServiceInstalled(); }
-  std::vector<clsLogEntry> Logs(int count) {
+  // The newest entries as "TYPE TITLE | MESSAGE", with " [TYPE]" of an attachment.
+  std::vector<std::string> Entries(int count) {
     std::vector<clsLogEntry> entries(static_cast<size_t>(count));
     host_.logs.GetLastLogs(count, entries);
-    return entries;
+    std::vector<std::string> lines;
+    for (const auto& e : entries) {
+      if (e.Title.empty()) continue;
+      lines.push_back(std::to_string(e.LogType) + " " + e.Title + " | " + e.Message +
+                      (e.AttachmentType ? " [" + std::to_string(e.AttachmentType) + "]" : ""));
+    }
+    return lines;
   }
 
   test::TempDir dir_;
@@ -71,7 +78,7 @@ TEST_F(FrmServiceTest, SetupTakesTheAccountAfterOneSeparator) {
   EXPECT_TRUE(pump_.calls.empty());
 }
 
-TEST_F(FrmServiceTest, AFailedSetupIsRetriedOnceAfterStoppingAndRemoving) {
+TEST_F(FrmServiceTest, AFailedSetupIsRetriedOnceUnlessOnlyTheInstalledServiceWouldBeLost) {
   control_.installResults = {false, true};
   control_.lastError = "systemctl daemon-reload failed: Access denied";
   EXPECT_EQ(0, form_.Load("-setup backup pw"));
@@ -106,13 +113,13 @@ TEST_F(FrmServiceTest, AFailedSetupIsRetriedOnceAfterStoppingAndRemoving) {
   EXPECT_EQ((std::vector<std::string>{"Interactive(1)", "Account(.\\backup)", "Password(pw)", "Install"}), control_.calls);
   EXPECT_EQ(note + failed, err_.str());
   EXPECT_TRUE(Installed()) << "the service installed before is still there";
-}
 
-TEST_F(FrmServiceTest, SetupForAMissingAccountChangesNothing) {
-  host_.settings.General().Options().ServiceInstalled(true);
+  // Nor is a mistyped account: the account is looked up first.
+  err_.str("");
+  control_.calls.clear();
+  pump_.calls.clear();
   EXPECT_EQ(1, form_.Load("-setup CORP\\backup"));
-  EXPECT_EQ((std::vector<std::string>{"Interactive(1)", "Account(CORP\\backup)", "Password()"}), control_.calls)
-      << "no stop, no removal, no installation";
+  EXPECT_EQ((std::vector<std::string>{"Interactive(1)", "Account(CORP\\backup)", "Password()"}), control_.calls);
   EXPECT_TRUE(pump_.calls.empty());
   EXPECT_TRUE(Installed());
   EXPECT_EQ("TWService: there is no account \"backup@CORP\" on this system; the installed service was left as it was\n",
@@ -177,18 +184,6 @@ TEST_F(FrmServiceTest, UninstallReportsFailureUnlessQuiet) {
   EXPECT_EQ("Tarnwick failed to uninstall. Please ensure the service has been stopped.\n", err_.str());
 }
 
-TEST_F(FrmServiceTest, OnlyTheExactSwitchesAreKnown) {
-  for (const char* line : {"-INSTALL", "-install2", "-Debug", "--help", "install"}) {
-    err_.str("");
-    EXPECT_EQ(2, form_.Load(line)) << line;
-    EXPECT_EQ(0u, err_.str().find("Tarnwick Monitor Service: Invalid command option. Do not try installing the Tarnwick "
-                                  "Service manually, unless instructed to do so by Tarnwick Support.\n"))
-        << line;
-  }
-  EXPECT_TRUE(control_.calls.empty());
-  EXPECT_TRUE(dialog_.shown.empty());
-}
-
 TEST_F(FrmServiceTest, TheServiceEventsLogAndSwitchThePollTimer) {
   host_.settings.General().Options().CustomProductName("Acme Backup");
   std::vector<bool> timer;
@@ -207,18 +202,12 @@ TEST_F(FrmServiceTest, TheServiceEventsLogAndSwitchThePollTimer) {
   EXPECT_EQ(0, form_.Load("-debug"));
   EXPECT_EQ((std::vector<std::string>{"Debug(1)", "ControlsAccepted(2)", "StartService"}), control_.calls);
   EXPECT_EQ((std::vector<bool>{true, false, true, false}), timer);
-  const auto entries = Logs(4);
-  const std::pair<const char*, const char*> expected[] = {
-      {"Acme Backup service stopping", "The Acme Backup service has been instructed to stop"},
-      {"Acme Backup service continuing", "The Acme Backup service has been instructed to continue"},
-      {"Acme Backup service pausing", "The Acme Backup service has been instructed to pause"},
-      {"Acme Backup service starting", "The Acme Backup service has been instructed to start"},
-  };
-  for (size_t i = 0; i < 4; ++i) {
-    EXPECT_EQ(0, entries[i].LogType);
-    EXPECT_EQ(expected[i].first, entries[i].Title);
-    EXPECT_EQ(expected[i].second, entries[i].Message);
-  }
+  EXPECT_EQ((std::vector<std::string>{
+                "0 Acme Backup service stopping | The Acme Backup service has been instructed to stop",
+                "0 Acme Backup service continuing | The Acme Backup service has been instructed to continue",
+                "0 Acme Backup service pausing | The Acme Backup service has been instructed to pause",
+                "0 Acme Backup service starting | The Acme Backup service has been instructed to start"}),
+            Entries(4));
   // -debug echoes every entry.
   EXPECT_NE(std::string::npos, err_.str().find("info     Acme Backup service starting\n"));
 
@@ -228,15 +217,16 @@ TEST_F(FrmServiceTest, TheServiceEventsLogAndSwitchThePollTimer) {
 }
 
 TEST_F(FrmServiceTest, AServiceEventThatFailsLogsItsUnableToEntry) {
+  host_.settings.General().Options().CustomProductName("Acme Backup");
   bool success = true;
   RunServiceEvent(host_.logging, {"Tarnwick service starting", "The Tarnwick service has been instructed to start",
                                   "Tarnwick service unable to start"},
                   [] { throw TWError(6, "Overflow", "TWService"); }, success);
   EXPECT_FALSE(success);
-  const auto entries = Logs(2);
-  EXPECT_EQ(2, entries[0].LogType);
-  EXPECT_EQ("Tarnwick service unable to start", entries[0].Title);
-  EXPECT_EQ("Details: 6 / Overflow / TWService", entries[0].Message);
+  EXPECT_EQ((std::vector<std::string>{"2 Acme Backup service unable to start | Details: 6 / Overflow / TWService",
+                                      "0 Acme Backup service starting | The Acme Backup service has been instructed to "
+                                      "start"}),
+            Entries(3));
 }
 
 TEST_F(FrmServiceTest, TheDialogAsksAgainAfterAMismatchOrAFailure) {
@@ -269,7 +259,7 @@ TEST_F(FrmServiceTest, TheDialogAsksAgainAfterAMismatchOrAFailure) {
                                       "Reason: there is no account \"admin\" on this system"}),
             dialog_.messages);
   EXPECT_FALSE(Installed());
-  EXPECT_TRUE(Logs(1)[0].Title.empty()) << "a failed interactive install writes no log entry";
+  EXPECT_TRUE(Entries(1).empty()) << "a failed interactive install writes no log entry";
 
   // An empty user name installs the default account, whatever the password boxes hold.
   control_.calls.clear();
