@@ -67,9 +67,8 @@ std::optional<std::string> DatagramReceiver::Receive(int timeoutMs) {
 }
 
 std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream content;
-  content << in.rdbuf();
+  std::ostringstream content;
+  content << std::ifstream(path, std::ios::binary).rdbuf();
   return content.str();
 }
 
@@ -134,6 +133,13 @@ std::optional<int> WaitForPid(int pid, std::optional<int>& status, int timeoutMs
   return std::nullopt;
 }
 
+// Kills a child that is still running, and waits for it.
+void Reap(int pid, std::optional<int>& status) {
+  if (WaitForPid(pid, status, 0)) return;
+  ::kill(pid, SIGKILL);
+  WaitForPid(pid, status, 5000);
+}
+
 }  // namespace
 
 ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& environment,
@@ -151,12 +157,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vect
   if (rc != 0) throw std::runtime_error("cannot start " + argv[0]);
 }
 
-ChildProcess::~ChildProcess() {
-  if (!status_ && !Wait(0)) {
-    ::kill(pid_, SIGKILL);
-    Wait(5000);
-  }
-}
+ChildProcess::~ChildProcess() { Reap(pid_, status_); }
 
 void ChildProcess::Signal(int signal) { ::kill(pid_, signal); }
 
@@ -175,10 +176,7 @@ PtySession::PtySession(const std::vector<std::string>& argv, const std::vector<s
 }
 
 PtySession::~PtySession() {
-  if (!status_ && !Wait(0)) {
-    ::kill(pid_, SIGKILL);
-    Wait(5000);
-  }
+  Reap(pid_, status_);
   ::close(master_);
 }
 
@@ -258,6 +256,7 @@ ScopedEnvironment::ScopedEnvironment(const std::vector<std::pair<std::string, st
     saved_.emplace_back(name, current ? std::optional<std::string>(current) : std::nullopt);
     ::setenv(name.c_str(), value.c_str(), 1);
   }
+  ::tzset();
 }
 
 ScopedEnvironment::~ScopedEnvironment() {
@@ -267,20 +266,6 @@ ScopedEnvironment::~ScopedEnvironment() {
     } else {
       ::unsetenv(name.c_str());
     }
-  }
-}
-
-ScopedTimeZone::ScopedTimeZone(const char* zone) {
-  if (const char* current = std::getenv("TZ")) saved_ = current;
-  ::setenv("TZ", zone, 1);
-  ::tzset();
-}
-
-ScopedTimeZone::~ScopedTimeZone() {
-  if (saved_) {
-    ::setenv("TZ", saved_->c_str(), 1);
-  } else {
-    ::unsetenv("TZ");
   }
   ::tzset();
 }
