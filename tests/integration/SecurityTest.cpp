@@ -1,6 +1,6 @@
-// The built service as an attacker and a careful administrator see it: what it leaves readable,
-// what another local user can see of the backup account's password, and what a pause signal sent
-// to every process of the service does to a backup under way.
+// The built service as an attacker and a careful administrator see it: what another local user can
+// see of the backup account's password, what it leaves readable, and what a pause signal sent to
+// every process of the service does to a backup under way.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -56,25 +56,6 @@ class SecurityTest : public test::ServiceFixture {
     for (const auto& entry : fs::directory_iterator(path)) ExpectPrivate(entry.path());
   }
 };
-
-TEST_F(SecurityTest, UnderAnOpenUmaskEveryFileTheServiceMakesIsPrivate) {
-  settings_.General().Options().DetailedLogging(true);
-  settings_.General().Options().PrintSetting("office");
-  settings_.Store().WriteInt("mail.port", 1);  // refused: the failed attempt leaves its transcript
-  clsJob job = Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
-  job.JobNotification().PrintReport(true);
-  const mode_t saved = ::umask(0);
-  Start("2026-11-23 21:00:05");
-  ::umask(saved);
-  ASSERT_TRUE(ReportsArrive(1)) << test::ReadFile(dir_ / "service.out");
-  ASSERT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "Mail") && !fs::is_empty(dir_ / "Mail"); }, 20000));
-  Stop();
-  EXPECT_EQ(0, Reports()[0].Status) << Reports()[0].Report;
-  for (const char* made : {"Logs", "Reports", "Mail", "Spool", "Snapshots", "dest", "TWService.lock"}) {
-    ExpectPrivate(dir_ / made);
-  }
-  EXPECT_TRUE(fs::exists(dir_ / "Logs/Attachments")) << "the detail entries keep their attachments";
-}
 
 TEST_F(SecurityTest, ABackupAccountRunsTheBackupAndNoOtherUserSeesItsPassword) {
   if (!platform::RunningAsRoot()) GTEST_SKIP() << "switching to a backup account needs root";
@@ -145,10 +126,15 @@ TEST_F(SecurityTest, ABackupAccountRunsTheBackupAndNoOtherUserSeesItsPassword) {
   }
 }
 
-TEST_F(SecurityTest, PauseSentToEveryProcessOfTheServiceStopsOnlyThePolling) {
+TEST_F(SecurityTest, EveryFileMadeIsPrivateAndAPauseSentToEveryProcessStopsOnlyThePolling) {
+  settings_.General().Options().DetailedLogging(true);
+  settings_.General().Options().PrintSetting("office");
+  settings_.Store().WriteInt("mail.port", 1);  // refused: the failed attempt leaves its transcript
   LargeSource(dir_ / "big");
-  Job("Nightly", TimeSerial(21, 0, 0), dir_ / "big");
+  Job("Nightly", TimeSerial(21, 0, 0), dir_ / "big").JobNotification().PrintReport(true);
+  const mode_t saved = ::umask(0);
   Start("2026-11-23 21:00:05");
+  ::umask(saved);
   ASSERT_TRUE(test::WaitUntil([&] {
     for (int pid : ProcessesOf(dir_.Path())) {
       if (test::ReadFile("/proc/" + std::to_string(pid) + "/comm") == "gzip\n") return true;
@@ -180,8 +166,14 @@ TEST_F(SecurityTest, PauseSentToEveryProcessOfTheServiceStopsOnlyThePolling) {
   EXPECT_EQ(1, second.Wait(10000));
   EXPECT_NE(std::string::npos, test::ReadFile(dir_ / "second.out").find("(process " + std::to_string(service_->Pid()) +
                                                                         ") is running on the application folder"));
+  ASSERT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "Mail") && !fs::is_empty(dir_ / "Mail"); }, 20000));
   Stop();
   EXPECT_EQ(0u, Twctl(dir_.Path(), "service pause").find("twctl: no TWService is running on " + dir_.Path()));
+  // Under an open umask, every folder and file the service and its helpers made is private.
+  for (const char* made : {"Logs", "Reports", "Mail", "Spool", "Snapshots", "dest", "TWService.lock"}) {
+    ExpectPrivate(dir_ / made);
+  }
+  EXPECT_TRUE(fs::exists(dir_ / "Logs/Attachments")) << "the detail entries keep their attachments";
 }
 
 }  // namespace

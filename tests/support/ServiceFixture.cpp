@@ -1,7 +1,6 @@
 #include "tests/support/ServiceFixture.h"
 
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -36,12 +35,6 @@ std::vector<std::string> LogTitles(const std::string& applicationFolder, int cou
   std::vector<std::string> titles;
   for (const auto& e : LastLogs(applicationFolder, count)) titles.push_back(e.Title);
   return titles;
-}
-
-void WriteScript(const std::string& path, const std::string& body) {
-  fs::remove(path);
-  WriteFile(path, "#!/bin/sh\n" + body);
-  ::chmod(path.c_str(), 0755);
 }
 
 ServiceFixture::ServiceFixture() {
@@ -116,9 +109,7 @@ bool ServiceFixture::MailsArrive(int count) {
   return WaitUntil([&] { return smtp_.Count() == count; }, 20000);
 }
 
-std::vector<std::string> ServiceFixture::Titles(int count, const std::string& folder) {
-  return LogTitles(folder.empty() ? dir_.Path() : folder, count);
-}
+std::vector<std::string> ServiceFixture::Titles(int count) { return LogTitles(dir_.Path(), count); }
 
 bool ServiceFixture::TitleArrives(const std::string& title, int count, int timeoutMs) {
   return WaitUntil([&] { return std::ranges::count(Titles(count), title) > 0; }, timeoutMs);

@@ -20,9 +20,6 @@ namespace tw::test {
 std::vector<clsLogEntry> LastLogs(const std::string& applicationFolder, int count);
 std::vector<std::string> LogTitles(const std::string& applicationFolder, int count);
 
-// Writes an executable shell script.
-void WriteScript(const std::string& path, const std::string& body);
-
 class ServiceFixture : public ::testing::Test {
  protected:
   ServiceFixture();
@@ -40,8 +37,8 @@ class ServiceFixture : public ::testing::Test {
   std::vector<clsReportLogEntry> Reports();
   bool ReportsArrive(size_t count, int timeoutMs = 40000);
   bool MailsArrive(int count);
-  // The newest application-log titles, newest first; `folder` reads another view of the folder.
-  std::vector<std::string> Titles(int count, const std::string& folder = "");
+  // The newest application-log titles, newest first.
+  std::vector<std::string> Titles(int count);
   bool TitleArrives(const std::string& title, int count = 20, int timeoutMs = 40000);
   // The newest application-log entries whose title begins with `prefix`, newest first.
   std::vector<clsLogEntry> EntriesStartingWith(const std::string& prefix, int count = 100);

@@ -120,17 +120,13 @@ std::vector<char*> Pointers(const std::vector<std::string>& texts) {
 }
 
 std::optional<int> WaitForPid(int pid, std::optional<int>& status, int timeoutMs) {
-  if (status) return status;
-  for (int waited = 0; waited <= timeoutMs; waited += 5) {
+  WaitUntil([&] {
     int raw = 0;
-    const pid_t done = ::waitpid(pid, &raw, WNOHANG);
-    if (done == pid) {
-      status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
-      return status;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return std::nullopt;
+    if (status || ::waitpid(pid, &raw, WNOHANG) != pid) return status.has_value();
+    status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+    return true;
+  }, timeoutMs);
+  return status;
 }
 
 // Kills a child that is still running, and waits for it.
@@ -220,10 +216,10 @@ SmtpServer::SmtpServer(const std::vector<std::string>& options) {
                                 dir_.Path()};
   argv.insert(argv.end(), options.begin(), options.end());
   process_ = std::make_unique<ChildProcess>(argv, std::vector<std::string>{}, dir_ / "server.out");
-  if (!WaitUntil([&] { return ReadFile(dir_ / "server.out").find("READY ") != std::string::npos; }, 15000)) {
-    throw std::runtime_error("the SMTP server did not start: " + ReadFile(dir_ / "server.out"));
+  std::string out;
+  if (!WaitUntil([&] { return (out = ReadFile(dir_ / "server.out")).find("READY ") != std::string::npos; }, 15000)) {
+    throw std::runtime_error("the SMTP server did not start: " + out);
   }
-  const std::string out = ReadFile(dir_ / "server.out");
   port_ = std::atoi(out.c_str() + out.find("READY ") + 6);
 }
 
