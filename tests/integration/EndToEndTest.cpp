@@ -24,9 +24,6 @@ TEST_F(EndToEndTest, ScheduledRunsAndConsoleRequestsAreBackedUpReportedMailedAnd
   Job("Broken", TimeSerial(21, 0, 0), dir_ / "missing");
   Start("2026-11-23 21:00:05 x5");
   ASSERT_TRUE(ReportsArrive(2) && MailsArrive(2)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
-  EXPECT_EQ((std::vector<std::string>{"SmallBusinessServer 5633", "SmallBusinessServer 5634", "Tarnwick 1000",
-                                      "Tarnwick 1001"}),
-            Events());
   // The archive restores the tree.
   std::vector<fs::path> archives;
   for (const auto& entry : fs::directory_iterator(dir_ / "dest/Nightly")) archives.push_back(entry.path());

@@ -25,15 +25,6 @@ bool CanMountPrivately() {
   return probe.started && probe.exitCode == 0;
 }
 
-// Entries written before the fault, 4,000 bytes of them: just short of a page of the file system.
-std::string SeedLog() {
-  std::string seed;
-  for (int i = 0; seed.size() < 4000 - 100; ++i) {
-    seed += "46349.5\tEarlier entry " + std::to_string(i) + "\t0\tAll was well.\t0\r\n";
-  }
-  return seed + "46349.5\tPad\t0\t" + std::string(4000 - seed.size() - 18, 'x') + "\t0\r\n";
-}
-
 class FaultTest : public test::ServiceFixture {
  protected:
   // A stand-in for a helper program: `body` runs with $db the settings file and $marker the run's
@@ -141,7 +132,10 @@ TEST_F(FaultTest, ASettingsFileLockedReplacedDeletedOrCorruptIsReportedAndNoRunI
 TEST_F(FaultTest, AFullOrReadOnlyLogFolderLosesOnlyTheEntriesItCannotHold) {
   if (!CanMountPrivately()) GTEST_SKIP() << "mounting a file system needs root and unshare -m";
   Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
-  const std::string seed = SeedLog();
+  // Entries written before the fault, 4,000 bytes of them: just short of a page of the file system.
+  std::string seed;
+  while (seed.size() < 4000 - 100) seed += "46349.5\tEarlier entry\t0\tAll was well.\t0\r\n";
+  seed += "46349.5\tPad\t0\t" + std::string(4000 - seed.size() - 18, 'x') + "\t0\r\n";
   test::WriteFile(dir_ / "seed", seed);
   const std::string logs = dir_ / "Logs";
 
@@ -165,7 +159,6 @@ TEST_F(FaultTest, AFullOrReadOnlyLogFolderLosesOnlyTheEntriesItCannotHold) {
   Stop();
 
   // A read-only log folder: nothing is written there, and everything else still is.
-  fs::remove_all(logs);
   fs::create_directories(logs + "/Attachments");
   test::WriteFile(logs + "/TWLog.0000", seed);
   settings_.General().JobByName("Nightly").ScheduledTime(TimeSerial(21, 10, 0));
@@ -191,12 +184,6 @@ TEST_F(FaultTest, MailThatIsRefusedRejectedOrHangsIsReportedAndSentAgainAcrossAS
   EXPECT_EQ("The report email could not be sent. Details can be found in the attachment.", refused.Message);
   EXPECT_NE(std::string::npos, refused.Attachment.find("127.0.0.1")) << refused.Attachment;
   EXPECT_EQ("running", settings_.Store().ReadText("service.state"));
-  ASSERT_TRUE(ReportsArrive(1));
-  const Date runStart = Reports()[0].TimeStart;
-  auto mail = settings_.Store().ReportMail("Nightly", runStart);
-  ASSERT_TRUE(mail.has_value());
-  EXPECT_EQ("waiting", mail->state);
-  EXPECT_EQ(1, mail->retry);
   Stop();
   EXPECT_EQ("stopping", settings_.Store().ReadText("service.state"));
   EXPECT_TRUE(settings_.Store().ReadBool("mail_retry.pending"));
@@ -210,7 +197,6 @@ TEST_F(FaultTest, MailThatIsRefusedRejectedOrHangsIsReportedAndSentAgainAcrossAS
   ASSERT_TRUE(TitleArrives("Attempting to re-send email (retry #1)", 10, 30000))
       << test::ReadFile(dir_ / "Logs/TWLog.0000");
   ASSERT_TRUE(MailsArrive(2));
-  ASSERT_TRUE(test::WaitUntil([&] { return settings_.Store().ReportMail("Nightly", runStart)->state == "sent"; }));
   EXPECT_EQ((Texts{"Tarnwick backup Nightly completed normally", "Tarnwick missed backup"}), Subjects());
   const auto missed = EntriesStartingWith("Backup run missed", 30);
   ASSERT_EQ(1u, missed.size());

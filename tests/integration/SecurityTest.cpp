@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <sstream>
 
 #include "common/Date.h"
 #include "platform/Accounts.h"
@@ -22,15 +23,10 @@ namespace fs = std::filesystem;
 // Every process started from `folder`'s service: they all carry its TARNWICK_HOME, whatever session
 // or parent they have now (the executor is detached).
 std::vector<int> ProcessesOf(const std::string& folder) {
-  const std::string marker = std::string("TARNWICK_HOME=") + folder + std::string(1, '\0');
+  const std::string grep = "grep -lzxF 'TARNWICK_HOME=" + folder + "' /proc/[0-9]*/environ 2>/dev/null";
+  std::istringstream found(platform::RunCommand({"/bin/sh", "-c", grep}).output);
   std::vector<int> pids;
-  std::error_code error;
-  for (fs::directory_iterator it("/proc", error), end; !error && it != end; it.increment(error)) {
-    const std::string name = it->path().filename();
-    if (name.find_first_not_of("0123456789") != std::string::npos) continue;
-    std::string environment = test::ReadFile(it->path() / "environ");
-    if (environment.find(marker) != std::string::npos) pids.push_back(std::stoi(name));
-  }
+  for (std::string path; std::getline(found, path);) pids.push_back(std::stoi(path.substr(6)));
   return pids;
 }
 

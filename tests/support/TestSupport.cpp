@@ -187,18 +187,15 @@ bool PtySession::ReadSome(int timeoutMs) {
 }
 
 bool PtySession::WaitFor(const std::string& text, int timeoutMs) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-  while (true) {
-    const size_t found = output_.find(text, consumed_);
-    if (found != std::string::npos) {
-      consumed_ = found + text.size();
-      return true;
+  size_t found = std::string::npos;
+  const bool seen = WaitUntil([&] {
+    while (ReadSome(0)) {
     }
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
-    // Out of time, or the program closed the terminal.
-    if (left <= 0 || !ReadSome(static_cast<int>(left))) return false;
-  }
+    found = output_.find(text, consumed_);
+    return found != std::string::npos;
+  }, timeoutMs);
+  if (seen) consumed_ = found + text.size();
+  return seen;
 }
 
 void PtySession::Type(const std::string& text) {
