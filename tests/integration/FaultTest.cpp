@@ -140,7 +140,7 @@ TEST_F(FaultTest, AFullOrReadOnlyLogFolderLosesOnlyTheEntriesItCannotHold) {
   const std::string logs = dir_ / "Logs";
 
   // A log folder on a file system that is full: its last page holds 96 bytes more.
-  Start("2026-11-23 21:00:05", "mkdir -p " + logs + "\nmount -t tmpfs -o size=16k tmpfs " + logs + "\nmkdir " +
+  Start("2026-11-23 21:00:05 x3", "mkdir -p " + logs + "\nmount -t tmpfs -o size=16k tmpfs " + logs + "\nmkdir " +
                                    logs + "/Attachments\ncp " + (dir_ / "seed") + " " + logs +
                                    "/TWLog.0000\nhead -c 1M /dev/zero > " + logs + "/filler 2>/dev/null || true");
   ASSERT_TRUE(ReportsArrive(1) && MailsArrive(1)) << test::ReadFile(dir_ / "service.out");
@@ -162,7 +162,7 @@ TEST_F(FaultTest, AFullOrReadOnlyLogFolderLosesOnlyTheEntriesItCannotHold) {
   fs::create_directories(logs + "/Attachments");
   test::WriteFile(logs + "/TWLog.0000", seed);
   settings_.General().JobByName("Nightly").ScheduledTime(TimeSerial(21, 10, 0));
-  Start("2026-11-23 21:10:05", "mount --bind " + logs + " " + logs + "\nmount -o remount,bind,ro " + logs);
+  Start("2026-11-23 21:10:05 x3", "mount --bind " + logs + " " + logs + "\nmount -o remount,bind,ro " + logs);
   ASSERT_TRUE(ReportsArrive(2) && MailsArrive(2)) << test::ReadFile(dir_ / "service.out");
   EXPECT_EQ((Texts{"SmallBusinessServer 5633", "Tarnwick 1000"}), Events());
   Stop();
@@ -339,11 +339,11 @@ TEST_F(FaultTest, SigtermDuringARunStopsTheServiceAndTheRunIsReportedAtTheNextSt
 
   // Stopped once the executor it launched is at work: the next start watches the run to its end.
   settings_.General().JobByName("Nightly").ScheduledTime(TimeSerial(21, 10, 0));
-  StandIn("TWExecutor", "status -2\nready\nsleep 3\nreport 'Watched run\\r\\nResult: done\\r\\n'\nstatus 1\n");
-  Start("2026-11-23 21:10:05");
+  StandIn("TWExecutor", "status -2\nready\nsleep 9\nreport 'Watched run\\r\\nResult: done\\r\\n'\nstatus 1\n");
+  Start("2026-11-23 21:10:05 x3");
   ASSERT_TRUE(test::WaitUntil([&] { return settings_.General().JobByName("Nightly").RunStatus() == -2; }, 20000));
   Stop();
-  Start("2026-11-23 21:10:30");
+  Start("2026-11-23 21:10:30 x3");
   ASSERT_TRUE(ReportsArrive(2) && MailsArrive(2)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
   Stop();
   EXPECT_EQ(2u, CountStartingWith(Titles(30), "Backup run picked up again"));

@@ -96,7 +96,7 @@ TEST_F(SecurityTest, ABackupAccountRunsTheBackupAndNoOtherUserSeesItsPassword) {
                                   "' [0-9]*/cmdline [0-9]*/environ >> '" + (watch / "seen") +
                                   "' 2>/dev/null; grep -l -a 'TWExecuto[r]' [0-9]*/cmdline >> '" +
                                   (watch / "executors") + "' 2>/dev/null; done"});
-  Start("2026-11-23 21:00:05");
+  Start("2026-11-23 21:00:05 x3");
   ASSERT_TRUE(ReportsArrive(1) && MailsArrive(1)) << test::ReadFile(dir_ / "service.out");
   Stop();
   watcher.Signal(SIGKILL);
@@ -129,7 +129,7 @@ TEST_F(SecurityTest, EveryFileMadeIsPrivateAndAPauseSentToEveryProcessStopsOnlyT
   LargeSource(dir_ / "big");
   Job("Nightly", TimeSerial(21, 0, 0), dir_ / "big").JobNotification().PrintReport(true);
   const mode_t saved = ::umask(0);
-  Start("2026-11-23 21:00:05");
+  Start("2026-11-23 21:00:05 x3");
   ::umask(saved);
   ASSERT_TRUE(test::WaitUntil([&] {
     for (int pid : ProcessesOf(dir_.Path())) {
