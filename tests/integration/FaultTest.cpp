@@ -32,7 +32,7 @@ class FaultTest : public test::ServiceFixture {
   // executor has started, `status N` sets the run's status and `report TEXT` writes the report as
   // the executor does (UTF-16LE with a byte-order mark).
   void StandIn(const std::string& program, const std::string& body) {
-    fs::remove(dir_ / program);
+    fs::remove(dir_ / program);  // a link to the built program: writing through it would overwrite the build
     test::WriteFile(dir_ / program,
                     "#!/bin/sh\ndb='" + (dir_ / "settings.db") + "'\nmarker=$(ls '" + dir_.Path() +
                         "'/BackupLog-*.txt | head -n 1)\n"
