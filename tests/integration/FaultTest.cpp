@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "platform/Process.h"
+#include "settings/Database.h"
 #include "tests/support/ServiceFixture.h"
 
 namespace tw {
@@ -67,15 +68,8 @@ class FaultTest : public test::ServiceFixture {
 TEST_F(FaultTest, ASettingsFileLockedReplacedDeletedOrCorruptIsReportedAndNoRunIsLost) {
   Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
   // Another program holds the file: no one else may write meanwhile.
-  test::WriteFile(dir_ / "lock.py",
-                  "import sqlite3, sys, time\n"
-                  "db = sqlite3.connect(sys.argv[1], isolation_level=None)\n"
-                  "db.execute('BEGIN EXCLUSIVE')\n"
-                  "db.execute(\"UPDATE settings SET value = value WHERE key = 'mail.server'\")\n"
-                  "print('LOCKED', flush=True)\n"
-                  "time.sleep(600)\n");
-  test::ChildProcess lock({"/usr/bin/python3", dir_ / "lock.py", dir_ / "settings.db"}, {}, dir_ / "lock.out");
-  ASSERT_TRUE(test::WaitUntil([&] { return test::ReadFile(dir_ / "lock.out") == "LOCKED\n"; }));
+  auto lock = std::make_unique<Database>(dir_ / "settings.db");
+  lock->Execute("BEGIN EXCLUSIVE; UPDATE settings SET value = value WHERE key = 'mail.server'");
   Start("2026-11-23 21:00:05 x3");
   // The scheduled check cannot record that its minute has fired: it reports that under its own
   // code and tries again at the next tick.
@@ -85,7 +79,7 @@ TEST_F(FaultTest, ASettingsFileLockedReplacedDeletedOrCorruptIsReportedAndNoRunI
   EXPECT_NE(std::string::npos, locked.find("  Error description: Cannot ")) << locked;
   EXPECT_NE(std::string::npos, locked.find("database is locked")) << locked;
   // Once the lock is gone, the run still goes ahead within its minute.
-  lock.Signal(SIGKILL);
+  lock.reset();
   ASSERT_TRUE(ReportsArrive(1) && MailsArrive(1)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
 
   // Garbage put in the file's place while the service runs (a restore gone wrong): reported at
