@@ -1,7 +1,6 @@
 #include "tests/support/ServiceFixture.h"
 
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -38,12 +37,6 @@ std::vector<std::string> LogTitles(const std::string& applicationFolder, int cou
   return titles;
 }
 
-void WriteScript(const std::string& path, const std::string& body) {
-  fs::remove(path);
-  WriteFile(path, "#!/bin/sh\n" + body);
-  ::chmod(path.c_str(), 0755);
-}
-
 ServiceFixture::ServiceFixture() {
   // twprocess and TWCam stay out: a lingering-executor check must not reach other tests' runs.
   for (const char* program : {"TWService", "DesktopRights", "TWExecutor", "TWPrintOut", "twmessage"}) {
@@ -52,15 +45,18 @@ ServiceFixture::ServiceFixture() {
   fs::create_directories(dir_ / "src/sub");
   WriteFile(dir_ / "src/a.txt", "alpha\n");
   WriteFile(dir_ / "src/sub/b.txt", "beta\n");
-  auto general = settings_.General();
-  settings_.Store().WriteBool("mail.email_enabled", true);
-  settings_.Store().WriteText("mail.server", "127.0.0.1");
-  settings_.Store().WriteInt("mail.port", smtp_.Port());
-  settings_.Store().WriteText("mail.success_recipients", "ok@example.org");
-  settings_.Store().WriteText("mail.failure_recipients", "failed@example.org");
-  settings_.Store().WriteText("mail.reminder_recipients", "reminders@example.org");
-  general.Options().SbsReportingEnabled(true);
-  general.Options().EventLogEnabled(true);
+  Configure(settings_);
+}
+
+void ServiceFixture::Configure(TWSettings& settings) {
+  settings.Store().WriteBool("mail.email_enabled", true);
+  settings.Store().WriteText("mail.server", "127.0.0.1");
+  settings.Store().WriteInt("mail.port", smtp_.Port());
+  settings.Store().WriteText("mail.success_recipients", "ok@example.org");
+  settings.Store().WriteText("mail.failure_recipients", "failed@example.org");
+  settings.Store().WriteText("mail.reminder_recipients", "reminders@example.org");
+  settings.General().Options().SbsReportingEnabled(true);
+  settings.General().Options().EventLogEnabled(true);
 }
 
 clsJob ServiceFixture::Job(const std::string& name, Date time, const std::string& source) {
@@ -92,6 +88,12 @@ void ServiceFixture::Stop() {
   EXPECT_EQ(0, service_->Wait(10000)) << "the service did not stop; its log:\n" << ReadFile(dir_ / "Logs/TWLog.0000");
 }
 
+void ServiceFixture::RequestTestBackup(const std::string& job) {
+  auto console = settings_.General().Console();
+  console.RequestJobName(job);
+  console.TestBackupRequested(true);
+}
+
 std::vector<clsReportLogEntry> ServiceFixture::Reports() {
   SystemClock clock;
   TWSettings settings(dir_ / "settings.db");
@@ -103,15 +105,20 @@ bool ServiceFixture::ReportsArrive(size_t count, int timeoutMs) {
   return WaitUntil([&] { return Reports().size() >= count; }, timeoutMs);
 }
 
-std::vector<std::string> ServiceFixture::Titles(int count, const std::string& folder) {
-  return LogTitles(folder.empty() ? dir_.Path() : folder, count);
+bool ServiceFixture::MailsArrive(int count) {
+  return WaitUntil([&] { return smtp_.Count() == count; }, 20000);
 }
 
+std::vector<std::string> ServiceFixture::Titles(int count) { return LogTitles(dir_.Path(), count); }
+
 bool ServiceFixture::TitleArrives(const std::string& title, int count, int timeoutMs) {
-  return WaitUntil([&] {
-    const auto titles = Titles(count);
-    return std::find(titles.begin(), titles.end(), title) != titles.end();
-  }, timeoutMs);
+  return WaitUntil([&] { return std::ranges::count(Titles(count), title) > 0; }, timeoutMs);
+}
+
+std::vector<clsLogEntry> ServiceFixture::EntriesStartingWith(const std::string& prefix, int count) {
+  auto entries = LastLogs(dir_.Path(), count);
+  std::erase_if(entries, [&](const clsLogEntry& e) { return !e.Title.starts_with(prefix); });
+  return entries;
 }
 
 std::vector<std::string> ServiceFixture::Events() {
@@ -135,27 +142,7 @@ std::vector<std::string> ServiceFixture::Answers() {
 }
 
 bool ServiceFixture::AnswerArrives(const std::string& line, int timeoutMs) {
-  return WaitUntil([&] {
-    const auto answers = Answers();
-    return std::find(answers.begin(), answers.end(), line) != answers.end();
-  }, timeoutMs);
-}
-
-void ServiceFixture::SlowLauncher(int seconds) {
-  const std::string db = dir_ / "settings.db";
-  // Claims the run's marker as the executor does, then marks the job running.
-  std::string body = "marker=$(ls '" + dir_.Path() +
-                     "'/BackupLog-*.txt | head -n 1); { printf '\\377\\376'; printf 'Tarnwick backup report\\r\\nThe "
-                     "backup is running.\\r\\n' | iconv -f UTF-8 -t UTF-16LE; } > \"$marker\"\n"
-                     "sqlite3 -cmd '.timeout 5000' '" + db + "' 'UPDATE jobs SET run_status = -2'\n";
-  if (seconds >= 0) {
-    body += "( sleep " + std::to_string(seconds) + "; marker=$(ls '" + dir_.Path() +
-            "'/BackupLog-*.txt); { printf '\\377\\376'; printf 'Slow run\\r\\nResult: done\\r\\n' | "
-            "iconv -f UTF-8 -t UTF-16LE; } > \"$marker\"; sqlite3 -cmd '.timeout 5000' '" + db +
-            "' 'UPDATE jobs SET run_status = 1' ) >/dev/null 2>&1 &\n";
-  }
-  body += "exit 255\n";
-  WriteScript(dir_ / "DesktopRights", body);
+  return WaitUntil([&] { return std::ranges::count(Answers(), line) > 0; }, timeoutMs);
 }
 
 }  // namespace tw::test

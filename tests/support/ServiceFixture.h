@@ -20,32 +20,33 @@ namespace tw::test {
 std::vector<clsLogEntry> LastLogs(const std::string& applicationFolder, int count);
 std::vector<std::string> LogTitles(const std::string& applicationFolder, int count);
 
-// Writes an executable shell script.
-void WriteScript(const std::string& path, const std::string& body);
-
 class ServiceFixture : public ::testing::Test {
  protected:
   ServiceFixture();
 
+  // Mail to the test's server, reports to SBS and the event log on: the fixture's settings, or a
+  // settings file made afresh.
+  void Configure(TWSettings& settings);
   clsJob Job(const std::string& name, Date time, const std::string& source);
   // Starts TWService; with `fakeStart` ("2026-11-23 21:00:05", or with " x30" to run faster) its
   // clock starts there. With `setup`, the service runs in a mount namespace of its own after that
   // shell text has run there (as root: mounts that only the service sees).
   void Start(const std::string& fakeStart = "", const std::string& setup = "");
   void Stop();
+  void RequestTestBackup(const std::string& job = "Nightly");
   std::vector<clsReportLogEntry> Reports();
   bool ReportsArrive(size_t count, int timeoutMs = 40000);
-  // The newest application-log titles, newest first; `folder` reads another view of the folder.
-  std::vector<std::string> Titles(int count, const std::string& folder = "");
+  bool MailsArrive(int count);
+  // The newest application-log titles, newest first.
+  std::vector<std::string> Titles(int count);
   bool TitleArrives(const std::string& title, int count = 20, int timeoutMs = 40000);
+  // The newest application-log entries whose title begins with `prefix`, newest first.
+  std::vector<clsLogEntry> EntriesStartingWith(const std::string& prefix, int count = 100);
   // Event-log entries received so far, as "SOURCE EVENT-ID", sorted.
   std::vector<std::string> Events();
   std::vector<std::string> Subjects();
   std::vector<std::string> Answers();
   bool AnswerArrives(const std::string& line, int timeoutMs = 40000);
-  // A rights launcher whose executor takes `seconds` to finish, or never finishes (-1): it marks the
-  // run as under way, answers as the real launcher does, and later writes a report and status 1.
-  void SlowLauncher(int seconds);
 
   TempDir dir_;
   DatagramReceiver syslog_{dir_ / "syslog"};

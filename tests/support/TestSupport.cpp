@@ -67,9 +67,8 @@ std::optional<std::string> DatagramReceiver::Receive(int timeoutMs) {
 }
 
 std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream content;
-  content << in.rdbuf();
+  std::ostringstream content;
+  content << std::ifstream(path, std::ios::binary).rdbuf();
   return content.str();
 }
 
@@ -130,17 +129,20 @@ std::vector<char*> Pointers(const std::vector<std::string>& texts) {
 }
 
 std::optional<int> WaitForPid(int pid, std::optional<int>& status, int timeoutMs) {
-  if (status) return status;
-  for (int waited = 0; waited <= timeoutMs; waited += 5) {
+  WaitUntil([&] {
     int raw = 0;
-    const pid_t done = ::waitpid(pid, &raw, WNOHANG);
-    if (done == pid) {
-      status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
-      return status;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return std::nullopt;
+    if (status || ::waitpid(pid, &raw, WNOHANG) != pid) return status.has_value();
+    status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+    return true;
+  }, timeoutMs);
+  return status;
+}
+
+// Kills a child that is still running, and waits for it.
+void Reap(int pid, std::optional<int>& status) {
+  if (WaitForPid(pid, status, 0)) return;
+  ::kill(pid, SIGKILL);
+  WaitForPid(pid, status, 5000);
 }
 
 }  // namespace
@@ -160,12 +162,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vect
   if (rc != 0) throw std::runtime_error("cannot start " + argv[0]);
 }
 
-ChildProcess::~ChildProcess() {
-  if (!status_ && !Wait(0)) {
-    ::kill(pid_, SIGKILL);
-    Wait(5000);
-  }
-}
+ChildProcess::~ChildProcess() { Reap(pid_, status_); }
 
 void ChildProcess::Signal(int signal) { ::kill(pid_, signal); }
 
@@ -184,10 +181,7 @@ PtySession::PtySession(const std::vector<std::string>& argv, const std::vector<s
 }
 
 PtySession::~PtySession() {
-  if (!status_ && !Wait(0)) {
-    ::kill(pid_, SIGKILL);
-    Wait(5000);
-  }
+  Reap(pid_, status_);
   ::close(master_);
 }
 
@@ -202,18 +196,15 @@ bool PtySession::ReadSome(int timeoutMs) {
 }
 
 bool PtySession::WaitFor(const std::string& text, int timeoutMs) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-  while (true) {
-    const size_t found = output_.find(text, consumed_);
-    if (found != std::string::npos) {
-      consumed_ = found + text.size();
-      return true;
+  size_t found = std::string::npos;
+  const bool seen = WaitUntil([&] {
+    while (ReadSome(0)) {
     }
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
-    // Out of time, or the program closed the terminal.
-    if (left <= 0 || !ReadSome(static_cast<int>(left))) return false;
-  }
+    found = output_.find(text, consumed_);
+    return found != std::string::npos;
+  }, timeoutMs);
+  if (seen) consumed_ = found + text.size();
+  return seen;
 }
 
 void PtySession::Type(const std::string& text) {
@@ -231,10 +222,10 @@ SmtpServer::SmtpServer(const std::vector<std::string>& options) {
                                 dir_.Path()};
   argv.insert(argv.end(), options.begin(), options.end());
   process_ = std::make_unique<ChildProcess>(argv, std::vector<std::string>{}, dir_ / "server.out");
-  if (!WaitUntil([&] { return ReadFile(dir_ / "server.out").find("READY ") != std::string::npos; }, 15000)) {
-    throw std::runtime_error("the SMTP server did not start: " + ReadFile(dir_ / "server.out"));
+  std::string out;
+  if (!WaitUntil([&] { return (out = ReadFile(dir_ / "server.out")).find("READY ") != std::string::npos; }, 15000)) {
+    throw std::runtime_error("the SMTP server did not start: " + out);
   }
-  const std::string out = ReadFile(dir_ / "server.out");
   port_ = std::atoi(out.c_str() + out.find("READY ") + 6);
 }
 
@@ -267,6 +258,7 @@ ScopedEnvironment::ScopedEnvironment(const std::vector<std::pair<std::string, st
     saved_.emplace_back(name, current ? std::optional<std::string>(current) : std::nullopt);
     ::setenv(name.c_str(), value.c_str(), 1);
   }
+  ::tzset();
 }
 
 ScopedEnvironment::~ScopedEnvironment() {
@@ -276,20 +268,6 @@ ScopedEnvironment::~ScopedEnvironment() {
     } else {
       ::unsetenv(name.c_str());
     }
-  }
-}
-
-ScopedTimeZone::ScopedTimeZone(const char* zone) {
-  if (const char* current = std::getenv("TZ")) saved_ = current;
-  ::setenv("TZ", zone, 1);
-  ::tzset();
-}
-
-ScopedTimeZone::~ScopedTimeZone() {
-  if (saved_) {
-    ::setenv("TZ", saved_->c_str(), 1);
-  } else {
-    ::unsetenv("TZ");
   }
   ::tzset();
 }

@@ -137,7 +137,8 @@ class SmtpServer {
 // A self-signed certificate for 127.0.0.1 and localhost: <folder>/cert.pem and <folder>/key.pem.
 void MakeCertificate(const std::string& folder);
 
-// Sets environment variables for its lifetime and restores what they were.
+// Sets environment variables for its lifetime and restores what they were; the C library reads TZ
+// again each time.
 class ScopedEnvironment {
  public:
   explicit ScopedEnvironment(const std::vector<std::pair<std::string, std::string>>& variables);
@@ -150,13 +151,9 @@ class ScopedEnvironment {
 };
 
 // Sets TZ for its lifetime and restores the previous zone.
-class ScopedTimeZone {
+class ScopedTimeZone : public ScopedEnvironment {
  public:
-  explicit ScopedTimeZone(const char* zone);
-  ~ScopedTimeZone();
-
- private:
-  std::optional<std::string> saved_;
+  explicit ScopedTimeZone(const char* zone) : ScopedEnvironment({{std::string("TZ"), zone}}) {}
 };
 
 }  // namespace tw::test
