@@ -282,8 +282,15 @@ TEST_F(FaultTest, HelpersThatAreMissingCrashHangOrFloodFailTheRunWithTheirCodes)
 }
 
 TEST_F(FaultTest, AThousandJobsDueInOneMinuteRunTenAtOnceAndReportTheRest) {
+  // The jobs are due for one minute only, and the walk through them must end within it. Under the
+  // sanitizers each job's step takes some 80 ms: there 300 jobs take under half the minute.
+#if defined(__SANITIZE_ADDRESS__)
+  const size_t jobs = 300;
+#else
+  const size_t jobs = 1000;
+#endif
   settings_.Store().InTransaction([&] {
-    for (int i = 0; i < 1000; ++i) {
+    for (size_t i = 0; i < jobs; ++i) {
       Job("Job" + std::to_string(i), TimeSerial(21, 0, 0), dir_ / "src").JobNotification().SendReportEmail(false);
     }
   });
@@ -294,13 +301,13 @@ TEST_F(FaultTest, AThousandJobsDueInOneMinuteRunTenAtOnceAndReportTheRest) {
   // runs begun in that minute have ended.
   auto notStarted = [&] { return CountStartingWith(Titles(20000), "Internal error #20007 - "); };
   ASSERT_TRUE(ReportsArrive(10, 120000));
-  ASSERT_TRUE(test::WaitUntil([&] { return Reports().size() + notStarted() == 1000; }, 180000))
+  ASSERT_TRUE(test::WaitUntil([&] { return Reports().size() + notStarted() == jobs; }, 180000))
       << Reports().size() << " run, " << notStarted() << " not started";
   // The service is still at its work: it answers at once.
   service_->Signal(SIGUSR1);
   ASSERT_TRUE(test::WaitUntil([&] { return Titles(1) == Texts{"Tarnwick service pausing"}; }));
   Stop();
-  EXPECT_EQ(1000u, Reports().size() + notStarted());
+  EXPECT_EQ(jobs, Reports().size() + notStarted());
   for (const auto& report : Reports()) EXPECT_EQ(0, report.Status) << report.JobName << "\n" << report.Report;
 }
 
