@@ -24,7 +24,7 @@ class SettingsStoreTest : public ::testing::Test {
     Database database(Path());
     database.Execute(sql);
   }
-  TWError ErrorOf(const std::function<void()>& work) {
+  TWError ErrorFrom(const std::function<void()>& work) {
     try {
       work();
     } catch (const TWError& e) {
@@ -79,7 +79,7 @@ TEST_F(SettingsStoreTest, AHandEditedValueOfTheWrongKindIsAClearError) {
   TWSettings settings(Path());
   settings.General().Options().DetailedLogging(true);
   RawSql("UPDATE settings SET value = 'maybe' WHERE key = 'options.detailed_logging'");
-  const TWError error = ErrorOf([&] { settings.General().Options().DetailedLogging(); });
+  const TWError error = ErrorFrom([&] { settings.General().Options().DetailedLogging(); });
   EXPECT_EQ(errnum::TypeMismatch, error.Number);
   EXPECT_EQ("Setting options.detailed_logging holds \"maybe\", which is not true or false", error.Description);
   EXPECT_EQ("TWSettings", error.Source);
@@ -90,14 +90,14 @@ TEST_F(SettingsStoreTest, AHandEditedValueOfTheWrongKindIsAClearError) {
   RawSql("INSERT INTO settings VALUES ('mail.port', ' 2525 ')");
   EXPECT_EQ(2525, settings.General().MailSettings().Port());
   RawSql("INSERT INTO settings VALUES ('mail.security', 'ssl')");
-  EXPECT_NE(std::string::npos, ErrorOf([&] { settings.General().MailSettings().Security(); }).Description.find("\"ssl\""));
+  EXPECT_NE(std::string::npos, ErrorFrom([&] { settings.General().MailSettings().Security(); }).Description.find("\"ssl\""));
 
   clsJob job = settings.General().AddJob("Nightly", "Nightly");
   RawSql("UPDATE jobs SET scheduled_time = 'nine' WHERE name = 'Nightly'");
   EXPECT_EQ("Setting scheduled_time of job #" + std::to_string(job.Id()) + " holds \"nine\", which is not a date number",
-            ErrorOf([&] { job.ScheduledTime(); }).Description);
+            ErrorFrom([&] { job.ScheduledTime(); }).Description);
   RawSql("UPDATE jobs SET run_status = 40000 WHERE name = 'Nightly'");
-  EXPECT_EQ(errnum::Overflow, ErrorOf([&] { job.RunStatus(); }).Number);
+  EXPECT_EQ(errnum::Overflow, ErrorFrom([&] { job.RunStatus(); }).Number);
 }
 
 TEST(SettingKeysTest, TypedNumbersBeyondTheRangeOfEveryIntegerAreRefused) {
@@ -138,7 +138,7 @@ TEST_F(SettingsStoreTest, AFileThatIsNotOursIsRefusedWithItsReason) {
   test::WriteFile(Path(), std::string(4096, 'x'));
   TWSettings garbage(Path());
   EXPECT_EQ("Cannot read settings file " + Path() + ": file is not a database",
-            ErrorOf([&] { garbage.General().JobCount(); }).Description);
+            ErrorFrom([&] { garbage.General().JobCount(); }).Description);
 
   fs::remove(Path());
   {
@@ -149,7 +149,7 @@ TEST_F(SettingsStoreTest, AFileThatIsNotOursIsRefusedWithItsReason) {
   TWSettings newer(Path());
   EXPECT_EQ("Settings file " + Path() + " has schema version 99, newer than this program knows (" +
                 std::to_string(SettingsStore::kSchemaVersion) + "); update Tarnwick",
-            ErrorOf([&] { newer.General().JobCount(); }).Description);
+            ErrorFrom([&] { newer.General().JobCount(); }).Description);
 
   const std::string other = dir_ / "other.db";
   test::WriteFile(other, "");
@@ -159,11 +159,11 @@ TEST_F(SettingsStoreTest, AFileThatIsNotOursIsRefusedWithItsReason) {
   }
   TWSettings foreign(other);
   EXPECT_EQ("Settings file " + other + " is not a Tarnwick settings file",
-            ErrorOf([&] { foreign.General().JobCount(); }).Description);
+            ErrorFrom([&] { foreign.General().JobCount(); }).Description);
 
   TWSettings nowhere(dir_ / "missing/settings.db");
   EXPECT_EQ("Cannot create settings file " + (dir_ / "missing/settings.db") + ": No such file or directory",
-            ErrorOf([&] { nowhere.General().Options().DetailedLogging(true); }).Description);
+            ErrorFrom([&] { nowhere.General().Options().DetailedLogging(true); }).Description);
 }
 
 TEST_F(SettingsStoreTest, FirstWritersAtTheSameMomentAllSucceed) {
