@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <tuple>
 
 #include "common/Error.h"
 #include "settings/PrintRequest.h"
@@ -10,6 +11,9 @@
 
 namespace tw {
 namespace {
+
+using namespace std::string_literals;
+using test::ErrorFrom;
 
 class ObjectModelTest : public ::testing::Test {
  protected:
@@ -22,40 +26,25 @@ TEST_F(ObjectModelTest, JobsKeepTheOrderOfAdditionThroughRemovals) {
   general.AddJob("Alpha", "alpha");
   general.AddJob("Beta", "beta");
   general.AddJob("Gamma", "gamma");
-  ASSERT_EQ(3, general.JobCount());
-  EXPECT_EQ("Beta", general.JobByIndex(1).Name());
   general.RemoveJob(general.JobByName("beta"));  // names compare without regard to case
-  ASSERT_EQ(2, general.JobCount());
+  general.AddJob("Delta", "delta");
+  ASSERT_EQ(3, general.JobCount());
   EXPECT_EQ("Alpha", general.JobByIndex(0).Name());
   EXPECT_EQ("Gamma", general.JobByIndex(1).Name());
-  general.AddJob("Delta", "delta");
   EXPECT_EQ("Delta", general.JobByIndex(2).Name());
+  EXPECT_EQ("Gamma", general.FindJob("GAMMA").value().Name());
+  EXPECT_EQ("Delta", general.FindJobByBackupLogId("delta").value().Name());
 
-  try {
-    general.JobByIndex(3);
-    FAIL();
-  } catch (const TWError& e) {
-    EXPECT_EQ(errnum::SubscriptOutOfRange, e.Number);
-  }
-  try {
-    general.JobByName("Beta");
-    FAIL();
-  } catch (const TWError& e) {
-    EXPECT_EQ("Unknown backup job \"Beta\"", e.Description);
-  }
+  EXPECT_EQ(errnum::SubscriptOutOfRange, ErrorFrom([&] { general.JobByIndex(3); }).Number);
+  EXPECT_EQ("Unknown backup job \"Beta\"", ErrorFrom([&] { general.JobByName("Beta"); }).Description);
   EXPECT_THROW(general.AddJob("ALPHA", "other"), TWError) << "names are unique";
   EXPECT_THROW(general.AddJob("Epsilon", "alpha"), TWError) << "backup log ids are unique";
 }
 
+// Each member is written with a value of its own, then all are read back together: a member wired
+// to another one's column shows.
 TEST_F(ObjectModelTest, EveryJobMemberIsStoredAndReadBack) {
   clsJob job = settings_.General().AddJob("Nightly", "Nightly");
-  // Defaults of a new job.
-  EXPECT_EQ("TWSchemes.Daily", job.SchemeProgId());
-  EXPECT_DOUBLE_EQ(0.875, job.ScheduledTime());
-  EXPECT_EQ(240, job.BackupTimeout());
-  EXPECT_TRUE(job.JobNotification().SendReportEmail());
-  EXPECT_FALSE(job.Suspended());
-
   job.Description("Servers");
   job.SchemeProgId("TWSchemes.Weekdays");
   job.Suspended(true);
@@ -72,23 +61,13 @@ TEST_F(ObjectModelTest, EveryJobMemberIsStoredAndReadBack) {
   job.Destination().Path("/dev/nst0");
   job.BackupLogId("night");
   job.Name("Night");
-
-  EXPECT_EQ("Servers", job.Description());
-  EXPECT_EQ("TWSchemes.Weekdays", job.SchemeProgId());
-  EXPECT_TRUE(job.Suspended());
-  EXPECT_DOUBLE_EQ(0.25, job.ScheduledTime());
-  EXPECT_DOUBLE_EQ(45321.25, job.ScheduleLastFired());
-  EXPECT_DOUBLE_EQ(45322.25, job.NextRunTime());
-  EXPECT_EQ(-2, job.RunStatus());
-  EXPECT_EQ("Monday", job.TapeLabel());
-  EXPECT_EQ(1, job.BackupMethod());
-  EXPECT_EQ(2, job.BackupMode());
-  EXPECT_TRUE(job.Eject());
-  EXPECT_EQ(90, job.BackupTimeout());
-  EXPECT_EQ((std::vector<std::string>{"/srv", "/etc", "/home"}), job.Sources());
-  EXPECT_EQ("/dev/nst0", job.Destination().DestinationText());
-  EXPECT_EQ("night", job.BackupLogId());
-  EXPECT_EQ("Night", job.Name());
+  EXPECT_EQ(
+      std::make_tuple("Servers"s, "TWSchemes.Weekdays"s, true, 0.25, 45321.25, 45322.25, int16_t{-2}, "Monday"s, 1, 2,
+                      true, 90, std::vector<std::string>{"/srv", "/etc", "/home"}, "/dev/nst0"s, "night"s, "Night"s),
+      std::make_tuple(job.Description(), job.SchemeProgId(), job.Suspended(), job.ScheduledTime(),
+                      job.ScheduleLastFired(), job.NextRunTime(), job.RunStatus(), job.TapeLabel(), job.BackupMethod(),
+                      job.BackupMode(), job.Eject(), job.BackupTimeout(), job.Sources(),
+                      job.Destination().DestinationText(), job.BackupLogId(), job.Name()));
 
   auto n = job.JobNotification();
   n.PrintReport(true);
@@ -103,25 +82,28 @@ TEST_F(ObjectModelTest, EveryJobMemberIsStoredAndReadBack) {
   n.MaintenanceOccurrence("1|0.875|0,-1,0,0,0,-1,0");
   n.MaintenanceLastFired(45321.875);
   auto again = settings_.General().JobByName("night").JobNotification();
-  EXPECT_TRUE(again.PrintReport());
-  EXPECT_FALSE(again.SendReportEmail());
-  EXPECT_TRUE(again.MediaReminderByEmail());
-  EXPECT_TRUE(again.MediaReminderByBroadcast());
-  EXPECT_DOUBLE_EQ(0.75, again.ReminderTime());
-  EXPECT_DOUBLE_EQ(45321.75, again.ReminderLastFired());
-  EXPECT_TRUE(again.MaintenanceEmailEnabled());
-  EXPECT_EQ("Clean the drive", again.MaintenanceSubject());
-  EXPECT_EQ("Use a cleaning tape.\r\nThanks", again.MaintenanceBody());
-  EXPECT_EQ("1|0.875|0,-1,0,0,0,-1,0", again.MaintenanceOccurrence());
-  EXPECT_DOUBLE_EQ(45321.875, again.MaintenanceLastFired());
+  EXPECT_EQ(std::make_tuple(true, false, true, true, 0.75, 45321.75, true, "Clean the drive"s,
+                            "Use a cleaning tape.\r\nThanks"s, "1|0.875|0,-1,0,0,0,-1,0"s, 45321.875),
+            std::make_tuple(again.PrintReport(), again.SendReportEmail(), again.MediaReminderByEmail(),
+                            again.MediaReminderByBroadcast(), again.ReminderTime(), again.ReminderLastFired(),
+                            again.MaintenanceEmailEnabled(), again.MaintenanceSubject(), again.MaintenanceBody(),
+                            again.MaintenanceOccurrence(), again.MaintenanceLastFired()));
 
   settings_.General().RemoveJob(job);
-  try {
-    job.Name();
-    FAIL() << "a removed job must not read as empty";
-  } catch (const TWError& e) {
-    EXPECT_EQ("The backup job #" + std::to_string(job.Id()) + " no longer exists", e.Description);
-  }
+  EXPECT_EQ("The backup job #" + std::to_string(job.Id()) + " no longer exists",
+            ErrorFrom([&] { job.Name(); }).Description)
+      << "a removed job must not read as empty";
+}
+
+TEST_F(ObjectModelTest, TheLastRunAndTheMissedRunsAreWhatTheStatusReads) {
+  clsJob job = settings_.General().AddJob("Nightly", "night");
+  job.LastRun(45321.875, 45321.9, 2, "BackupLog-night-1.txt");
+  job.RecordMissedRuns(45322.875, 2);
+  job.RecordMissedRuns(45323.875, 1);
+  const JobStatusValues status = settings_.Store().JobStatuses().at(0);
+  EXPECT_EQ(std::make_tuple(45321.875, 45321.9, int64_t{2}, "BackupLog-night-1.txt"s, 45323.875, int64_t{3}),
+            std::make_tuple(status.lastRunStart, status.lastRunEnd, status.lastRunStatus, status.lastReport,
+                            status.lastMissed, status.missedRuns));
 }
 
 TEST_F(ObjectModelTest, IdentityValuesAreUserPasswordAndDomain) {
@@ -152,13 +134,9 @@ TEST_F(ObjectModelTest, StatusTextAndPrintRequest) {
   ASSERT_TRUE(clsPrintRequest::ReadSpoolFile(path, subject, body));
   EXPECT_EQ("Backup Nightly completed normally", subject);
   EXPECT_EQ("Files: 12\r\n\r\nDone\r\n", body);
-  // Nothing half-written is left behind.
-  int files = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(dir_ / "Spool")) {
-    ++files;
-    EXPECT_NE('.', entry.path().filename().string()[0]);
-  }
-  EXPECT_EQ(1, files);
+  // Nothing half-written is left behind: the print-out is the folder's only file.
+  EXPECT_EQ(1,
+            std::distance(std::filesystem::directory_iterator(dir_ / "Spool"), std::filesystem::directory_iterator()));
 }
 
 }  // namespace
