@@ -96,6 +96,11 @@ TEST_F(ModLoggingTest, ComputerNameIsTheShortHostNameWithoutZeros) {
   EXPECT_EQ("server1", logging_.ComputerName());
   EXPECT_EQ("server1", logging_.ComputerName());
   EXPECT_EQ(1, hostCalls_) << "cached";
+  modLogging bare(logs_, settings_, pump_, [](char* buffer, size_t) {
+    std::memcpy(buffer, "nas\0\0", 5);
+    return 0;
+  });
+  EXPECT_EQ("nas", bare.ComputerName()) << "a name without a domain loses its zeros too";
 
   modLogging failing(logs_, settings_, pump_, [](char*, size_t) { return 13; });
   const TWError error = test::ErrorFrom([&] { failing.ComputerName(); });
