@@ -38,6 +38,7 @@ TEST_F(SettingsStoreTest, ReadsGiveDefaultsAndTheFirstWriteCreatesAPrivateFile) 
   TWSettings settings(Path());
   EXPECT_EQ(0, settings.General().JobCount());
   EXPECT_EQ(25, settings.General().MailSettings().Port());
+  EXPECT_TRUE(settings.General().Options().EventLogEnabled());
   EXPECT_FALSE(fs::exists(Path())) << "reading must not create the file";
 
   settings.General().Options().DetailedLogging(true);
@@ -58,6 +59,8 @@ TEST_F(SettingsStoreTest, AHandEditedValueOfTheWrongKindIsAClearError) {
   // wrote just before.
   RawSql("UPDATE settings SET value = 'On' WHERE key = 'options.detailed_logging'");
   EXPECT_TRUE(settings.General().Options().DetailedLogging());
+  RawSql("UPDATE settings SET value = 'no' WHERE key = 'options.detailed_logging'");
+  EXPECT_FALSE(settings.General().Options().DetailedLogging());
   RawSql("INSERT INTO settings VALUES ('mail.port', ' 2525 ')");
   EXPECT_EQ(2525, settings.General().MailSettings().Port());
   RawSql("INSERT INTO settings VALUES ('mail.security', 'ssl')");
@@ -71,13 +74,15 @@ TEST_F(SettingsStoreTest, AHandEditedValueOfTheWrongKindIsAClearError) {
   EXPECT_EQ(errnum::Overflow, ErrorFrom([&] { job.RunStatus(); }).Number);
 }
 
-TEST(SettingKeysTest, TypedNumbersBeyondTheRangeOfEveryIntegerAreRefused) {
+TEST(SettingKeysTest, TypedNumbersWithinTheRangeAreTakenAndThoseBeyondEveryIntegerRefused) {
   EXPECT_EQ("invalid number \"22222222222222222251\" for console.answers_start (expected a whole number from 0 to "
             "2147483647)",
             ValidateSettingText(SettingKeyOf("console.answers_start"), "22222222222222222251"));
   EXPECT_TRUE(ValidateSettingText(SettingKeyOf("mail.port"), "-1e999"));
   EXPECT_TRUE(ValidateSettingText(SettingKeyOf("mail.port"), "25.5"));
   EXPECT_FALSE(ValidateSettingText(SettingKeyOf("mail.port"), " 2.5e1 "));
+  for (const char* edge : {"1", "65535"}) EXPECT_FALSE(ValidateSettingText(SettingKeyOf("mail.port"), edge)) << edge;
+  EXPECT_FALSE(ValidateSettingText(SettingKeyOf("templates.reminder_body"), "a\r\nb")) << "a text of lines";
 }
 
 TEST(SettingKeysTest, TextIsUtf8AndOneLineWhereOneLineIsMeant) {
