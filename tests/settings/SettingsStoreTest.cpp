@@ -64,12 +64,14 @@ TEST_F(SettingsStoreTest, AHandEditedValueOfTheWrongKindIsAClearError) {
   RawSql("INSERT INTO settings VALUES ('mail.port', ' 2525 ')");
   EXPECT_EQ(2525, settings.General().MailSettings().Port());
   RawSql("INSERT INTO settings VALUES ('mail.security', 'ssl')");
-  EXPECT_NE(std::string::npos, ErrorFrom([&] { settings.General().MailSettings().Security(); }).Description.find("\"ssl\""));
+  EXPECT_NE(std::string::npos,
+            ErrorFrom([&] { settings.General().MailSettings().Security(); }).Description.find("\"ssl\""));
 
   clsJob job = settings.General().AddJob("Nightly", "Nightly");
   RawSql("UPDATE jobs SET scheduled_time = 'nine' WHERE name = 'Nightly'");
-  EXPECT_EQ("Setting scheduled_time of job #" + std::to_string(job.Id()) + " holds \"nine\", which is not a date number",
-            ErrorFrom([&] { job.ScheduledTime(); }).Description);
+  EXPECT_EQ(
+      "Setting scheduled_time of job #" + std::to_string(job.Id()) + " holds \"nine\", which is not a date number",
+      ErrorFrom([&] { job.ScheduledTime(); }).Description);
   RawSql("UPDATE jobs SET run_status = 40000 WHERE name = 'Nightly'");
   EXPECT_EQ(errnum::Overflow, ErrorFrom([&] { job.RunStatus(); }).Number);
 }
