@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <latch>
 #include <thread>
@@ -39,6 +40,7 @@ TEST_F(SettingsStoreTest, ReadsGiveDefaultsAndTheFirstWriteCreatesAPrivateFile) 
   EXPECT_EQ(0, settings.General().JobCount());
   EXPECT_EQ(25, settings.General().MailSettings().Port());
   EXPECT_TRUE(settings.General().Options().EventLogEnabled());
+  EXPECT_TRUE(settings.General().Console().AnswersAfter(0).empty());
   EXPECT_FALSE(fs::exists(Path())) << "reading must not create the file";
 
   settings.General().Options().DetailedLogging(true);
@@ -63,6 +65,8 @@ TEST_F(SettingsStoreTest, AHandEditedValueOfTheWrongKindIsAClearError) {
   EXPECT_FALSE(settings.General().Options().DetailedLogging());
   RawSql("INSERT INTO settings VALUES ('mail.port', ' 2525 ')");
   EXPECT_EQ(2525, settings.General().MailSettings().Port());
+  RawSql("UPDATE settings SET value = 3000000000 WHERE key = 'mail.port'");
+  EXPECT_EQ(errnum::TypeMismatch, ErrorFrom([&] { settings.General().MailSettings().Port(); }).Number);
   RawSql("INSERT INTO settings VALUES ('mail.security', 'ssl')");
   EXPECT_NE(std::string::npos,
             ErrorFrom([&] { settings.General().MailSettings().Security(); }).Description.find("\"ssl\""));
@@ -72,7 +76,9 @@ TEST_F(SettingsStoreTest, AHandEditedValueOfTheWrongKindIsAClearError) {
   EXPECT_EQ(
       "Setting scheduled_time of job #" + std::to_string(job.Id()) + " holds \"nine\", which is not a date number",
       ErrorFrom([&] { job.ScheduledTime(); }).Description);
-  RawSql("UPDATE jobs SET run_status = 40000 WHERE name = 'Nightly'");
+  RawSql("UPDATE jobs SET run_status = '-1e19' WHERE name = 'Nightly'");
+  EXPECT_EQ(errnum::TypeMismatch, ErrorFrom([&] { job.RunStatus(); }).Number) << "beyond every whole number";
+  RawSql("UPDATE jobs SET run_status = 40000");
   EXPECT_EQ(errnum::Overflow, ErrorFrom([&] { job.RunStatus(); }).Number);
 }
 
@@ -190,6 +196,23 @@ TEST_F(SettingsStoreTest, ATransactionLandsWhollyOrNotAtAll) {
     job.Sources({"/etc", "/srv"});  // a transaction of its own inside, joining the outer one
   });
   EXPECT_EQ((std::vector<std::string>{"/etc", "/srv"}), general.JobByName("Whole").Sources());
+}
+
+TEST_F(SettingsStoreTest, AWriteThatMayWaitIsSkippedWhileAnotherProgramHoldsTheFile) {
+  TWSettings settings(Path());
+  settings.General().Options().DetailedLogging(true);
+  const auto heartbeat = [&] { settings.General().Console().LogLastChanged(45321.5); };
+  {
+    Database other(Path());
+    other.Execute("BEGIN IMMEDIATE");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(settings.Store().InTransactionIfFree(heartbeat));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << "without waiting";
+    other.Execute("ROLLBACK");
+  }
+  EXPECT_EQ(0, settings.General().Console().LogLastChanged());
+  settings.Store().InTransaction([&] { EXPECT_TRUE(settings.Store().InTransactionIfFree(heartbeat)); });
+  EXPECT_EQ(45321.5, settings.General().Console().LogLastChanged());
 }
 
 TEST_F(SettingsStoreTest, ConsoleAnswersArriveInOrderAndRequestsAreTakenOnce) {
