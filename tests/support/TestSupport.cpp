@@ -91,6 +91,12 @@ size_t CountStartingWith(const std::vector<std::string>& lines, const std::strin
       std::count_if(lines.begin(), lines.end(), [&](const std::string& line) { return line.rfind(prefix, 0) == 0; }));
 }
 
+void WriteScript(const std::string& path, const std::string& body) {
+  std::filesystem::remove(path);
+  WriteFile(path, "#!/bin/sh\n" + body + "\n");
+  ::chmod(path.c_str(), 0755);
+}
+
 bool WaitUntil(const std::function<bool()>& condition, int timeoutMs) {
   // The deadline is on the clock, not a count of pauses: a condition that reads a thousand report
   // logs takes longer than the pause. Pausing as long as the condition took leaves the program

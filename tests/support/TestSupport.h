@@ -70,6 +70,8 @@ size_t CountStartingWith(const std::vector<std::string>& lines, const std::strin
 
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
+// Writes an executable shell script: "#!/bin/sh" and `body`, in place of whatever was at `path`.
+void WriteScript(const std::string& path, const std::string& body);
 
 // Polls `condition` every 10 ms, or as often as it takes; false when it has not held within `timeoutMs`.
 bool WaitUntil(const std::function<bool()>& condition, int timeoutMs = 5000);
