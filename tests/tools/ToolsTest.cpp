@@ -59,7 +59,6 @@ TEST_F(ToolsTest, TheRightsLauncherAnswersWithItsExitStatusAndANumber) {
   auto ready = Rights({"", "", "", dir_ / "ready", "logging"});
   EXPECT_EQ(255, ready.exitCode) << ready.output;
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
-  // One that ends without saying so.
   // One that ends without saying so: what it said on the way is passed on after the number.
   Script(dir_ / "quiet", "echo 'no marker waits' >&2; exit 0");
   auto quiet = Rights({"", "", "", dir_ / "quiet"});
@@ -105,8 +104,7 @@ TEST_F(ToolsTest, ThePrintOutSendsEachRequestToTheQueueAndKeepsFailures) {
   fs::create_directory(dir_ / "bin");
   Script(dir_ / "bin/lp", "echo \"$@\" >> \"" + (dir_ / "lp-calls") + "\"; cat \"$6\" >> \"" + (dir_ / "printed") +
                               "\"; [ ! -f \"" + (dir_ / "lp-fails") + "\" ]");
-  const std::string path = getenv("PATH");
-  ::setenv("PATH", ((dir_ / "bin") + ":" + path).c_str(), 1);
+  const test::ScopedEnvironment path({{"PATH", (dir_ / "bin") + ":" + getenv("PATH")}});
   TWSettings settings(dir_ / "settings.db");
   std::ostringstream err;
   EXPECT_EQ(1, tools::RunPrintOut(dir_.Path(), dir_ / "settings.db", err));
@@ -125,14 +123,12 @@ TEST_F(ToolsTest, ThePrintOutSendsEachRequestToTheQueueAndKeepsFailures) {
   const std::string kept = request.Print("Another", "Body");
   EXPECT_EQ(1, tools::RunPrintOut(dir_.Path(), dir_ / "settings.db", err));
   EXPECT_TRUE(fs::exists(kept)) << "a request that was not printed waits for the next time";
-  ::setenv("PATH", path.c_str(), 1);
 }
 
 TEST_F(ToolsTest, ATapeIsWoundAndEjectedAroundTheArchive) {
   fs::create_directory(dir_ / "bin");
   Script(dir_ / "bin/mt", "echo \"$@\" >> \"" + (dir_ / "mt-calls") + "\"");
-  const std::string path = getenv("PATH");
-  ::setenv("PATH", ((dir_ / "bin") + ":" + path).c_str(), 1);
+  const test::ScopedEnvironment path({{"PATH", (dir_ / "bin") + ":" + getenv("PATH")}});
   fs::create_directory(dir_ / "src");
   test::WriteFile(dir_ / "src/a", "a");
 
@@ -145,20 +141,19 @@ TEST_F(ToolsTest, ATapeIsWoundAndEjectedAroundTheArchive) {
   plan.eject = true;
   plan.snapshotFolder = dir_ / "Snapshots";
   const auto outcome = tools::PerformBackup(plan, DateSerial(2026, 11, 23) + 0.875);
-  ::setenv("PATH", path.c_str(), 1);
   EXPECT_TRUE(outcome.ok()) << (outcome.errors.empty() ? "" : outcome.errors[0]);
   EXPECT_TRUE(outcome.tape);
   EXPECT_EQ("-f /dev/null eod\n-f /dev/null offline\n", test::ReadFile(dir_ / "mt-calls"));
   EXPECT_EQ(1, outcome.files);
 
   const std::string report = tools::ComposeReport(plan, outcome, DateSerial(2026, 11, 23) + 0.875,
-                                                  DateSerial(2026, 11, 23) + 0.875 + 75.0 / 86400);
+                                                  DateSerial(2026, 11, 23) + 0.875 + 7201.0 / 86400);
   EXPECT_EQ("Tarnwick backup report\r\n"
             "Job: Tape\r\n"
             "Computer: \r\n"
             "Started: 2026-11-23 21:00:00\r\n"
-            "Finished: 2026-11-23 21:01:15\r\n"
-            "Duration: 00:01:15\r\n"
+            "Finished: 2026-11-23 23:00:01\r\n"
+            "Duration: 02:00:01\r\n"
             "Method: full\r\n"
             "Media: label \"\", append, ejected afterwards\r\n"
             "Sources: 1\r\n"
@@ -316,11 +311,8 @@ TEST_F(ToolsTest, TheMessengerWritesToTheRecipientsTerminals) {
   pollfd ready{master, POLLIN, 0};
   ASSERT_EQ(1, ::poll(&ready, 1, 2000));
   char buffer[1024] = {};
-  const std::string shown(buffer, static_cast<size_t>(::read(master, buffer, sizeof buffer)));
-  std::string plain;
-  for (char c : shown) {
-    if (c != '\r') plain += c;
-  }
+  std::string plain(buffer, static_cast<size_t>(::read(master, buffer, sizeof buffer)));
+  std::erase(plain, '\r');
   EXPECT_NE(std::string::npos, plain.find("Broadcast message from Acme Backup on ")) << plain;
   EXPECT_NE(std::string::npos, plain.find(":\n\nTape reminder\n\nLoad tape 7\ntoday\n")) << plain;
 
@@ -333,21 +325,19 @@ TEST_F(ToolsTest, TheMessengerWritesToTheRecipientsTerminals) {
 }
 
 TEST_F(ToolsTest, EveryProgramHasHelpAndSaysItsVersion) {
-  for (const char* program : {"DesktopRights", "TWExecutor", "twprocess", "TWCam", "TWPrintOut", "twmessage"}) {
-    const auto result = platform::RunCommand({kBin + "/" + program, "--help"});
-    EXPECT_EQ(0, result.exitCode) << program;
-    EXPECT_NE(std::string::npos, result.output.find("Usage: ")) << program;
+  // The exit status and what the program says.
+  const auto run = [](const std::string& program, const std::string& option) {
+    const auto result = platform::RunCommand({kBin + "/" + program, option});
+    return std::to_string(result.exitCode) + " " + result.output;
+  };
+  for (const std::string program : {"DesktopRights", "TWExecutor", "twprocess", "TWCam", "TWPrintOut", "twmessage"}) {
+    EXPECT_EQ(0u, run(program, "--help").find("0 Usage: ")) << program;
+    EXPECT_EQ("0 " + program + " " + kVersion + "\n", run(program, "--version"));
   }
   // The service's switches take one dash; it understands the usual two as well.
-  const std::vector<std::vector<std::string>> asked = {
-      {"DesktopRights", "--version"}, {"TWExecutor", "--version"}, {"twprocess", "--version"},
-      {"TWCam", "--version"},         {"TWPrintOut", "--version"}, {"twmessage", "--version"},
-      {"TWService", "-version"},      {"TWService", "--version"},  {"twctl", "--version"}};
-  for (const auto& args : asked) {
-    const auto result = platform::RunCommand({kBin + "/" + args[0], args[1]});
-    EXPECT_EQ(0, result.exitCode) << args[0];
-    EXPECT_EQ(args[0] + " " + kVersion + "\n", result.output) << args[0];
-  }
+  EXPECT_EQ("0 TWService " + std::string(kVersion) + "\n", run("TWService", "-version"));
+  EXPECT_EQ("0 TWService " + std::string(kVersion) + "\n", run("TWService", "--version"));
+  EXPECT_EQ("0 twctl " + std::string(kVersion) + "\n", run("twctl", "--version"));
 }
 
 }  // namespace
