@@ -29,41 +29,40 @@ namespace fs = std::filesystem;
 
 const std::string kBin = TW_BIN_DIR;
 
+// A program's exit status and what it said, in one text: "2 1326\r\n".
+std::string Said(const std::vector<std::string>& argv) {
+  const auto result = platform::RunCommand(argv);
+  return std::to_string(result.exitCode) + " " + result.output;
+}
+
 class ToolsTest : public ::testing::Test {
  protected:
   void Script(const std::string& path, const std::string& body) {
     test::WriteFile(path, "#!/bin/sh\n" + body + "\n");
     ::chmod(path.c_str(), 0755);
   }
-  platform::CommandResult Rights(const std::vector<std::string>& args) {
+  std::string Rights(const std::vector<std::string>& args) {
     std::vector<std::string> argv{kBin + "/DesktopRights"};
     argv.insert(argv.end(), args.begin(), args.end());
-    return platform::RunCommand(argv);
+    return Said(argv);
   }
 
   test::TempDir dir_;
 };
 
 TEST_F(ToolsTest, TheRightsLauncherAnswersWithItsExitStatusAndANumber) {
-  EXPECT_EQ(1, Rights({"a", "b", "c"}).exitCode);
-  auto unknown = Rights({"no-such-user-here", "", "", "/bin/true"});
-  EXPECT_EQ(2, unknown.exitCode);
-  EXPECT_EQ("1326\r\n", unknown.output);
-  auto missing = Rights({"", "", "", dir_ / "nothing"});
-  EXPECT_EQ(2, missing.exitCode);
-  EXPECT_EQ("2\r\n", missing.output);
+  EXPECT_EQ(0u, Rights({"a", "b", "c"}).find("1 Usage: "));
+  EXPECT_EQ("2 1326\r\n", Rights({"no-such-user-here", "", "", "/bin/true"}));
+  EXPECT_EQ("2 2\r\n", Rights({"", "", "", dir_ / "nothing"}));
 
   // A program that says it has started: the launcher returns while it still runs.
   Script(dir_ / "ready", "printf R >&\"$TARNWICK_READY_FD\"; sleep 5");
   const auto start = std::chrono::steady_clock::now();
-  auto ready = Rights({"", "", "", dir_ / "ready", "logging"});
-  EXPECT_EQ(255, ready.exitCode) << ready.output;
+  EXPECT_EQ("255 ", Rights({"", "", "", dir_ / "ready", "logging"}));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
   // One that ends without saying so: what it said on the way is passed on after the number.
   Script(dir_ / "quiet", "echo 'no marker waits' >&2; exit 0");
-  auto quiet = Rights({"", "", "", dir_ / "quiet"});
-  EXPECT_EQ(2, quiet.exitCode);
-  EXPECT_EQ("1067\r\nno marker waits\r\n", quiet.output);
+  EXPECT_EQ("2 1067\r\nno marker waits\r\n", Rights({"", "", "", dir_ / "quiet"}));
 
   EXPECT_EQ("backup", platform::AccountNameFor("backup", "", "server1"));
   EXPECT_EQ("backup", platform::AccountNameFor("backup", "SERVER1", "server1"));
@@ -76,7 +75,7 @@ TEST_F(ToolsTest, AsRootTheRightsLauncherSwitchesToTheAccount) {
   fs::permissions(dir_.Path(), fs::perms::all);
   fs::permissions(dir_ / "shared", fs::perms::all);
   Script(dir_ / "whoami", "id -un > \"" + (dir_ / "shared/who") + "\"; printf R >&\"$TARNWICK_READY_FD\"");
-  EXPECT_EQ(255, Rights({"nobody", "", "", dir_ / "whoami"}).exitCode);
+  EXPECT_EQ("255 ", Rights({"nobody", "", "", dir_ / "whoami"}));
   ASSERT_TRUE(test::WaitUntil([&] { return !test::ReadFile(dir_ / "shared/who").empty(); }));
   EXPECT_EQ("nobody\n", test::ReadFile(dir_ / "shared/who"));
 }
@@ -93,10 +92,8 @@ TEST_F(ToolsTest, TheProcessToolCountsAndKills) {
 }
 
 TEST_F(ToolsTest, TheCameraWithoutADisplayWritesNothing) {
-  auto result = platform::RunCommand({"env", "-u", "DISPLAY", "TARNWICK_SCREENSHOT=" + (dir_ / "shot.png"),
-                                      kBin + "/TWCam"});
-  EXPECT_EQ(1, result.exitCode);
-  EXPECT_EQ("TWCam: no X display (DISPLAY is not set)\n", result.output);
+  EXPECT_EQ("1 TWCam: no X display (DISPLAY is not set)\n",
+            Said({"env", "-u", "DISPLAY", "TARNWICK_SCREENSHOT=" + (dir_ / "shot.png"), kBin + "/TWCam"}));
   EXPECT_FALSE(fs::exists(dir_ / "shot.png"));
 }
 
@@ -305,9 +302,8 @@ TEST_F(ToolsTest, TheMessengerWritesToTheRecipientsTerminals) {
   const std::string records = "TARNWICK_UTMP=" + (dir_ / "utmp");
   // The broadcast comes from the product under the name the settings give it.
   TWSettings(dir_ / "settings.db").General().Options().CustomProductName("Acme Backup");
-  auto sent = platform::RunCommand({"env", records, "TARNWICK_SETTINGS=" + (dir_ / "settings.db"), kBin + "/twmessage",
-                                    "alice", " Tape reminder\x14\x14Load tape 7\x14today"});
-  EXPECT_EQ(0, sent.exitCode) << sent.output;
+  EXPECT_EQ("0 ", Said({"env", records, "TARNWICK_SETTINGS=" + (dir_ / "settings.db"), kBin + "/twmessage", "alice",
+                        " Tape reminder\x14\x14Load tape 7\x14today"}));
   pollfd ready{master, POLLIN, 0};
   ASSERT_EQ(1, ::poll(&ready, 1, 2000));
   char buffer[1024] = {};
@@ -316,28 +312,22 @@ TEST_F(ToolsTest, TheMessengerWritesToTheRecipientsTerminals) {
   EXPECT_NE(std::string::npos, plain.find("Broadcast message from Acme Backup on ")) << plain;
   EXPECT_NE(std::string::npos, plain.find(":\n\nTape reminder\n\nLoad tape 7\ntoday\n")) << plain;
 
-  auto nobody = platform::RunCommand({"env", records, kBin + "/twmessage", "bob", "hello"});
-  EXPECT_EQ(1, nobody.exitCode);
-  EXPECT_EQ("twmessage: bob is not logged in on a terminal here\n", nobody.output);
-  EXPECT_EQ(2, platform::RunCommand({kBin + "/twmessage", "alice"}).exitCode);
+  EXPECT_EQ("1 twmessage: bob is not logged in on a terminal here\n",
+            Said({"env", records, kBin + "/twmessage", "bob", "hello"}));
+  EXPECT_EQ("2 Usage: twmessage RECIPIENT TEXT\n", Said({kBin + "/twmessage", "alice"}));
   ::close(master);
   ::close(slave);
 }
 
 TEST_F(ToolsTest, EveryProgramHasHelpAndSaysItsVersion) {
-  // The exit status and what the program says.
-  const auto run = [](const std::string& program, const std::string& option) {
-    const auto result = platform::RunCommand({kBin + "/" + program, option});
-    return std::to_string(result.exitCode) + " " + result.output;
-  };
   for (const std::string program : {"DesktopRights", "TWExecutor", "twprocess", "TWCam", "TWPrintOut", "twmessage"}) {
-    EXPECT_EQ(0u, run(program, "--help").find("0 Usage: ")) << program;
-    EXPECT_EQ("0 " + program + " " + kVersion + "\n", run(program, "--version"));
+    EXPECT_EQ(0u, Said({kBin + "/" + program, "--help"}).find("0 Usage: ")) << program;
+    EXPECT_EQ("0 " + program + " " + kVersion + "\n", Said({kBin + "/" + program, "--version"}));
   }
   // The service's switches take one dash; it understands the usual two as well.
-  EXPECT_EQ("0 TWService " + std::string(kVersion) + "\n", run("TWService", "-version"));
-  EXPECT_EQ("0 TWService " + std::string(kVersion) + "\n", run("TWService", "--version"));
-  EXPECT_EQ("0 twctl " + std::string(kVersion) + "\n", run("twctl", "--version"));
+  EXPECT_EQ("0 TWService " + std::string(kVersion) + "\n", Said({kBin + "/TWService", "-version"}));
+  EXPECT_EQ("0 TWService " + std::string(kVersion) + "\n", Said({kBin + "/TWService", "--version"}));
+  EXPECT_EQ("0 twctl " + std::string(kVersion) + "\n", Said({kBin + "/twctl", "--version"}));
 }
 
 }  // namespace
