@@ -22,11 +22,6 @@ class FrmBackupTest : public test::ExecutionFixture {
   std::string Marker() { return dir_ / "BackupLog-nightly.txt"; }
   // The stand-in's command line, as the shell recorded it.
   std::string ComLine() { return form_.Shell().ComLine(); }
-  std::vector<std::string> Titles(int count) {
-    std::vector<std::string> titles;
-    for (const auto& entry : Logs(count)) titles.push_back(entry.Title);
-    return titles;
-  }
 
   clsCurrentJobManager manager_{clock_};
   clsJob job_ = settings_.General().AddJob("Nightly", "nightly");
@@ -76,7 +71,9 @@ TEST_F(FrmBackupTest, AStartedExecutorIsWatchedUntilItsStatusChanges) {
   EXPECT_EQ(1u, completions_.size()) << "BackupComplete comes once per run";
 
   // Nothing else was logged: no warning about the marker, which was written.
-  EXPECT_EQ((std::vector<std::string>{"DesktopRights finished executing", "DesktopRights"}), Titles(10));
+  std::vector<std::string> titles;
+  for (const auto& entry : Logs(10)) titles.push_back(entry.Title);
+  EXPECT_EQ((std::vector<std::string>{"DesktopRights finished executing", "DesktopRights"}), titles);
   const auto entries = Logs(2);
   EXPECT_EQ("Returned from the desktop rights program successfully.", entries[0].Message);
   EXPECT_EQ(3, entries[1].LogType);
