@@ -122,54 +122,6 @@ TEST_F(ToolsTest, ThePrintOutSendsEachRequestToTheQueueAndKeepsFailures) {
   EXPECT_TRUE(fs::exists(kept)) << "a request that was not printed waits for the next time";
 }
 
-TEST_F(ToolsTest, ATapeIsWoundAndEjectedAroundTheArchive) {
-  fs::create_directory(dir_ / "bin");
-  Script(dir_ / "bin/mt", "echo \"$@\" >> \"" + (dir_ / "mt-calls") + "\"");
-  const test::ScopedEnvironment path({{"PATH", (dir_ / "bin") + ":" + getenv("PATH")}});
-  fs::create_directory(dir_ / "src");
-  test::WriteFile(dir_ / "src/a", "a");
-
-  tools::BackupPlan plan;
-  plan.jobName = "Tape";
-  plan.backupLogId = "tape";
-  plan.sources = {dir_ / "src"};
-  plan.destination = "/dev/null";  // a character device, as a tape drive is
-  plan.mode = 1;
-  plan.eject = true;
-  plan.snapshotFolder = dir_ / "Snapshots";
-  const auto outcome = tools::PerformBackup(plan, DateSerial(2026, 11, 23) + 0.875);
-  EXPECT_TRUE(outcome.ok()) << (outcome.errors.empty() ? "" : outcome.errors[0]);
-  EXPECT_TRUE(outcome.tape);
-  EXPECT_EQ("-f /dev/null eod\n-f /dev/null offline\n", test::ReadFile(dir_ / "mt-calls"));
-  EXPECT_EQ(1, outcome.files);
-
-  const std::string report = tools::ComposeReport(plan, outcome, DateSerial(2026, 11, 23) + 0.875,
-                                                  DateSerial(2026, 11, 23) + 0.875 + 7201.0 / 86400);
-  EXPECT_EQ("Tarnwick backup report\r\n"
-            "Job: Tape\r\n"
-            "Computer: \r\n"
-            "Started: 2026-11-23 21:00:00\r\n"
-            "Finished: 2026-11-23 23:00:01\r\n"
-            "Duration: 02:00:01\r\n"
-            "Method: full\r\n"
-            "Media: label \"\", append, ejected afterwards\r\n"
-            "Sources: 1\r\n"
-            "  " + (dir_ / "src") + "\r\n"
-            "Destination: /dev/null\r\n"
-            "Archive: /dev/null\r\n"
-            "Files backed up: 1\r\n"
-            "Bytes written: 10240\r\n"
-            "Warnings: none\r\n"
-            "Errors: none\r\n"
-            "Result: Backup completed normally.\r\n",
-            report);
-
-  plan.sources.clear();
-  const auto nothing = tools::PerformBackup(plan, 0);
-  ASSERT_EQ(1u, nothing.errors.size());
-  EXPECT_EQ("The job has no sources to back up (twctl job set Tape --source PATH).", nothing.errors[0]);
-}
-
 // Every regular file under `folder` (none when it does not exist).
 std::vector<std::string> FilesUnder(const std::string& folder) {
   std::vector<std::string> files;
@@ -188,17 +140,57 @@ class ArchiveFolderTest : public ToolsTest {
     test::WriteFile(dir_ / "src/a", "a");
   }
   // A full run of job "job" from dir_/src into `destination`, its snapshots in `snapshots`.
-  tools::BackupOutcome Backup(const std::string& destination, const std::string& snapshots) {
+  tools::BackupPlan Plan(const std::string& destination, const std::string& snapshots) {
     tools::BackupPlan plan;
     plan.jobName = "Job";
     plan.backupLogId = "job";
     plan.sources = {dir_ / "src"};
     plan.destination = destination;
     plan.snapshotFolder = snapshots;
-    return tools::PerformBackup(plan, kStart);
+    return plan;
+  }
+  tools::BackupOutcome Backup(const std::string& destination, const std::string& snapshots) {
+    return tools::PerformBackup(Plan(destination, snapshots), kStart);
   }
   const Date kStart = DateSerial(2026, 11, 23) + 0.875;
 };
+
+TEST_F(ArchiveFolderTest, ATapeIsWoundAndEjectedAroundTheArchive) {
+  fs::create_directory(dir_ / "bin");
+  Script(dir_ / "bin/mt", "echo \"$@\" >> \"" + (dir_ / "mt-calls") + "\"");
+  const test::ScopedEnvironment path({{"PATH", (dir_ / "bin") + ":" + getenv("PATH")}});
+  tools::BackupPlan plan = Plan("/dev/null", dir_ / "Snapshots");  // a character device, as a tape drive is
+  plan.mode = 1;
+  plan.eject = true;
+  const auto outcome = tools::PerformBackup(plan, kStart);
+  EXPECT_TRUE(outcome.ok()) << (outcome.errors.empty() ? "" : outcome.errors[0]);
+  EXPECT_TRUE(outcome.tape);
+  EXPECT_EQ("-f /dev/null eod\n-f /dev/null offline\n", test::ReadFile(dir_ / "mt-calls"));
+  EXPECT_EQ(1, outcome.files);
+
+  EXPECT_EQ("Tarnwick backup report\r\n"
+            "Job: Job\r\n"
+            "Computer: \r\n"
+            "Started: 2026-11-23 21:00:00\r\n"
+            "Finished: 2026-11-23 23:00:01\r\n"
+            "Duration: 02:00:01\r\n"
+            "Method: full\r\n"
+            "Media: label \"\", append, ejected afterwards\r\n"
+            "Sources: 1\r\n"
+            "  " + (dir_ / "src") + "\r\n"
+            "Destination: /dev/null\r\n"
+            "Archive: /dev/null\r\n"
+            "Files backed up: 1\r\n"
+            "Bytes written: 10240\r\n"
+            "Warnings: none\r\n"
+            "Errors: none\r\n"
+            "Result: Backup completed normally.\r\n",
+            tools::ComposeReport(plan, outcome, kStart, kStart + 7201.0 / 86400));
+
+  plan.sources.clear();
+  EXPECT_EQ(std::vector<std::string>{"The job has no sources to back up (twctl job set Job --source PATH)."},
+            tools::PerformBackup(plan, 0).errors);
+}
 
 TEST_F(ArchiveFolderTest, ArchivesTakeFreshNamesAndAreNeverWrittenThroughLinks) {
   // A file of another user that links in the destination point at.
