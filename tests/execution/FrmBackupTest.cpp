@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "common/Utf16.h"
+#include "logging/clsAuthMessages.h"
+#include "platform/Accounts.h"
 #include "tests/execution/ExecutionFixture.h"
 
 namespace tw {
@@ -16,7 +18,7 @@ class FrmBackupTest : public test::ExecutionFixture {
     form_.BackupComplete = [this](const RunningJob& record) { completions_.push_back(record); };
     record_->BackupTimeout = 60;
   }
-  void Start() { form_.DoBackup(record_, job_); }
+  bool Start() { return form_.DoBackup(record_, job_); }
   std::string Marker() { return dir_ / "BackupLog-nightly.txt"; }
   // The stand-in's command line, as the shell recorded it.
   std::string ComLine() { return form_.Shell().ComLine(); }
@@ -36,7 +38,7 @@ TEST_F(FrmBackupTest, AStartedExecutorIsWatchedUntilItsStatusChanges) {
   // The rights launcher: the executor sets -2 before it returns.
   Script("DesktopRights", "cat > '" + (dir_ / "stdin") + "'; sleep 0.3; sqlite3 '" + (dir_ / "settings.db") +
                               "' 'UPDATE jobs SET run_status = -2'; echo launched; exit 255");
-  Start();
+  EXPECT_TRUE(Start());
   EXPECT_TRUE(form_.PollTimerEnabled());
   // The password travels on standard input; its place on the command line holds "-". The executor
   // is told its run, which the marker names.
@@ -55,75 +57,66 @@ TEST_F(FrmBackupTest, AStartedExecutorIsWatchedUntilItsStatusChanges) {
   form_.tmrPoll_Timer();
   EXPECT_TRUE(completions_.empty()) << "the executor is still running";
   // The executor finishes: report first, status last.
-  ASSERT_TRUE(WriteUnicodeFile(Marker(), "Tarnwick backup report\r\nFiles backed up: 3\r\nResult: Backup completed normally.\r\n"));
+  const std::string report = "Tarnwick backup report\r\nResult: Backup completed normally.\r\n";
+  ASSERT_TRUE(WriteUnicodeFile(Marker(), report));
   job_.RunStatus(1);
   form_.tmrPoll_Timer();
   ASSERT_EQ(1u, completions_.size());
   EXPECT_EQ(1, completions_[0]->Status);
-  EXPECT_EQ("Tarnwick backup report\r\nFiles backed up: 3\r\nResult: Backup completed normally.\r\n",
-            completions_[0]->BackupReport);
+  EXPECT_EQ(report, completions_[0]->BackupReport);
   EXPECT_GT(completions_[0]->BackupEndTime, 0);
   EXPECT_TRUE(fs::exists(Marker())) << "kept until the run's report log is written";
   EXPECT_FALSE(form_.PollTimerEnabled());
   form_.tmrPoll_Timer();
   EXPECT_EQ(1u, completions_.size()) << "BackupComplete comes once per run";
 
+  // Nothing else was logged: no warning about the marker, which was written.
+  std::vector<std::string> titles;
+  for (const auto& entry : Logs(10)) titles.push_back(entry.Title);
+  EXPECT_EQ((std::vector<std::string>{"DesktopRights finished executing", "DesktopRights"}), titles);
   const auto entries = Logs(2);
-  EXPECT_EQ("DesktopRights finished executing", entries[0].Title);
   EXPECT_EQ("Returned from the desktop rights program successfully.", entries[0].Message);
-  EXPECT_EQ("DesktopRights", entries[1].Title);
   EXPECT_EQ(3, entries[1].LogType);
   EXPECT_EQ(ComLine(), entries[1].Message);
   EXPECT_EQ("0\r\n\r\n", entries[1].Attachment) << "the start result and the output so far";
 }
 
 TEST_F(FrmBackupTest, EachRightsLauncherAnswerEndsTheRunWithItsReport) {
-  // The explanations name the product by its custom name; the help page keeps its own address.
+  // The explanations name the product by its custom name.
   settings_.General().Options().CustomProductName("Acme Backup");
-  settings_.Store().WriteText("deployment.auth_troubleshooting_page", "https://example.net/Tarnwick");
-  struct Case {
-    std::string script;
-    std::string title;
-    std::string report;
+  // As root the executor runs as the backup account, which is given the files it must reach.
+  settings_.General().Identity().IdentityValue1("nobody");
+  // The explanation of a logon error number, as the administrator reads it.
+  const auto explained = [&](int number) {
+    return "An error occured whilst launching the backup. Please read the report below to take corrective "
+           "action.\r\n\r\n" +
+           clsAuthMessages(settings_, "Acme Backup").GetMessage(number, 106);
   };
-  const Case cases[] = {
-      {"exit 1", "Error #00102 - Unable to launch Backup executor due to incorrect arguments.",
+  const std::pair<std::string, std::string> cases[] = {
+      {"exit 1",
        "Unable to launch Backup executor due to incorrect arguments. The backup could not be performed because the "
        "Backup Executor could not be started. Please report this to support@tarnwick.example."},
-      {"echo 5; exit 5", "Error #00106 - Error launching backup",
-       "An error occured whilst launching the backup. Please read the report below to take corrective action.\r\n\r\n"
-       "Unrecognized error\r\n------------------\r\nAn unrecognized user authentication error has occurred.\r\n"
-       "Error number 5 at location 106\r\n\r\n"},
-      {"printf '1326\\r\\n'; exit 2", "Error #00106 - Error launching backup",
-       "An error occured whilst launching the backup. Please read the report below to take corrective action.\r\n\r\n"
-       "Incorrect password/username/domain (Error 1326)\r\n-----------------------------------------------\r\n"
-       "The username/password combination entered in the Backup User Identity settings (Acme Backup Administration "
-       "Console -> View -> Navigator -> Settings) is incorrect.  Please check that these fields have the correct "
-       "details and that the account they refer to has not been changed or deleted.\r\n\r\n"
-       "Please visit https://example.net/Tarnwick for more details on how to correct this.\r\n\r\n"},
-      // What the executor printed before it ended follows the number, and ends the report.
-      {"printf '1067\\r\\nTWExecutor: no marker\\n'; exit 2", "Error #00106 - Error launching backup",
-       "An error occured whilst launching the backup. Please read the report below to take corrective action.\r\n\r\n"},
+      {"printf '1326\\r\\n'; exit 2", explained(1326)},
+      // Any other answer is an error too; what the executor printed before it ended follows the number.
+      {"printf '1067\\nTWExecutor: no marker\\n'; exit 5", explained(1067) + "\r\n\r\nTWExecutor: no marker"},
   };
-  for (const auto& c : cases) {
+  const std::string titles[] = {"Error #00102 - Unable to launch Backup executor due to incorrect arguments.",
+                                "Error #00106 - Error launching backup", "Error #00106 - Error launching backup"};
+  for (size_t i = 0; i < std::size(cases); ++i) {
     completions_.clear();
-    Script("DesktopRights", c.script);
-    Start();
-    ASSERT_TRUE(LoopUntil([&] { return !completions_.empty(); })) << c.script;
+    Script("DesktopRights", cases[i].first);
+    EXPECT_TRUE(Start());
+    ASSERT_TRUE(LoopUntil([&] { return !completions_.empty(); })) << cases[i].first;
     EXPECT_EQ(2, completions_[0]->Status);
-    EXPECT_EQ(0u, completions_[0]->BackupReport.find(c.report)) << completions_[0]->BackupReport;
-    const bool said = c.script.find("no marker") != std::string::npos;
-    EXPECT_EQ(said, completions_[0]->BackupReport.ends_with("\r\n\r\nTWExecutor: no marker")) << c.script;
-    EXPECT_EQ(c.title, Logs(1)[0].Title);
-    EXPECT_FALSE(fs::exists(Marker())) << c.script;
+    EXPECT_EQ(cases[i].second, completions_[0]->BackupReport);
+    EXPECT_EQ(titles[i], Logs(1)[0].Title);
+    EXPECT_FALSE(fs::exists(Marker())) << cases[i].first;
     EXPECT_FALSE(form_.PollTimerEnabled());
   }
-  // Without detailed logging the detail entries are not written at all.
-  for (const auto& entry : Logs(20)) EXPECT_NE(3, entry.LogType) << entry.Title;
 
   completions_.clear();
   fs::remove(dir_ / "DesktopRights");
-  Start();
+  EXPECT_TRUE(Start()) << "the run has ended";
   ASSERT_EQ(1u, completions_.size()) << "a launcher that is not there ends the run at once";
   EXPECT_EQ(2, completions_[0]->Status);
   EXPECT_EQ("Unable to launch backup executor.", completions_[0]->BackupReport);
@@ -133,6 +126,43 @@ TEST_F(FrmBackupTest, EachRightsLauncherAnswerEndsTheRunWithItsReport) {
             "file DesktopRights.exe appears to be missing. Please reinstall Acme Backup to correct this error.",
             Logs(1)[0].Message);
   EXPECT_FALSE(fs::exists(Marker()));
+  if (const auto nobody = platform::LookUpAccount("nobody"); platform::RunningAsRoot() && nobody) {
+    for (const std::string& path : {dir_ / "settings.db", dir_ / "Snapshots"}) {
+      struct stat info {};
+      ::stat(path.c_str(), &info);
+      EXPECT_EQ(nobody->uid, info.st_uid) << path;
+    }
+  }
+
+  // A job removed before its run could start: no run, no marker, no completion.
+  settings_.General().RemoveJob(job_);
+  completions_.clear();
+  EXPECT_FALSE(Start());
+  EXPECT_TRUE(completions_.empty());
+  EXPECT_FALSE(form_.PollTimerEnabled());
+  EXPECT_EQ("Internal error #20100 - please submit a diagnostics report to support@tarnwick.example", Logs(1)[0].Title);
+}
+
+// A run begun before the service last stopped is watched as one this form started. The executor of
+// a job removed meanwhile cannot set a status: the result in its report ends the run.
+TEST_F(FrmBackupTest, AnAdoptedRunOfARemovedJobEndsWithTheResultInItsReport) {
+  for (const auto& [result, status] : {std::pair{"completed normally", 1}, {"encountered errors", 2}}) {
+    completions_.clear();
+    clsJob job = settings_.General().AddJob("Job" + std::to_string(status), "job" + std::to_string(status));
+    job.RunStatus(-2);
+    form_.Adopt(manager_.AddJob(job), job);
+    EXPECT_TRUE(form_.PollTimerEnabled());
+    form_.tmrPoll_Timer();
+    settings_.General().RemoveJob(job);
+    form_.tmrPoll_Timer();
+    EXPECT_TRUE(completions_.empty()) << "still at work, and then no report yet";
+    const std::string report = std::string("Tarnwick backup report\r\nResult: Backup ") + result + ".\r\n";
+    ASSERT_TRUE(WriteUnicodeFile(form_.BackupLogPath(), report));
+    form_.tmrPoll_Timer();
+    ASSERT_EQ(1u, completions_.size()) << result;
+    EXPECT_EQ(status, completions_[0]->Status);
+    EXPECT_EQ(report, completions_[0]->BackupReport);
+  }
 }
 
 }  // namespace

@@ -34,6 +34,10 @@ TEST(CommandLineTest, SplitsAsEscapeArgumentQuotes) {
       {"", {}},
   };
   for (const auto& [line, expected] : cases) EXPECT_EQ(expected, SplitCommandLine(line)) << line;
+  // A line that is the start of a longer text ends where it ends: nothing after it is read.
+  EXPECT_EQ((std::vector<std::string>{"prog", "a"}), SplitCommandLine(std::string_view("prog ab", 6)));
+  EXPECT_EQ((std::vector<std::string>{"prog", "a\\"}), SplitCommandLine(std::string_view("prog a\\\"", 7)));
+  EXPECT_EQ((std::vector<std::string>{"prog", "a"}), SplitCommandLine(std::string_view("prog \"a\"\"", 8)));
   // Whatever EscapeArgument prepares arrives as it was.
   for (const std::string value : {"plain", "C:\\Temp\\", "\\\"\\", "pa\"ss word", "end\\", ""}) {
     EXPECT_EQ((std::vector<std::string>{"prog", value}), SplitCommandLine("prog \"" + EscapeArgument(value) + "\""))

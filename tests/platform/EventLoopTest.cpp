@@ -13,24 +13,6 @@
 namespace tw::platform {
 namespace {
 
-TEST(EventLoopTest, TimersTickOnlyWhileSwitchedOn) {
-  EventLoop loop;
-  int ticks = 0;
-  const auto timer = loop.AddTimer(10, [&] { ++ticks; });
-  EXPECT_FALSE(loop.TimerEnabled(timer));
-  loop.Sleep(50);
-  EXPECT_EQ(0, ticks);
-  loop.TimerEnabled(timer, true);
-  loop.Sleep(105);
-  EXPECT_GE(ticks, 4);  // about ten; a loaded machine may run fewer, never more
-  EXPECT_LE(ticks, 11);
-  loop.TimerEnabled(timer, false);
-  const int stopped = ticks;
-  loop.Sleep(50);
-  EXPECT_EQ(stopped, ticks);
-  EXPECT_EQ(10, loop.TimerInterval(timer));
-}
-
 TEST(EventLoopTest, ANestedWaitNeverReentersARunningHandler) {
   EventLoop loop;
   int depth = 0, deepest = 0, slowRuns = 0, otherRuns = 0;
@@ -112,7 +94,9 @@ TEST(EventLoopTest, SignalsPostedWorkAndProcessEndsArriveOnTheLoop) {
   loop.Run();
   EXPECT_TRUE(ended);
   ::close(pidfd);
-  EXPECT_TRUE(RunCommand({"true"}).started);  // children start with the signals unblocked again
+  // Children start with the signals unblocked again; one that cannot start says why.
+  EXPECT_TRUE(RunCommand({"true"}).started);
+  EXPECT_EQ("no-such-program-here: No such file or directory", RunCommand({"no-such-program-here"}).error);
 }
 
 TEST(EventLoopTest, AHandlerThatThrowsIsReportedAndTheLoopGoesOn) {
@@ -125,20 +109,6 @@ TEST(EventLoopTest, AHandlerThatThrowsIsReportedAndTheLoopGoesOn) {
   loop.Pump();
   EXPECT_EQ("disk on fire", reported);
   EXPECT_EQ(1, after);
-}
-
-TEST(EventLoopTest, ProcessesRunAndReportTheirOutcome) {
-  const CommandResult ok = RunCommand({"sh", "-c", "echo out; echo err >&2; exit 3"});
-  EXPECT_TRUE(ok.started);
-  EXPECT_EQ(3, ok.exitCode);
-  EXPECT_EQ("out\nerr\n", ok.output);
-  const CommandResult missing = RunCommand({"no-such-program-here"});
-  EXPECT_FALSE(missing.started);
-  EXPECT_EQ("no-such-program-here: No such file or directory", missing.error);
-  EXPECT_TRUE(FindOnPath("sh"));
-  EXPECT_FALSE(FindOnPath("no-such-program-here"));
-  EXPECT_TRUE(AccountExists("root"));
-  EXPECT_FALSE(AccountExists("no-such-user-here"));
 }
 
 }  // namespace

@@ -29,42 +29,40 @@ namespace fs = std::filesystem;
 
 const std::string kBin = TW_BIN_DIR;
 
+// A program's exit status and what it said, in one text: "2 1326\r\n".
+std::string Said(const std::vector<std::string>& argv) {
+  const auto result = platform::RunCommand(argv);
+  return std::to_string(result.exitCode) + " " + result.output;
+}
+
 class ToolsTest : public ::testing::Test {
  protected:
   void Script(const std::string& path, const std::string& body) {
     test::WriteFile(path, "#!/bin/sh\n" + body + "\n");
     ::chmod(path.c_str(), 0755);
   }
-  platform::CommandResult Rights(const std::vector<std::string>& args) {
+  std::string Rights(const std::vector<std::string>& args) {
     std::vector<std::string> argv{kBin + "/DesktopRights"};
     argv.insert(argv.end(), args.begin(), args.end());
-    return platform::RunCommand(argv);
+    return Said(argv);
   }
 
   test::TempDir dir_;
 };
 
 TEST_F(ToolsTest, TheRightsLauncherAnswersWithItsExitStatusAndANumber) {
-  EXPECT_EQ(1, Rights({"a", "b", "c"}).exitCode);
-  auto unknown = Rights({"no-such-user-here", "", "", "/bin/true"});
-  EXPECT_EQ(2, unknown.exitCode);
-  EXPECT_EQ("1326\r\n", unknown.output);
-  auto missing = Rights({"", "", "", dir_ / "nothing"});
-  EXPECT_EQ(2, missing.exitCode);
-  EXPECT_EQ("2\r\n", missing.output);
+  EXPECT_EQ(0u, Rights({"a", "b", "c"}).find("1 Usage: "));
+  EXPECT_EQ("2 1326\r\n", Rights({"no-such-user-here", "", "", "/bin/true"}));
+  EXPECT_EQ("2 2\r\n", Rights({"", "", "", dir_ / "nothing"}));
 
   // A program that says it has started: the launcher returns while it still runs.
   Script(dir_ / "ready", "printf R >&\"$TARNWICK_READY_FD\"; sleep 5");
   const auto start = std::chrono::steady_clock::now();
-  auto ready = Rights({"", "", "", dir_ / "ready", "logging"});
-  EXPECT_EQ(255, ready.exitCode) << ready.output;
+  EXPECT_EQ("255 ", Rights({"", "", "", dir_ / "ready", "logging"}));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
-  // One that ends without saying so.
   // One that ends without saying so: what it said on the way is passed on after the number.
   Script(dir_ / "quiet", "echo 'no marker waits' >&2; exit 0");
-  auto quiet = Rights({"", "", "", dir_ / "quiet"});
-  EXPECT_EQ(2, quiet.exitCode);
-  EXPECT_EQ("1067\r\nno marker waits\r\n", quiet.output);
+  EXPECT_EQ("2 1067\r\nno marker waits\r\n", Rights({"", "", "", dir_ / "quiet"}));
 
   EXPECT_EQ("backup", platform::AccountNameFor("backup", "", "server1"));
   EXPECT_EQ("backup", platform::AccountNameFor("backup", "SERVER1", "server1"));
@@ -77,7 +75,7 @@ TEST_F(ToolsTest, AsRootTheRightsLauncherSwitchesToTheAccount) {
   fs::permissions(dir_.Path(), fs::perms::all);
   fs::permissions(dir_ / "shared", fs::perms::all);
   Script(dir_ / "whoami", "id -un > \"" + (dir_ / "shared/who") + "\"; printf R >&\"$TARNWICK_READY_FD\"");
-  EXPECT_EQ(255, Rights({"nobody", "", "", dir_ / "whoami"}).exitCode);
+  EXPECT_EQ("255 ", Rights({"nobody", "", "", dir_ / "whoami"}));
   ASSERT_TRUE(test::WaitUntil([&] { return !test::ReadFile(dir_ / "shared/who").empty(); }));
   EXPECT_EQ("nobody\n", test::ReadFile(dir_ / "shared/who"));
 }
@@ -94,10 +92,8 @@ TEST_F(ToolsTest, TheProcessToolCountsAndKills) {
 }
 
 TEST_F(ToolsTest, TheCameraWithoutADisplayWritesNothing) {
-  auto result = platform::RunCommand({"env", "-u", "DISPLAY", "TARNWICK_SCREENSHOT=" + (dir_ / "shot.png"),
-                                      kBin + "/TWCam"});
-  EXPECT_EQ(1, result.exitCode);
-  EXPECT_EQ("TWCam: no X display (DISPLAY is not set)\n", result.output);
+  EXPECT_EQ("1 TWCam: no X display (DISPLAY is not set)\n",
+            Said({"env", "-u", "DISPLAY", "TARNWICK_SCREENSHOT=" + (dir_ / "shot.png"), kBin + "/TWCam"}));
   EXPECT_FALSE(fs::exists(dir_ / "shot.png"));
 }
 
@@ -105,8 +101,7 @@ TEST_F(ToolsTest, ThePrintOutSendsEachRequestToTheQueueAndKeepsFailures) {
   fs::create_directory(dir_ / "bin");
   Script(dir_ / "bin/lp", "echo \"$@\" >> \"" + (dir_ / "lp-calls") + "\"; cat \"$6\" >> \"" + (dir_ / "printed") +
                               "\"; [ ! -f \"" + (dir_ / "lp-fails") + "\" ]");
-  const std::string path = getenv("PATH");
-  ::setenv("PATH", ((dir_ / "bin") + ":" + path).c_str(), 1);
+  const test::ScopedEnvironment path({{"PATH", (dir_ / "bin") + ":" + getenv("PATH")}});
   TWSettings settings(dir_ / "settings.db");
   std::ostringstream err;
   EXPECT_EQ(1, tools::RunPrintOut(dir_.Path(), dir_ / "settings.db", err));
@@ -125,57 +120,6 @@ TEST_F(ToolsTest, ThePrintOutSendsEachRequestToTheQueueAndKeepsFailures) {
   const std::string kept = request.Print("Another", "Body");
   EXPECT_EQ(1, tools::RunPrintOut(dir_.Path(), dir_ / "settings.db", err));
   EXPECT_TRUE(fs::exists(kept)) << "a request that was not printed waits for the next time";
-  ::setenv("PATH", path.c_str(), 1);
-}
-
-TEST_F(ToolsTest, ATapeIsWoundAndEjectedAroundTheArchive) {
-  fs::create_directory(dir_ / "bin");
-  Script(dir_ / "bin/mt", "echo \"$@\" >> \"" + (dir_ / "mt-calls") + "\"");
-  const std::string path = getenv("PATH");
-  ::setenv("PATH", ((dir_ / "bin") + ":" + path).c_str(), 1);
-  fs::create_directory(dir_ / "src");
-  test::WriteFile(dir_ / "src/a", "a");
-
-  tools::BackupPlan plan;
-  plan.jobName = "Tape";
-  plan.backupLogId = "tape";
-  plan.sources = {dir_ / "src"};
-  plan.destination = "/dev/null";  // a character device, as a tape drive is
-  plan.mode = 1;
-  plan.eject = true;
-  plan.snapshotFolder = dir_ / "Snapshots";
-  const auto outcome = tools::PerformBackup(plan, DateSerial(2026, 11, 23) + 0.875);
-  ::setenv("PATH", path.c_str(), 1);
-  EXPECT_TRUE(outcome.ok()) << (outcome.errors.empty() ? "" : outcome.errors[0]);
-  EXPECT_TRUE(outcome.tape);
-  EXPECT_EQ("-f /dev/null eod\n-f /dev/null offline\n", test::ReadFile(dir_ / "mt-calls"));
-  EXPECT_EQ(1, outcome.files);
-
-  const std::string report = tools::ComposeReport(plan, outcome, DateSerial(2026, 11, 23) + 0.875,
-                                                  DateSerial(2026, 11, 23) + 0.875 + 75.0 / 86400);
-  EXPECT_EQ("Tarnwick backup report\r\n"
-            "Job: Tape\r\n"
-            "Computer: \r\n"
-            "Started: 2026-11-23 21:00:00\r\n"
-            "Finished: 2026-11-23 21:01:15\r\n"
-            "Duration: 00:01:15\r\n"
-            "Method: full\r\n"
-            "Media: label \"\", append, ejected afterwards\r\n"
-            "Sources: 1\r\n"
-            "  " + (dir_ / "src") + "\r\n"
-            "Destination: /dev/null\r\n"
-            "Archive: /dev/null\r\n"
-            "Files backed up: 1\r\n"
-            "Bytes written: 10240\r\n"
-            "Warnings: none\r\n"
-            "Errors: none\r\n"
-            "Result: Backup completed normally.\r\n",
-            report);
-
-  plan.sources.clear();
-  const auto nothing = tools::PerformBackup(plan, 0);
-  ASSERT_EQ(1u, nothing.errors.size());
-  EXPECT_EQ("The job has no sources to back up (twctl job set Tape --source PATH).", nothing.errors[0]);
 }
 
 // Every regular file under `folder` (none when it does not exist).
@@ -196,17 +140,57 @@ class ArchiveFolderTest : public ToolsTest {
     test::WriteFile(dir_ / "src/a", "a");
   }
   // A full run of job "job" from dir_/src into `destination`, its snapshots in `snapshots`.
-  tools::BackupOutcome Backup(const std::string& destination, const std::string& snapshots) {
+  tools::BackupPlan Plan(const std::string& destination, const std::string& snapshots) {
     tools::BackupPlan plan;
     plan.jobName = "Job";
     plan.backupLogId = "job";
     plan.sources = {dir_ / "src"};
     plan.destination = destination;
     plan.snapshotFolder = snapshots;
-    return tools::PerformBackup(plan, kStart);
+    return plan;
+  }
+  tools::BackupOutcome Backup(const std::string& destination, const std::string& snapshots) {
+    return tools::PerformBackup(Plan(destination, snapshots), kStart);
   }
   const Date kStart = DateSerial(2026, 11, 23) + 0.875;
 };
+
+TEST_F(ArchiveFolderTest, ATapeIsWoundAndEjectedAroundTheArchive) {
+  fs::create_directory(dir_ / "bin");
+  Script(dir_ / "bin/mt", "echo \"$@\" >> \"" + (dir_ / "mt-calls") + "\"");
+  const test::ScopedEnvironment path({{"PATH", (dir_ / "bin") + ":" + getenv("PATH")}});
+  tools::BackupPlan plan = Plan("/dev/null", dir_ / "Snapshots");  // a character device, as a tape drive is
+  plan.mode = 1;
+  plan.eject = true;
+  const auto outcome = tools::PerformBackup(plan, kStart);
+  EXPECT_TRUE(outcome.ok()) << (outcome.errors.empty() ? "" : outcome.errors[0]);
+  EXPECT_TRUE(outcome.tape);
+  EXPECT_EQ("-f /dev/null eod\n-f /dev/null offline\n", test::ReadFile(dir_ / "mt-calls"));
+  EXPECT_EQ(1, outcome.files);
+
+  EXPECT_EQ("Tarnwick backup report\r\n"
+            "Job: Job\r\n"
+            "Computer: \r\n"
+            "Started: 2026-11-23 21:00:00\r\n"
+            "Finished: 2026-11-23 23:00:01\r\n"
+            "Duration: 02:00:01\r\n"
+            "Method: full\r\n"
+            "Media: label \"\", append, ejected afterwards\r\n"
+            "Sources: 1\r\n"
+            "  " + (dir_ / "src") + "\r\n"
+            "Destination: /dev/null\r\n"
+            "Archive: /dev/null\r\n"
+            "Files backed up: 1\r\n"
+            "Bytes written: 10240\r\n"
+            "Warnings: none\r\n"
+            "Errors: none\r\n"
+            "Result: Backup completed normally.\r\n",
+            tools::ComposeReport(plan, outcome, kStart, kStart + 7201.0 / 86400));
+
+  plan.sources.clear();
+  EXPECT_EQ(std::vector<std::string>{"The job has no sources to back up (twctl job set Job --source PATH)."},
+            tools::PerformBackup(plan, 0).errors);
+}
 
 TEST_F(ArchiveFolderTest, ArchivesTakeFreshNamesAndAreNeverWrittenThroughLinks) {
   // A file of another user that links in the destination point at.
@@ -310,44 +294,32 @@ TEST_F(ToolsTest, TheMessengerWritesToTheRecipientsTerminals) {
   const std::string records = "TARNWICK_UTMP=" + (dir_ / "utmp");
   // The broadcast comes from the product under the name the settings give it.
   TWSettings(dir_ / "settings.db").General().Options().CustomProductName("Acme Backup");
-  auto sent = platform::RunCommand({"env", records, "TARNWICK_SETTINGS=" + (dir_ / "settings.db"), kBin + "/twmessage",
-                                    "alice", " Tape reminder\x14\x14Load tape 7\x14today"});
-  EXPECT_EQ(0, sent.exitCode) << sent.output;
+  EXPECT_EQ("0 ", Said({"env", records, "TARNWICK_SETTINGS=" + (dir_ / "settings.db"), kBin + "/twmessage", "alice",
+                        " Tape reminder\x14\x14Load tape 7\x14today"}));
   pollfd ready{master, POLLIN, 0};
   ASSERT_EQ(1, ::poll(&ready, 1, 2000));
   char buffer[1024] = {};
-  const std::string shown(buffer, static_cast<size_t>(::read(master, buffer, sizeof buffer)));
-  std::string plain;
-  for (char c : shown) {
-    if (c != '\r') plain += c;
-  }
+  std::string plain(buffer, static_cast<size_t>(::read(master, buffer, sizeof buffer)));
+  std::erase(plain, '\r');
   EXPECT_NE(std::string::npos, plain.find("Broadcast message from Acme Backup on ")) << plain;
   EXPECT_NE(std::string::npos, plain.find(":\n\nTape reminder\n\nLoad tape 7\ntoday\n")) << plain;
 
-  auto nobody = platform::RunCommand({"env", records, kBin + "/twmessage", "bob", "hello"});
-  EXPECT_EQ(1, nobody.exitCode);
-  EXPECT_EQ("twmessage: bob is not logged in on a terminal here\n", nobody.output);
-  EXPECT_EQ(2, platform::RunCommand({kBin + "/twmessage", "alice"}).exitCode);
+  EXPECT_EQ("1 twmessage: bob is not logged in on a terminal here\n",
+            Said({"env", records, kBin + "/twmessage", "bob", "hello"}));
+  EXPECT_EQ("2 Usage: twmessage RECIPIENT TEXT\n", Said({kBin + "/twmessage", "alice"}));
   ::close(master);
   ::close(slave);
 }
 
 TEST_F(ToolsTest, EveryProgramHasHelpAndSaysItsVersion) {
-  for (const char* program : {"DesktopRights", "TWExecutor", "twprocess", "TWCam", "TWPrintOut", "twmessage"}) {
-    const auto result = platform::RunCommand({kBin + "/" + program, "--help"});
-    EXPECT_EQ(0, result.exitCode) << program;
-    EXPECT_NE(std::string::npos, result.output.find("Usage: ")) << program;
+  for (const std::string program : {"DesktopRights", "TWExecutor", "twprocess", "TWCam", "TWPrintOut", "twmessage"}) {
+    EXPECT_EQ(0u, Said({kBin + "/" + program, "--help"}).find("0 Usage: ")) << program;
+    EXPECT_EQ("0 " + program + " " + kVersion + "\n", Said({kBin + "/" + program, "--version"}));
   }
   // The service's switches take one dash; it understands the usual two as well.
-  const std::vector<std::vector<std::string>> asked = {
-      {"DesktopRights", "--version"}, {"TWExecutor", "--version"}, {"twprocess", "--version"},
-      {"TWCam", "--version"},         {"TWPrintOut", "--version"}, {"twmessage", "--version"},
-      {"TWService", "-version"},      {"TWService", "--version"},  {"twctl", "--version"}};
-  for (const auto& args : asked) {
-    const auto result = platform::RunCommand({kBin + "/" + args[0], args[1]});
-    EXPECT_EQ(0, result.exitCode) << args[0];
-    EXPECT_EQ(args[0] + " " + kVersion + "\n", result.output) << args[0];
-  }
+  EXPECT_EQ("0 TWService " + std::string(kVersion) + "\n", Said({kBin + "/TWService", "-version"}));
+  EXPECT_EQ("0 TWService " + std::string(kVersion) + "\n", Said({kBin + "/TWService", "--version"}));
+  EXPECT_EQ("0 twctl " + std::string(kVersion) + "\n", Said({kBin + "/twctl", "--version"}));
 }
 
 }  // namespace
