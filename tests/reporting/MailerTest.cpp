@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 
 #include "platform/EventLoop.h"
+#include "platform/HostName.h"
 #include "reporting/MailAddress.h"
 #include "reporting/Mailer.h"
 #include "tests/support/TestSupport.h"
@@ -19,7 +21,8 @@ class MailerTest : public ::testing::Test {
  protected:
   MailerTest() {
     auto mail = settings_.General().MailSettings();
-    mail.ReminderRecipients("ops@example.org; second@example.org");
+    // A list pasted one address per line reads as separate addresses.
+    mail.ReminderRecipients("ops@example.org\r\nsecond@example.org\n");
     mail.FailureReportRecipients("failures@example.org");
     mail.SuccessReportRecipients("successes@example.org");
     settings_.Store().WriteText("mail.server", "127.0.0.1");
@@ -54,7 +57,8 @@ class MailerTest : public ::testing::Test {
 TEST_F(MailerTest, AMessageArrivesWithSubjectBodyAndAttachmentIntact) {
   test::SmtpServer server;
   UseServer(server.Port());
-  test::WriteFile(dir_ / "shot.png", std::string("\x89PNG\r\n\x1a\n", 8) + std::string(3000, '\x7f'));
+  // Larger than curl's upload buffer: the message is read in several pieces.
+  test::WriteFile(dir_ / "shot.png", std::string("\x89PNG\r\n\x1a\n", 8) + std::string(100000, '\xff'));
   // Long enough for several encoded words, with characters of two and three bytes at their seams.
   const std::string subject = "Sauvegarde réussie: Nightly ✓ — serveur «Comptabilité» ✓✓✓✓✓✓✓✓ terminé";
   EXPECT_EQ(std::nullopt, SendAndWait(subject, "Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend",
@@ -66,23 +70,19 @@ TEST_F(MailerTest, AMessageArrivesWithSubjectBodyAndAttachmentIntact) {
   EXPECT_EQ("Tarnwick <tarnwick@server1.example.org>", mail["from"]);
   EXPECT_EQ("failures@example.org", mail["to"]) << "the failure list for a failure report";
   EXPECT_EQ("Mon, 23 Nov 2026 21:00:00 +0000", mail["date"]);
-  EXPECT_NE(std::string::npos, mail["message_id"].get<std::string>().find("20261123210000."));
+  char host[256] = {};
+  platform::GetHostName(host, sizeof host - 1);
+  const std::string id = mail["message_id"];
+  EXPECT_TRUE(id.starts_with("<20261123210000.") && id.ends_with(std::string("@") + host + ">")) << id;
   EXPECT_EQ("Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend", mail["body"]) << "a lone dot survives";
   ASSERT_EQ(1u, mail["attachments"].size());
   EXPECT_EQ("shot.png", mail["attachments"][0]["name"]);
   EXPECT_EQ("image/png", mail["attachments"][0]["type"]);
-  std::string hex;
-  for (unsigned char c : test::ReadFile(dir_ / "shot.png")) {
-    static const char* const kDigits = "0123456789abcdef";
-    hex += kDigits[c >> 4];
-    hex += kDigits[c & 15];
-  }
-  EXPECT_TRUE(mail["attachments"][0]["content_hex"] == hex) << "the attachment arrives byte for byte";
+  EXPECT_TRUE(mail["attachments"][0]["content_hex"] == "89504e470d0a1a0a" + std::string(200000, 'f'))
+      << "the attachment arrives byte for byte";
   EXPECT_NE(std::string::npos, server.Envelope(1).find("from tarnwick@server1.example.org\nto failures@example.org\n"));
 
   // Reminders and maintenance mails go to the reminder list; success reports to the success list.
-  // A list pasted one address per line reads as separate addresses.
-  settings_.General().MailSettings().ReminderRecipients("ops@example.org\r\nsecond@example.org\n");
   SendAndWait("Reminder", "Load tape 3", mailtype::kMaintenance);
   EXPECT_NE(std::string::npos, server.Envelope(2).find("to ops@example.org second@example.org\n"));
   SendAndWait("Done", "Fine", mailtype::kSuccessReport);
@@ -144,16 +144,16 @@ TEST_F(MailerTest, StartTlsAndImplicitTlsWithAuthentication) {
     settings_.Store().WriteText("mail.password", "wrong-password");
     const auto refused = SendAndWait("Wrong password", "body", mailtype::kReminder);
     ASSERT_TRUE(refused);
-    EXPECT_NE(std::string::npos, refused->find("< 535")) << *refused;
-    EXPECT_NE(std::string::npos, refused->find("(credentials removed)"));
-    EXPECT_EQ(std::string::npos, refused->find("wrong-password"));
-    EXPECT_EQ(std::string::npos, refused->find("d3JvbmctcGFzc3dvcmQ")) << "not even encoded";
+    EXPECT_NE(std::string::npos, refused->find("> AUTH PLAIN (credentials removed)\n< 334 \n> (credentials removed)\n"
+                                               "< 535 5.7.8 Authentication credentials invalid\n"))
+        << *refused;
     settings_.Store().WriteText("mail.password", "s3cret!");
 
     settings_.Store().WriteText("mail.ca_file", "");
     const auto untrusted = SendAndWait("Untrusted", "body", mailtype::kReminder);
     ASSERT_TRUE(untrusted) << "a self-signed certificate is refused unless trusted";
-    settings_.Store().WriteText("mail.ca_file", dir_ / "cert.pem");
+    settings_.Store().WriteBool("mail.verify_certificate", false);
+    EXPECT_EQ(std::nullopt, SendAndWait("Unverified", "body", mailtype::kReminder)) << "or not verified";
   }
   test::SmtpServer implicit({"--cert", dir_ / "cert.pem", "--key", dir_ / "key.pem", "--implicit-tls", "--user",
                              "backup", "--password", "s3cret!"});
@@ -169,6 +169,8 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   ASSERT_TRUE(refused);
   EXPECT_NE(std::string::npos, refused->find("Server: smtp://127.0.0.1:1 (security none)\n"));
   EXPECT_NE(std::string::npos, refused->find("Result: Failed to connect to 127.0.0.1 port 1"));
+  // The newest hundred transcripts are kept: with these, each later one removes the oldest.
+  for (int i = 0; i < 99; ++i) test::WriteFile(dir_ / ("Mail/older-" + std::to_string(i)), "");
 
   {
     test::SmtpServer rejecting({"--reject", "failures@example.org"});
@@ -178,18 +180,6 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
     EXPECT_NE(std::string::npos, rejected->find("< 550 5.1.1 <failures@example.org>: Recipient address rejected"));
     EXPECT_EQ(0, rejecting.Count());
   }
-
-  // A sender stored with a line break, before the console refused one, never reaches the server.
-  test::SmtpServer listening;
-  UseServer(listening.Port());
-  settings_.Store().WriteText("mail.sender", "a@example.org>\r\nRCPT TO:<intruder@example.org");
-  const auto injected = SendAndWait("Injected", "body", mailtype::kFailureReport);
-  ASSERT_TRUE(injected);
-  EXPECT_NE(std::string::npos,
-            injected->find("invalid e-mail address \"a@example.org>\r\nRCPT TO:<intruder@example.org\" "
-                           "(holds a line break or another control character)"));
-  EXPECT_EQ(0, listening.Count());
-  settings_.Store().WriteText("mail.sender", "tarnwick@server1.example.org");
 
   settings_.General().MailSettings().SuccessReportRecipients("");
   const auto nobody = SendAndWait("To nobody", "body", mailtype::kSuccessReport);
@@ -226,6 +216,13 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   EXPECT_LT(std::chrono::steady_clock::now() - stop, std::chrono::seconds(5));
   loop_.Sleep(50);
   EXPECT_FALSE(reported) << "no outcome after the Mailer has gone";
+
+  // A sender stored with a line break, before the console refused one, never reaches a server.
+  settings_.Store().WriteText("mail.sender", "a@example.org>\r\nRCPT TO:<intruder@example.org");
+  EXPECT_EQ("The message could not be prepared: invalid e-mail address \"a@example.org>\r\nRCPT "
+            "TO:<intruder@example.org\" (holds a line break or another control character)\n",
+            SendAndWait("Injected", "body", mailtype::kFailureReport));
+  EXPECT_EQ(100, std::distance(std::filesystem::directory_iterator(dir_ / "Mail"), {}));
 }
 
 }  // namespace
