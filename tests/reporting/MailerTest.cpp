@@ -169,7 +169,7 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   ASSERT_TRUE(refused);
   EXPECT_NE(std::string::npos, refused->find("Server: smtp://127.0.0.1:1 (security none)\n"));
   EXPECT_NE(std::string::npos, refused->find("Result: Failed to connect to 127.0.0.1 port 1"));
-  // The newest hundred transcripts are kept: with these, each later one removes the oldest.
+  // The newest hundred transcripts are kept: with these, the next one removes the oldest.
   for (int i = 0; i < 99; ++i) test::WriteFile(dir_ / ("Mail/older-" + std::to_string(i)), "");
 
   {
@@ -180,6 +180,7 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
     EXPECT_NE(std::string::npos, rejected->find("< 550 5.1.1 <failures@example.org>: Recipient address rejected"));
     EXPECT_EQ(0, rejecting.Count());
   }
+  EXPECT_EQ(100, std::distance(std::filesystem::directory_iterator(dir_ / "Mail"), {}));
 
   settings_.General().MailSettings().SuccessReportRecipients("");
   const auto nobody = SendAndWait("To nobody", "body", mailtype::kSuccessReport);
@@ -222,7 +223,6 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   EXPECT_EQ("The message could not be prepared: invalid e-mail address \"a@example.org>\r\nRCPT "
             "TO:<intruder@example.org\" (holds a line break or another control character)\n",
             SendAndWait("Injected", "body", mailtype::kFailureReport));
-  EXPECT_EQ(100, std::distance(std::filesystem::directory_iterator(dir_ / "Mail"), {}));
 }
 
 }  // namespace
