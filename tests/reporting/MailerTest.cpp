@@ -33,10 +33,10 @@ class MailerTest : public ::testing::Test {
     settings_.Store().WriteText("mail.security", security);
   }
   // Sends and runs the loop until the outcome: "" for success, the transcript for a failure.
-  std::optional<std::string> SendAndWait(const std::string& subject, const std::string& body, int32_t type,
-                                         const std::string& attachment = "") {
+  std::string SendAndWait(const std::string& subject, const std::string& body, int32_t type,
+                          const std::string& attachment = "") {
     bool done = false;
-    std::optional<std::string> transcript;
+    std::string transcript;
     mailer_.Send(subject, body, type, attachment, [&] { done = true; },
                  [&](const std::string& path) {
                    transcript = test::ReadFile(path);
@@ -61,8 +61,8 @@ TEST_F(MailerTest, AMessageArrivesWithSubjectBodyAndAttachmentIntact) {
   test::WriteFile(dir_ / "shot.png", std::string("\x89PNG\r\n\x1a\n", 8) + std::string(100000, '\xff'));
   // Long enough for several encoded words, with characters of two and three bytes at their seams.
   const std::string subject = "Sauvegarde réussie: Nightly ✓ — serveur «Comptabilité» ✓✓✓✓✓✓✓✓ terminé";
-  EXPECT_EQ(std::nullopt, SendAndWait(subject, "Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend",
-                                      mailtype::kFailureReport, dir_ / "shot.png"));
+  EXPECT_EQ("", SendAndWait(subject, "Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend", mailtype::kFailureReport,
+                            dir_ / "shot.png"));
   ASSERT_EQ(1, server.Count());
   const Json mail = Json::parse(server.Read(1));
   EXPECT_EQ(subject, mail["subject"]);
@@ -89,7 +89,7 @@ TEST_F(MailerTest, AMessageArrivesWithSubjectBodyAndAttachmentIntact) {
   settings_.Store().WriteText("mail.sender", "Backups <b@example.org>");
   settings_.General().MailSettings().SuccessReportRecipients(
       "\"Doe, Jane\" <jane@example.org>; Jürgen Müller <jm@example.org>, plain@example.org");
-  EXPECT_EQ(std::nullopt, SendAndWait("Named", "Fine", mailtype::kSuccessReport));
+  EXPECT_EQ("", SendAndWait("Named", "Fine", mailtype::kSuccessReport));
   ASSERT_EQ(3, server.Count());
   const Json named = Json::parse(server.Read(3));
   EXPECT_EQ("Backups <b@example.org>", named["from"]);
@@ -132,55 +132,44 @@ TEST_F(MailerTest, StartTlsAndImplicitTlsWithAuthentication) {
     test::SmtpServer server({"--cert", dir_ / "cert.pem", "--key", dir_ / "key.pem", "--user", "backup",
                              "--password", "s3cret!"});
     UseServer(server.Port(), "starttls");
-    EXPECT_EQ(std::nullopt, SendAndWait("Over STARTTLS", "body", mailtype::kReminder));
-    ASSERT_EQ(1, server.Count());
+    EXPECT_EQ("", SendAndWait("Over STARTTLS", "body", mailtype::kReminder));
     EXPECT_NE(std::string::npos, server.Envelope(1).find("auth backup\ntls yes"));
 
     settings_.Store().WriteText("mail.password", "wrong-password");
-    const auto refused = SendAndWait("Wrong password", "body", mailtype::kReminder);
-    ASSERT_TRUE(refused);
-    EXPECT_NE(std::string::npos, refused->find("> AUTH PLAIN (credentials removed)\n< 334 \n> (credentials removed)\n"
-                                               "< 535 5.7.8 Authentication credentials invalid\n"))
-        << *refused;
+    const std::string refused = SendAndWait("Wrong password", "body", mailtype::kReminder);
+    EXPECT_NE(std::string::npos, refused.find("> AUTH PLAIN (credentials removed)\n< 334 \n> (credentials removed)\n"
+                                              "< 535 5.7.8 Authentication credentials invalid\n"))
+        << refused;
     settings_.Store().WriteText("mail.password", "s3cret!");
 
     settings_.Store().WriteText("mail.ca_file", "");
-    const auto untrusted = SendAndWait("Untrusted", "body", mailtype::kReminder);
-    ASSERT_TRUE(untrusted) << "a self-signed certificate is refused unless trusted";
+    EXPECT_NE("", SendAndWait("Untrusted", "body", mailtype::kReminder)) << "a self-signed certificate is refused";
     settings_.Store().WriteBool("mail.verify_certificate", false);
-    EXPECT_EQ(std::nullopt, SendAndWait("Unverified", "body", mailtype::kReminder)) << "or not verified";
+    EXPECT_EQ("", SendAndWait("Unverified", "body", mailtype::kReminder)) << "unless trusted or not verified";
   }
   test::SmtpServer implicit({"--cert", dir_ / "cert.pem", "--key", dir_ / "key.pem", "--implicit-tls", "--user",
                              "backup", "--password", "s3cret!"});
   UseServer(implicit.Port(), "tls");
-  EXPECT_EQ(std::nullopt, SendAndWait("Over TLS", "body", mailtype::kReminder));
-  ASSERT_EQ(1, implicit.Count());
+  EXPECT_EQ("", SendAndWait("Over TLS", "body", mailtype::kReminder));
   EXPECT_NE(std::string::npos, implicit.Envelope(1).find("auth backup\n")) << implicit.Envelope(1);
 }
 
 TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   UseServer(1);  // nothing listens there
-  const auto refused = SendAndWait("Nobody home", "body", mailtype::kReminder);
-  ASSERT_TRUE(refused);
-  EXPECT_NE(std::string::npos, refused->find("Server: smtp://127.0.0.1:1 (security none)\n"));
-  EXPECT_NE(std::string::npos, refused->find("Result: Failed to connect to 127.0.0.1 port 1"));
+  const std::string refused = SendAndWait("Nobody home", "body", mailtype::kReminder);
+  EXPECT_NE(std::string::npos, refused.find("Server: smtp://127.0.0.1:1 (security none)\n"));
+  EXPECT_NE(std::string::npos, refused.find("Result: Failed to connect to 127.0.0.1 port 1"));
   // The newest hundred transcripts are kept: with these, the next one removes the oldest.
   for (int i = 0; i < 99; ++i) test::WriteFile(dir_ / ("Mail/older-" + std::to_string(i)), "");
 
   {
     test::SmtpServer rejecting({"--reject", "failures@example.org"});
     UseServer(rejecting.Port());
-    const auto rejected = SendAndWait("Rejected", "body", mailtype::kFailureReport);
-    ASSERT_TRUE(rejected);
-    EXPECT_NE(std::string::npos, rejected->find("< 550 5.1.1 <failures@example.org>: Recipient address rejected"));
+    EXPECT_NE(std::string::npos, SendAndWait("Rejected", "body", mailtype::kFailureReport)
+                                     .find("< 550 5.1.1 <failures@example.org>: Recipient address rejected\n"));
     EXPECT_EQ(0, rejecting.Count());
   }
   EXPECT_EQ(100, std::distance(std::filesystem::directory_iterator(dir_ / "Mail"), {}));
-
-  settings_.General().MailSettings().SuccessReportRecipients("");
-  const auto nobody = SendAndWait("To nobody", "body", mailtype::kSuccessReport);
-  ASSERT_TRUE(nobody);
-  EXPECT_NE(std::string::npos, nobody->find("no recipients are set for this kind of e-mail"));
 
   // A server that takes the connection and never answers: the time-out ends the attempt, and the
   // loop ran on all the while.
@@ -191,10 +180,9 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   const auto timer = loop_.AddTimer(50, [&] { ++ticks; });
   loop_.TimerEnabled(timer, true);
   const auto start = std::chrono::steady_clock::now();
-  const auto hung = SendAndWait("Into the void", "body", mailtype::kReminder);
+  const std::string hung = SendAndWait("Into the void", "body", mailtype::kReminder);
   const auto took = std::chrono::steady_clock::now() - start;
-  ASSERT_TRUE(hung);
-  EXPECT_NE(std::string::npos, hung->find("Result: Operation timed out"));
+  EXPECT_NE(std::string::npos, hung.find("Result: Operation timed out"));
   EXPECT_GE(took, std::chrono::milliseconds(1900));
   EXPECT_GE(ticks, 20) << "the service thread was never blocked";
   EXPECT_EQ(0u, mailer_.InFlight());
