@@ -65,10 +65,9 @@ TEST_F(ServiceMailTest, AFailedMailIsSentAgainEveryFifteenMinutesElevenTimes) {
   Settle();
   // Recorded with its report: the next try at the sixteenth minute.
   EXPECT_EQ("waiting 1 2026-11-23 21:16:00", Outcome("Nightly", runStart));
-  const auto logged = test::LastLogs(dir_.Path(), 5);
-  ASSERT_EQ(1u, logged.size());
-  EXPECT_EQ("Report email could not be sent", logged[0].Title);
-  EXPECT_NE(std::string::npos, logged[0].Attachment.find("Failed to connect to 127.0.0.1 port 1")) << "the transcript";
+  EXPECT_EQ((std::vector<std::string>{"Report email could not be sent"}), Titles(5));
+  EXPECT_NE(std::string::npos,
+            test::LastLogs(dir_.Path(), 1)[0].Attachment.find("Failed to connect to 127.0.0.1 port 1"));
   EXPECT_EQ(nullptr, mail_.objMailer);
 
   // Minute boundaries count, not elapsed seconds: from 21:00:59, 21:15:59 has crossed fifteen and
@@ -177,9 +176,6 @@ TEST_F(ServiceMailTest, AMediaReminderBroadcastsThenMails) {
   EXPECT_EQ("Executing the broadcast:\r\n\r\n" + dir_.Path() + "/twmessage \"bob\" \"" + text + "\"",
             logged[0].Message);
   EXPECT_EQ("Sending net message", logged[2].Title);
-  EXPECT_EQ("Recipients: alice;bob\r\nTitle: Tarnwick media reminder for Nightly\r\nMessage: Please load the backup "
-            "media labelled Tape 7.",
-            logged[2].Message);
 
   // With e-mail switched off only the broadcast goes, and no missed-backup mail; a maintenance mail
   // does not ask that switch. An empty broadcast list is logged and reaches nobody.
