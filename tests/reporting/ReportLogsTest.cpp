@@ -77,6 +77,7 @@ TEST_F(ReportLogsTest, TheFileFormatByteForByte) {
   ASSERT_TRUE(back.Load(dir_ / "comma.log"));
   EXPECT_DOUBLE_EQ(45321.875, back.TimeStart);
   EXPECT_EQ("", back.Report) << "an empty body reads as empty";
+  EXPECT_TRUE(back.ExtraFieldKeys().empty()) << "nothing left of the report read before";
   EXPECT_EQ("Normal", back.StatusString());
   back.Status = 3;
   EXPECT_EQ("Warnings", back.StatusString());
@@ -102,9 +103,11 @@ TEST_F(ReportLogsTest, NamesAndFailures) {
   WriteUnicodeFile(dir_ / "short.log", "45321.875\r\n45321.9\r\nJob\r\n");
   EXPECT_EQ("62: Input past end of file", ErrorOf([&] { entry.Load(dir_ / "short.log"); }));
   EXPECT_EQ("53: File not found: " + (dir_ / "missing.log"), ErrorOf([&] { entry.Load(dir_ / "missing.log"); }));
-  // QuickLoad as it stands: it empties the file and then fails.
+  // QuickLoad as it stands: it forgets the extra fields, empties the file and then fails.
+  entry.ExtraField("Tape", "7");
   EXPECT_EQ("54: Bad file mode", ErrorOf([&] { entry.QuickLoad(dir_ / "short.log"); }));
   EXPECT_EQ(std::string("\xFF\xFE", 2), test::ReadFile(dir_ / "short.log"));
+  EXPECT_TRUE(entry.ExtraFieldKeys().empty());
 }
 
 TEST_F(ReportLogsTest, SummariesComeNewestFirstWithinTheirLimitAndFollowChanges) {
