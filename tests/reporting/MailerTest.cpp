@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 
 #include "platform/EventLoop.h"
+#include "platform/HostName.h"
 #include "reporting/MailAddress.h"
 #include "reporting/Mailer.h"
 #include "tests/support/TestSupport.h"
@@ -19,7 +21,8 @@ class MailerTest : public ::testing::Test {
  protected:
   MailerTest() {
     auto mail = settings_.General().MailSettings();
-    mail.ReminderRecipients("ops@example.org; second@example.org");
+    // A list pasted one address per line reads as separate addresses.
+    mail.ReminderRecipients("ops@example.org\r\nsecond@example.org\n");
     mail.FailureReportRecipients("failures@example.org");
     mail.SuccessReportRecipients("successes@example.org");
     settings_.Store().WriteText("mail.server", "127.0.0.1");
@@ -30,10 +33,10 @@ class MailerTest : public ::testing::Test {
     settings_.Store().WriteText("mail.security", security);
   }
   // Sends and runs the loop until the outcome: "" for success, the transcript for a failure.
-  std::optional<std::string> SendAndWait(const std::string& subject, const std::string& body, int32_t type,
-                                         const std::string& attachment = "") {
+  std::string SendAndWait(const std::string& subject, const std::string& body, int32_t type,
+                          const std::string& attachment = "") {
     bool done = false;
-    std::optional<std::string> transcript;
+    std::string transcript;
     mailer_.Send(subject, body, type, attachment, [&] { done = true; },
                  [&](const std::string& path) {
                    transcript = test::ReadFile(path);
@@ -54,51 +57,45 @@ class MailerTest : public ::testing::Test {
 TEST_F(MailerTest, AMessageArrivesWithSubjectBodyAndAttachmentIntact) {
   test::SmtpServer server;
   UseServer(server.Port());
-  test::WriteFile(dir_ / "shot.png", std::string("\x89PNG\r\n\x1a\n", 8) + std::string(3000, '\x7f'));
+  // Larger than curl's upload buffer: the message is read in several pieces.
+  test::WriteFile(dir_ / "shot.png", std::string("\x89PNG\r\n\x1a\n", 8) + std::string(100000, '\xff'));
   // Long enough for several encoded words, with characters of two and three bytes at their seams.
   const std::string subject = "Sauvegarde réussie: Nightly ✓ — serveur «Comptabilité» ✓✓✓✓✓✓✓✓ terminé";
-  EXPECT_EQ(std::nullopt, SendAndWait(subject, "Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend",
-                                      mailtype::kFailureReport, dir_ / "shot.png"));
+  EXPECT_EQ("", SendAndWait(subject, "Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend", mailtype::kFailureReport,
+                            dir_ / "shot.png"));
   ASSERT_EQ(1, server.Count());
   const Json mail = Json::parse(server.Read(1));
   EXPECT_EQ(subject, mail["subject"]);
   EXPECT_LE(mail["longest_line"].get<int>(), 78) << "headers folded, encoded words short";
   EXPECT_EQ("Tarnwick <tarnwick@server1.example.org>", mail["from"]);
-  EXPECT_EQ("failures@example.org", mail["to"]) << "the failure list for a failure report";
   EXPECT_EQ("Mon, 23 Nov 2026 21:00:00 +0000", mail["date"]);
-  EXPECT_NE(std::string::npos, mail["message_id"].get<std::string>().find("20261123210000."));
+  char host[256] = {};
+  platform::GetHostName(host, sizeof host - 1);
+  const std::string id = mail["message_id"];
+  EXPECT_TRUE(id.starts_with("<20261123210000.") && id.ends_with(std::string("@") + host + ">")) << id;
   EXPECT_EQ("Report line 1\r\nLine 2 with ü\r\n\r\n.\r\nend", mail["body"]) << "a lone dot survives";
   ASSERT_EQ(1u, mail["attachments"].size());
   EXPECT_EQ("shot.png", mail["attachments"][0]["name"]);
   EXPECT_EQ("image/png", mail["attachments"][0]["type"]);
-  std::string hex;
-  for (unsigned char c : test::ReadFile(dir_ / "shot.png")) {
-    static const char* const kDigits = "0123456789abcdef";
-    hex += kDigits[c >> 4];
-    hex += kDigits[c & 15];
-  }
-  EXPECT_TRUE(mail["attachments"][0]["content_hex"] == hex) << "the attachment arrives byte for byte";
+  EXPECT_TRUE(mail["attachments"][0]["content_hex"] == "89504e470d0a1a0a" + std::string(200000, 'f'))
+      << "the attachment arrives byte for byte";
+  // A failure report goes to the failure list, reminders and maintenance mails to the reminder list,
+  // success reports to the success list.
   EXPECT_NE(std::string::npos, server.Envelope(1).find("from tarnwick@server1.example.org\nto failures@example.org\n"));
-
-  // Reminders and maintenance mails go to the reminder list; success reports to the success list.
-  // A list pasted one address per line reads as separate addresses.
-  settings_.General().MailSettings().ReminderRecipients("ops@example.org\r\nsecond@example.org\n");
   SendAndWait("Reminder", "Load tape 3", mailtype::kMaintenance);
   EXPECT_NE(std::string::npos, server.Envelope(2).find("to ops@example.org second@example.org\n"));
-  SendAndWait("Done", "Fine", mailtype::kSuccessReport);
-  EXPECT_NE(std::string::npos, server.Envelope(3).find("to successes@example.org\n"));
 
   // Names travel in the headers, quoted or encoded as they need; the envelope has bare addresses.
   settings_.Store().WriteText("mail.sender", "Backups <b@example.org>");
   settings_.General().MailSettings().SuccessReportRecipients(
       "\"Doe, Jane\" <jane@example.org>; Jürgen Müller <jm@example.org>, plain@example.org");
-  EXPECT_EQ(std::nullopt, SendAndWait("Named", "Fine", mailtype::kSuccessReport));
-  ASSERT_EQ(4, server.Count());
-  const Json named = Json::parse(server.Read(4));
+  EXPECT_EQ("", SendAndWait("Named", "Fine", mailtype::kSuccessReport));
+  ASSERT_EQ(3, server.Count());
+  const Json named = Json::parse(server.Read(3));
   EXPECT_EQ("Backups <b@example.org>", named["from"]);
   EXPECT_EQ("\"Doe, Jane\" <jane@example.org>, Jürgen Müller <jm@example.org>, plain@example.org", named["to"]);
   EXPECT_NE(std::string::npos,
-            server.Envelope(4).find("from b@example.org\nto jane@example.org jm@example.org plain@example.org\n"));
+            server.Envelope(3).find("from b@example.org\nto jane@example.org jm@example.org plain@example.org\n"));
 }
 
 TEST(MailAddressTest, TheFormsAdministratorsTypeAreReadAndMistakesNamed) {
@@ -106,9 +103,7 @@ TEST(MailAddressTest, TheFormsAdministratorsTypeAreReadAndMistakesNamed) {
     std::string text, name, address, problem;
   };
   const std::vector<Case> cases = {
-      {"b@example.org", "", "b@example.org", ""},
       {"  <b@example.org> ", "", "b@example.org", ""},
-      {"Backups <b@example.org>", "Backups", "b@example.org", ""},
       {"\"Doe, \\\"JD\\\" Jane\" <j.doe+tw@mail.example.org>", "Doe, \"JD\" Jane", "j.doe+tw@mail.example.org", ""},
       {"tarnwick@server1", "", "tarnwick@server1", ""},
       {"Backups b@example.org", "", "", "the part before the @ is not a valid mailbox name"},
@@ -137,64 +132,44 @@ TEST_F(MailerTest, StartTlsAndImplicitTlsWithAuthentication) {
     test::SmtpServer server({"--cert", dir_ / "cert.pem", "--key", dir_ / "key.pem", "--user", "backup",
                              "--password", "s3cret!"});
     UseServer(server.Port(), "starttls");
-    EXPECT_EQ(std::nullopt, SendAndWait("Over STARTTLS", "body", mailtype::kReminder));
-    ASSERT_EQ(1, server.Count());
+    EXPECT_EQ("", SendAndWait("Over STARTTLS", "body", mailtype::kReminder));
     EXPECT_NE(std::string::npos, server.Envelope(1).find("auth backup\ntls yes"));
 
     settings_.Store().WriteText("mail.password", "wrong-password");
-    const auto refused = SendAndWait("Wrong password", "body", mailtype::kReminder);
-    ASSERT_TRUE(refused);
-    EXPECT_NE(std::string::npos, refused->find("< 535")) << *refused;
-    EXPECT_NE(std::string::npos, refused->find("(credentials removed)"));
-    EXPECT_EQ(std::string::npos, refused->find("wrong-password"));
-    EXPECT_EQ(std::string::npos, refused->find("d3JvbmctcGFzc3dvcmQ")) << "not even encoded";
+    const std::string refused = SendAndWait("Wrong password", "body", mailtype::kReminder);
+    EXPECT_NE(std::string::npos, refused.find("> AUTH PLAIN (credentials removed)\n< 334 \n> (credentials removed)\n"
+                                              "< 535 5.7.8 Authentication credentials invalid\n"))
+        << refused;
     settings_.Store().WriteText("mail.password", "s3cret!");
 
     settings_.Store().WriteText("mail.ca_file", "");
-    const auto untrusted = SendAndWait("Untrusted", "body", mailtype::kReminder);
-    ASSERT_TRUE(untrusted) << "a self-signed certificate is refused unless trusted";
-    settings_.Store().WriteText("mail.ca_file", dir_ / "cert.pem");
+    EXPECT_NE("", SendAndWait("Untrusted", "body", mailtype::kReminder)) << "a self-signed certificate is refused";
+    settings_.Store().WriteBool("mail.verify_certificate", false);
+    EXPECT_EQ("", SendAndWait("Unverified", "body", mailtype::kReminder)) << "unless trusted or not verified";
   }
   test::SmtpServer implicit({"--cert", dir_ / "cert.pem", "--key", dir_ / "key.pem", "--implicit-tls", "--user",
                              "backup", "--password", "s3cret!"});
   UseServer(implicit.Port(), "tls");
-  EXPECT_EQ(std::nullopt, SendAndWait("Over TLS", "body", mailtype::kReminder));
-  ASSERT_EQ(1, implicit.Count());
+  EXPECT_EQ("", SendAndWait("Over TLS", "body", mailtype::kReminder));
   EXPECT_NE(std::string::npos, implicit.Envelope(1).find("auth backup\n")) << implicit.Envelope(1);
 }
 
 TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   UseServer(1);  // nothing listens there
-  const auto refused = SendAndWait("Nobody home", "body", mailtype::kReminder);
-  ASSERT_TRUE(refused);
-  EXPECT_NE(std::string::npos, refused->find("Server: smtp://127.0.0.1:1 (security none)\n"));
-  EXPECT_NE(std::string::npos, refused->find("Result: Failed to connect to 127.0.0.1 port 1"));
+  const std::string refused = SendAndWait("Nobody home", "body", mailtype::kReminder);
+  EXPECT_NE(std::string::npos, refused.find("Server: smtp://127.0.0.1:1 (security none)\n"));
+  EXPECT_NE(std::string::npos, refused.find("Result: Failed to connect to 127.0.0.1 port 1"));
+  // The newest hundred transcripts are kept: with these, the next one removes the oldest.
+  for (int i = 0; i < 99; ++i) test::WriteFile(dir_ / ("Mail/older-" + std::to_string(i)), "");
 
   {
     test::SmtpServer rejecting({"--reject", "failures@example.org"});
     UseServer(rejecting.Port());
-    const auto rejected = SendAndWait("Rejected", "body", mailtype::kFailureReport);
-    ASSERT_TRUE(rejected);
-    EXPECT_NE(std::string::npos, rejected->find("< 550 5.1.1 <failures@example.org>: Recipient address rejected"));
+    EXPECT_NE(std::string::npos, SendAndWait("Rejected", "body", mailtype::kFailureReport)
+                                     .find("< 550 5.1.1 <failures@example.org>: Recipient address rejected\n"));
     EXPECT_EQ(0, rejecting.Count());
   }
-
-  // A sender stored with a line break, before the console refused one, never reaches the server.
-  test::SmtpServer listening;
-  UseServer(listening.Port());
-  settings_.Store().WriteText("mail.sender", "a@example.org>\r\nRCPT TO:<intruder@example.org");
-  const auto injected = SendAndWait("Injected", "body", mailtype::kFailureReport);
-  ASSERT_TRUE(injected);
-  EXPECT_NE(std::string::npos,
-            injected->find("invalid e-mail address \"a@example.org>\r\nRCPT TO:<intruder@example.org\" "
-                           "(holds a line break or another control character)"));
-  EXPECT_EQ(0, listening.Count());
-  settings_.Store().WriteText("mail.sender", "tarnwick@server1.example.org");
-
-  settings_.General().MailSettings().SuccessReportRecipients("");
-  const auto nobody = SendAndWait("To nobody", "body", mailtype::kSuccessReport);
-  ASSERT_TRUE(nobody);
-  EXPECT_NE(std::string::npos, nobody->find("no recipients are set for this kind of e-mail"));
+  EXPECT_EQ(100, std::distance(std::filesystem::directory_iterator(dir_ / "Mail"), {}));
 
   // A server that takes the connection and never answers: the time-out ends the attempt, and the
   // loop ran on all the while.
@@ -205,12 +180,10 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   const auto timer = loop_.AddTimer(50, [&] { ++ticks; });
   loop_.TimerEnabled(timer, true);
   const auto start = std::chrono::steady_clock::now();
-  const auto hung = SendAndWait("Into the void", "body", mailtype::kReminder);
+  const std::string hung = SendAndWait("Into the void", "body", mailtype::kReminder);
   const auto took = std::chrono::steady_clock::now() - start;
-  ASSERT_TRUE(hung);
-  EXPECT_NE(std::string::npos, hung->find("Result: Operation timed out"));
+  EXPECT_NE(std::string::npos, hung.find("Result: Operation timed out"));
   EXPECT_GE(took, std::chrono::milliseconds(1900));
-  EXPECT_LT(took, std::chrono::seconds(10));
   EXPECT_GE(ticks, 20) << "the service thread was never blocked";
   EXPECT_EQ(0u, mailer_.InFlight());
 
@@ -226,6 +199,12 @@ TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
   EXPECT_LT(std::chrono::steady_clock::now() - stop, std::chrono::seconds(5));
   loop_.Sleep(50);
   EXPECT_FALSE(reported) << "no outcome after the Mailer has gone";
+
+  // A sender stored with a line break, before the console refused one, never reaches a server.
+  settings_.Store().WriteText("mail.sender", "a@example.org>\r\nRCPT TO:<intruder@example.org");
+  EXPECT_EQ("The message could not be prepared: invalid e-mail address \"a@example.org>\r\nRCPT "
+            "TO:<intruder@example.org\" (holds a line break or another control character)\n",
+            SendAndWait("Injected", "body", mailtype::kFailureReport));
 }
 
 }  // namespace

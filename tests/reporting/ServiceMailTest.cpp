@@ -1,10 +1,14 @@
 // The service's mail state: outcomes, the re-send rule, reminders and their tests, on a manual
 // clock with the real Mailer and a real server that is up or down.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
+#include <nlohmann/json.hpp>
+
+#include "logging/clsLogs.h"
+#include "logging/modLogging.h"
+#include "platform/EventLoop.h"
 #include "reporting/ServiceMail.h"
-#include "tests/execution/ExecutionFixture.h"
+#include "tests/support/ServiceFixture.h"
 
 namespace tw {
 namespace {
@@ -20,8 +24,7 @@ class ServiceMailTest : public ::testing::Test {
     settings_.Store().WriteText("mail.server", "127.0.0.1");
     settings_.Store().WriteInt("mail.port", 1);  // down until a test starts a server
     // twmessage records what it was asked to send.
-    test::WriteFile(dir_ / "twmessage", "#!/bin/sh\nprintf '%s|%s\\n' \"$1\" \"$2\" >> '" + (dir_ / "sent") + "'\n");
-    ::chmod((dir_ / "twmessage").c_str(), 0755);
+    test::WriteScript(dir_ / "twmessage", "printf '%s|%s\\n' \"$1\" \"$2\" >> '" + (dir_ / "sent") + "'\n");
     job_.JobNotification().MediaReminderByEmail(true);
   }
   // Runs the loop until every mail has its outcome.
@@ -29,19 +32,16 @@ class ServiceMailTest : public ::testing::Test {
     for (int i = 0; i < 500 && mailer_.InFlight() > 0; ++i) loop_.Sleep(10);
     loop_.Sleep(20);
   }
-  std::vector<std::string> Titles(int count) {
-    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
-    logs_.GetLastLogs(count, entries);
-    std::vector<std::string> titles;
-    for (const auto& e : entries) {
-      if (!e.Title.empty()) titles.push_back(e.Title);
-    }
-    return titles;
-  }
+  std::vector<std::string> Titles(int count) { return test::LogTitles(dir_.Path(), count); }
   std::vector<std::string> Answers() {
     std::vector<std::string> lines;
     for (const auto& [id, line] : settings_.General().Console().AnswersAfter(0)) lines.push_back(line);
     return lines;
+  }
+  // What became of a run's report mail: "STATE RETRY AT".
+  std::string Outcome(const std::string& job, Date start) {
+    const auto outcome = settings_.Store().ReportMail(job, start).value_or(ReportMailOutcome{});
+    return outcome.state + " " + std::to_string(outcome.retry) + " " + IsoText(outcome.at);
   }
 
   test::TempDir dir_;
@@ -59,37 +59,25 @@ class ServiceMailTest : public ::testing::Test {
 
 TEST_F(ServiceMailTest, AFailedMailIsSentAgainEveryFifteenMinutesElevenTimes) {
   const Date runStart = clock_.Now() - 1.0 / 24;
-  const auto outcome = [&] { return settings_.Store().ReportMail("Nightly", runStart).value_or(ReportMailOutcome{}); };
+  settings_.General().MailSettings().SuccessReportRecipients("");  // one report list is enough
   mail_.SendReportMail("Nightly failed", "report", false, "", "Nightly", runStart);
   EXPECT_EQ(mailtype::kFailureReport, mail_.mailType);
+  EXPECT_FALSE(mail_.retryPending) << "nothing waits while the mail is under way";
   Settle();
-  // Recorded with its report, and kept for a restart: the next try at the sixteenth minute.
-  EXPECT_EQ("waiting", outcome().state);
-  EXPECT_EQ(1, outcome().retry);
-  EXPECT_EQ("2026-11-23 21:16:00", IsoText(outcome().at));
-  EXPECT_TRUE(settings_.Store().ReadBool("mail_retry.pending"));
-  EXPECT_EQ("Nightly failed", settings_.Store().ReadText("mail_retry.subject"));
+  // Recorded with its report: the next try at the sixteenth minute.
+  EXPECT_EQ("waiting 1 2026-11-23 21:16:00", Outcome("Nightly", runStart));
   EXPECT_EQ((std::vector<std::string>{"Report email could not be sent"}), Titles(5));
-  std::vector<clsLogEntry> entry(1);
-  logs_.GetLastLogs(1, entry);
-  EXPECT_EQ("The report email could not be sent. Details can be found in the attachment.", entry[0].Message);
-  EXPECT_NE(std::string::npos, entry[0].Attachment.find("Failed to connect to 127.0.0.1 port 1")) << "the transcript";
-  EXPECT_TRUE(mail_.retryPending);
-  EXPECT_FALSE(mail_.reportEmail);
+  EXPECT_NE(std::string::npos,
+            test::LastLogs(dir_.Path(), 1)[0].Attachment.find("Failed to connect to 127.0.0.1 port 1"));
   EXPECT_EQ(nullptr, mail_.objMailer);
 
+  // Minute boundaries count, not elapsed seconds: from 21:00:59, 21:15:59 has crossed fifteen and
+  // 21:16:00 sixteen.
   const Date failed = clock_.Now();
-  clock_.Set(failed + 15.0 / 1440);
-  EXPECT_FALSE(mail_.ResendDue()) << "exactly fifteen minutes later: not yet";
-  clock_.Set(failed + 16.0 / 1440);
-  EXPECT_TRUE(mail_.ResendDue());
-  // Minute boundaries count, not elapsed seconds: 21:00:59 to 21:15:59 crosses fifteen, to 21:16:00
-  // sixteen.
   mail_.lastAttempt = failed + 59.0 / 86400;
   clock_.Set(failed + (15 * 60 + 59.0) / 86400);
-  EXPECT_FALSE(mail_.ResendDue());
+  EXPECT_FALSE(mail_.ResendDue()) << "fifteen minutes later: not yet";
   clock_.Set(failed + 16.0 / 1440);
-  EXPECT_TRUE(mail_.ResendDue()) << "fifteen minutes and one second later, the sixteenth minute has begun";
   for (int retry = 1; retry <= 11; ++retry) {
     ASSERT_TRUE(mail_.ResendDue()) << retry;
     mail_.ResendMail();
@@ -99,50 +87,20 @@ TEST_F(ServiceMailTest, AFailedMailIsSentAgainEveryFifteenMinutesElevenTimes) {
               Titles(2));
     clock_.AdvanceSeconds(16 * 60);
   }
-  EXPECT_EQ("given up", outcome().state) << "the eleventh re-send failed";
-  const auto before = Titles(100).size();
+  EXPECT_EQ("given up 11 2026-11-23 23:56:00", Outcome("Nightly", runStart)) << "the eleventh re-send failed";
   mail_.ResendMail();  // the twelfth: nothing is sent
   Settle();
-  EXPECT_EQ(before, Titles(100).size());
-  EXPECT_FALSE(mail_.retryPending);
+  EXPECT_EQ("Attempt to re-send email failed (retry #11)", Titles(1)[0]);
   EXPECT_FALSE(mail_.ResendDue());
   EXPECT_FALSE(settings_.Store().ReadBool("mail_retry.pending"));
 
-  // A success resets the count, so the next failure starts again at retry 1.
-  test::SmtpServer server;
-  settings_.Store().WriteInt("mail.port", server.Port());
-  mail_.SendReportMail("Nightly", "report", true, "", "Nightly", runStart);
+  // With no report list left, a failed report mail is given up at once.
+  settings_.General().MailSettings().FailureReportRecipients("");
+  mail_.SendReportMail("Weekly failed", "report", false, "", "Weekly", runStart);
   Settle();
-  EXPECT_EQ(1, server.Count());
-  EXPECT_EQ("sent", outcome().state);
-  EXPECT_EQ(0, mail_.retryCount);
-  EXPECT_FALSE(mail_.retryPending);
-}
-
-TEST_F(ServiceMailTest, EmptyRecipientListsStopTheRetriesAndAReminderWithoutRecipientsIsNotSent) {
-  // Reminder and maintenance mail without reminder recipients are not asked for: no attempt, no
-  // failure entry, nothing to send again.
-  settings_.General().MailSettings().ReminderRecipients(" ");
-  job_.JobNotification().MaintenanceEmailEnabled(true);
-  mail_.MediaReminder(job_);
-  mail_.MaintenanceEmail(job_);
-  EXPECT_EQ(0u, mailer_.InFlight());
-  Settle();
-  EXPECT_EQ(std::vector<std::string>{}, Titles(5));
-  EXPECT_FALSE(mail_.retryPending);
-
-  mail_.SendReportMail("Nightly failed", "report", false, "");
-  auto mail = settings_.General().MailSettings();
-  mail.SuccessReportRecipients("");
-  mail.FailureReportRecipients("");
-  Settle();
-  EXPECT_FALSE(mail_.retryPending) << "no report list left: nothing to retry";
-
-  mail.ReminderRecipients("ops@example.org");
-  mail.FailureReportRecipients("ops@example.org");
-  mail_.SendReportMail("Nightly failed", "report", false, "");
-  Settle();
-  EXPECT_TRUE(mail_.retryPending) << "one report list is enough";
+  EXPECT_EQ("given up 0 2026-11-24 00:12:00", Outcome("Weekly", runStart));
+  mail_.ReportMailNotAskedFor("Daily", runStart);
+  EXPECT_EQ("not asked for 0 " + IsoText(0), Outcome("Daily", runStart));
 }
 
 TEST_F(ServiceMailTest, AReplacedMailersOutcomeStillArrivesAndAWaitingMailOutlivesARestart) {
@@ -153,16 +111,31 @@ TEST_F(ServiceMailTest, AReplacedMailersOutcomeStillArrivesAndAWaitingMailOutliv
   Settle();
   EXPECT_EQ((std::vector<std::string>{"Report email could not be sent"}), Titles(5));
   // Each report's outcome is its own: the replaced one is not sent again; the other one waits.
-  EXPECT_EQ("given up", settings_.Store().ReportMail("First", 1)->state);
-  EXPECT_EQ("waiting", settings_.Store().ReportMail("Second", 1)->state);
+  EXPECT_EQ("given up 0 2026-11-23 21:00:00", Outcome("First", 1));
+  EXPECT_EQ("waiting 1 2026-11-23 21:16:00", Outcome("Second", 1));
 
-  // A restarted service takes up the waiting mail where it was.
+  // A restarted service takes up the waiting mail where it was; once sent, the count starts again.
   ServiceMail restarted{host_, mailer_, checks_};
   restarted.RestoreRetryState();
-  EXPECT_TRUE(restarted.retryPending);
-  EXPECT_EQ("Second", restarted.subject);
-  EXPECT_EQ("Second", restarted.reportJob);
   EXPECT_EQ(mail_.lastAttempt, restarted.lastAttempt);
+  test::SmtpServer server;
+  settings_.Store().WriteInt("mail.port", server.Port());
+  clock_.AdvanceSeconds(16 * 60);
+  ASSERT_TRUE(restarted.ResendDue());
+  restarted.ResendMail();
+  EXPECT_EQ(1, settings_.Store().ReadInt("mail_retry.retry_count")) << "the attempt is counted as it starts";
+  Settle();
+  ASSERT_EQ(1, server.Count());
+  const auto resent = nlohmann::json::parse(server.Read(1));
+  EXPECT_EQ("Second", resent["subject"]);
+  EXPECT_EQ("report", resent["body"]);
+  EXPECT_EQ("sent 0 2026-11-23 21:16:00", Outcome("Second", 1));
+  EXPECT_EQ(0, restarted.retryCount);
+  // A replaced mail's success is recorded for its own report too, here the same job's earlier run.
+  restarted.SendReportMail("Third", "report", true, "", "Third", 1);
+  restarted.SendReportMail("Third again", "report", true, "", "Third", 2);
+  Settle();
+  EXPECT_EQ("sent 0 2026-11-23 21:16:00", Outcome("Third", 1));
 }
 
 TEST_F(ServiceMailTest, TemplatesAreBrandedThenFilledInTheirExactCase) {
@@ -189,44 +162,43 @@ TEST_F(ServiceMailTest, AMediaReminderBroadcastsThenMails) {
   job_.TapeLabel("Tape 7");
   mail_.MediaReminder(job_);
   Settle();
-  const std::string text = " Tarnwick media reminder for Nightly\x14\x14Please load the backup media labelled Tape 7.\n";
+  const std::string text = " Tarnwick media reminder for Nightly\x14\x14Please load the backup media labelled Tape 7.";
   // Both arrive, in whichever order their programs ran.
   EXPECT_TRUE(test::WaitUntil([&] {
     const std::string sent = test::ReadFile(dir_ / "sent");
-    return sent.find("alice|" + text) != std::string::npos && sent.find("bob|" + text) != std::string::npos;
+    return sent.find("alice|" + text + "\n") != std::string::npos &&
+           sent.find("bob|" + text + "\n") != std::string::npos;
   }));
-  ASSERT_EQ(1, server.Count());
-  EXPECT_NE(std::string::npos, server.Read(1).find("\"subject\": \"Tarnwick media reminder for Nightly\""));
-  EXPECT_EQ("Tarnwick media reminder for Nightly", mail_.subject);
+  EXPECT_EQ("Tarnwick media reminder for Nightly", nlohmann::json::parse(server.Read(1))["subject"]);
   EXPECT_EQ(mailtype::kReminder, mail_.mailType);
-  std::vector<clsLogEntry> entries(3);
-  logs_.GetLastLogs(3, entries);
-  EXPECT_EQ("Broadcasting network message", entries[0].Title);
-  EXPECT_EQ("Executing the broadcast:\r\n\r\n" + dir_.Path() +
-                "/twmessage \"bob\" \" Tarnwick media reminder for Nightly\x14\x14"
-                "Please load the backup media labelled Tape 7.\"",
-            entries[0].Message);
-  EXPECT_EQ("Sending net message", entries[2].Title);
-  EXPECT_EQ("Recipients: alice;bob\r\nTitle: Tarnwick media reminder for Nightly\r\nMessage: Please load the backup "
-            "media labelled Tape 7.",
-            entries[2].Message);
+  EXPECT_EQ(
+      (std::vector<std::string>{"Broadcasting network message", "Broadcasting network message", "Sending net message"}),
+      Titles(3));
+  EXPECT_EQ("Executing the broadcast:\r\n\r\n" + dir_.Path() + "/twmessage \"bob\" \"" + text + "\"",
+            test::LastLogs(dir_.Path(), 1)[0].Message);
 
-  // With e-mail switched off only the broadcast goes; a maintenance mail does not ask that switch.
-  // An empty broadcast list is logged and reaches nobody.
+  // With e-mail switched off only the broadcast goes, and no missed-backup mail; a maintenance mail
+  // does not ask that switch. An empty broadcast list is logged and reaches nobody.
   settings_.General().MailSettings().EmailEnabled(false);
   settings_.General().Options().BroadcastRecipients("");
   mail_.MediaReminder(job_);
-  logs_.GetLastLogs(1, entries);
-  EXPECT_EQ("Sending net message", entries[0].Title);
+  EXPECT_EQ("Sending net message", Titles(1)[0]);
+  mail_.MissedBackupMail({"Nightly 2026-11-22 21:00"});
   job_.JobNotification().MaintenanceEmailEnabled(true);
   job_.JobNotification().MaintenanceSubject("Clean the drive");
-  job_.JobNotification().MaintenanceBody("Line 1\r\nLine 2");
-  mail_.MediaReminder(job_);
+  mail_.attachment = dir_ / "gone.png";  // an earlier report's, since removed: not attached again
   mail_.MaintenanceEmail(job_);
   Settle();
   ASSERT_EQ(2, server.Count());
-  EXPECT_NE(std::string::npos, server.Read(2).find("\"subject\": \"Clean the drive\""));
+  EXPECT_EQ("Clean the drive", nlohmann::json::parse(server.Read(2))["subject"]);
   EXPECT_EQ(mailtype::kMaintenance, mail_.mailType);
+
+  // Without reminder recipients neither is asked for: no attempt, no failure, nothing to send again.
+  settings_.General().MailSettings().EmailEnabled(true);
+  settings_.General().MailSettings().ReminderRecipients(" ");
+  mail_.MediaReminder(job_);
+  mail_.MaintenanceEmail(job_);
+  EXPECT_EQ(0u, mailer_.InFlight());
 }
 
 TEST_F(ServiceMailTest, AReminderTestAnswersTheConsoleLineByLine) {
@@ -243,19 +215,17 @@ TEST_F(ServiceMailTest, AReminderTestAnswersTheConsoleLineByLine) {
   console.ReminderByBroadcastSelected(true);
   settings_.General().Options().BroadcastRecipients("A;");
   mail_.ReminderTest(job_);
-  const std::string both =
-      "A| Acme Backup test reminder\x14\x14This is a test reminder sent by the Acme Backup service.\n"
-      "| Acme Backup test reminder\x14\x14This is a test reminder sent by the Acme Backup service.\n";
+  const std::string text =
+      " Acme Backup test reminder\x14\x14This is a test reminder sent by the Acme Backup service.\n";
   // The broadcasts run on their own; wait for both to have been written down, in either order.
-  EXPECT_TRUE(test::WaitUntil([&] { return test::ReadFile(dir_ / "sent").size() == both.size(); }))
+  EXPECT_TRUE(test::WaitUntil([&] { return test::ReadFile(dir_ / "sent").size() == 2 * text.size() + 3; }))
       << "a trailing separator sends to an empty name too";
-  EXPECT_NE(std::string::npos, test::ReadFile(dir_ / "sent").find("A| Acme Backup test reminder\x14\x14This"));
+  EXPECT_NE(std::string::npos, test::ReadFile(dir_ / "sent").find("A|" + text));
   EXPECT_EQ("RESULT: Test complete.", Answers().back());
 
   console.ReminderByBroadcastSelected(false);
   console.ReminderByEmailSelected(true);
   mail_.ReminderTest(job_);
-  EXPECT_TRUE(mail_.testEmail);
   Settle();
   const auto answers = Answers();
   EXPECT_EQ((std::vector<std::string>{"Sending reminders...", "Sending test reminder email...",
@@ -264,10 +234,14 @@ TEST_F(ServiceMailTest, AReminderTestAnswersTheConsoleLineByLine) {
   EXPECT_EQ("Test email failed", Titles(1)[0]);
   EXPECT_TRUE(mail_.retryPending) << "the reminder list is not empty";
 
+  // A test mail sent after a report mail leaves the report's outcome alone.
   test::SmtpServer server;
   settings_.Store().WriteInt("mail.port", server.Port());
+  mail_.SendReportMail("Nightly", "report", true, "", "Nightly", 1);
+  Settle();
   mail_.ReminderTest(job_);
   Settle();
+  EXPECT_EQ("sent 0 2026-11-23 21:00:00", Outcome("Nightly", 1));
   EXPECT_EQ("RESULT: Email sent successfully.", Answers().back());
   EXPECT_EQ("Test email successful", Titles(1)[0]);
   EXPECT_FALSE(mail_.testEmail);
