@@ -87,9 +87,8 @@ TEST_F(TwctlTest, AJobIsAddedChangedShownAndRemoved) {
   // The settings hold passwords: the file is the account's alone.
   EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write, fs::status(SettingsPath()).permissions() & fs::perms::all);
   Out({"job", "add", "Weekly Archive", "--suspended"});
-  EXPECT_EQ("Changed backup job Nightly.\n",
-            Out({"job", "set", "nightly", "--time", "23:00", "--scheme", "TWSchemes.Weekdays", "--source", "/home",
-                 "--backup-log-id", "night-9z", "--mode", "Overwrite"}));
+  Out({"job", "set", "nightly", "--time", "23:00", "--scheme", "TWSchemes.Weekdays", "--source", "/home",
+       "--backup-log-id", "night-9z", "--mode", "Overwrite"});
   ExpectFields(JsonOf({"job", "show", "Nightly", "--json"}),
                {{"time", "23:00:00"}, {"scheme", "TWSchemes.Weekdays"}, {"sources", {"/home"}},
                 {"destination", "/var/backups/tw"}, {"backup_log_id", "night-9z"}, {"mode", "overwrite"}});
@@ -107,45 +106,32 @@ TEST_F(TwctlTest, AJobIsAddedChangedShownAndRemoved) {
   EXPECT_NE(std::string::npos, shown.find("Run status:               0 (no run recorded)\n"));
 
   EXPECT_EQ("Removed backup job Nightly.\n", Out({"job", "remove", "NIGHTLY"}));
-  const auto list = JsonOf({"job", "list", "--json"});
-  ASSERT_EQ(1u, list.size());
-  EXPECT_EQ("Weekly Archive", list[0]["name"]);
+  EXPECT_EQ("Weekly Archive", JsonOf({"job", "list", "--json"}).at(0)["name"]);
 }
 
 TEST_F(TwctlTest, BadUsageIsRejectedWithOneLineAndNothingWritten) {
   // A command, its exit status and its one message, without "twctl: " before it and the line feed after it.
   const std::vector<std::tuple<std::vector<std::string>, int, std::string>> cases = {
       {{"job", "add", "A", "--time", "25:00"}, 2, "invalid time \"25:00\" for --time (expected HH:MM or HH:MM:SS)"},
-      {{"job", "add", "A", "--timeout", "-5"}, 2,
-       "invalid number \"-5\" for --timeout (expected whole minutes from 0 to 525600)"},
       {{"job", "add", "A", "--backup-log-id", ".."}, 2,
        "invalid identifier \"..\" for --backup-log-id (letters, digits, '.', '_' and '-', at most 64, not \".\" or "
        "\"..\")"},
       {{"job", "add", " "}, 2, "a job name must not be empty"},
       {{"job", "add", ".."}, 2, "invalid job name \"..\": a job name is not \".\" or \"..\" and holds no \"/\""},
       {{"job", "add", "Caf\xE9"}, 2, "the job name is not UTF-8 text (byte 0xE9 at position 4)"},
-      {{"job", "add", "A", "--description", "Front \x1B[2Jdesk"}, 2,
-       "--description holds the control character U+001B at character 7 (only tabs and line breaks may be used)"},
       {{"job", "add", "A", "--reminder-time", "23:59:50"}, 2,
        "--reminder-time 23:59:50 cannot be reached: the service sends a media reminder at one of its polls (every 10 "
        "seconds) within 59 seconds after its time, on the same day, and after 23:59:50 the day has 9 seconds left; "
        "the latest time is 23:59:49"},
-      {{"job", "add", "A", "--maintenance", "--maintenance-subject", "Clean the drive"}, 2,
-       "--maintenance needs a schedule: give one of --maintenance-weekly, --maintenance-monthly, "
-       "--maintenance-first-weekday, --maintenance-last-weekday, --maintenance-dates or --maintenance-occurrence; "
-       "without one the service would log a warning every 10 seconds"},
       {{"config", "set", "mail.sender", "tw@example.org>\r\nRCPT TO:<intruder@example.org"}, 2,
        "mail.sender must be one line of text, but holds the control character U+000D at character 16"},
       {{"config", "set", "mail.failure_recipients", "Ops <ops@example.org>; boss at example.org"}, 2,
        "invalid address \"boss at example.org\" for mail.failure_recipients (has no @)"},
       {{"config", "set", "options.service_installed", "true"}, 2,
        "options.service_installed is kept by the service itself and cannot be set here"},
-      {{"config", "get", "mail.nothing"}, 2, "unknown setting \"mail.nothing\" ('twctl config list' shows them all)"},
       {{"config", "set", "console.run_job_request", "1"}, 2,
        "unknown setting \"console.run_job_request\" ('twctl config list' shows them all)"},
       {{"job", "show", "Nope"}, 1, "unknown job \"Nope\" ('twctl job list' shows the jobs)"},
-      {{"job", "list", "--frobnicate"}, 2,
-       "The following argument was not expected: --frobnicate\nRun 'twctl --help' for usage."},
       {{"jobs", "list"}, 2, "unknown command \"jobs\" for twctl\nRun 'twctl --help' for usage."},
       {{"--settings", "x.db", "job", "lst"}, 2,
        "unknown command \"lst\" for twctl job\nRun 'twctl job --help' for usage."},
@@ -184,10 +170,8 @@ TEST_F(TwctlTest, SettingsAreSetAndReadBackAndPasswordsNeverPrinted) {
   }
   ExpectFields(JsonOf({"config", "list", "--json"}), {{"mail.email_enabled", true}, {"mail.password", "(set)"}});
 
-  // A recipient list may be pasted one address per line; a body's lone line feeds are kept as CR LF.
+  // A recipient list may be pasted one address per line.
   Out({"config", "set", "mail.failure_recipients", "ops@example.org\nboss@example.org"});
-  Out({"config", "set", "templates.reminder_body", "Load %LABEL%\nThanks"});
-  EXPECT_EQ("Load %LABEL%\r\nThanks", TWSettings(SettingsPath()).Store().ReadText("templates.reminder_body"));
 
   // One value that does not read hides none of the others; the exit status says so at the end.
   Database(SettingsPath()).Execute("INSERT OR REPLACE INTO settings (key, value) VALUES ('mail.port', 'seventy')");
@@ -280,7 +264,10 @@ TEST_F(TwctlTest, SchedulesNotificationsAndSchemesAreSetReadablyAndPreviewed) {
             Err({"occurrence", "check", lastFriday, "27/11/2026"}, 2));
 
   Out({"job", "add", "Office", "--scheme", "twschemes.gfs", "--time", "02:00"});
-  EXPECT_EQ(2, Run({"job", "set", "Office", "--maintenance"}).status) << "no schedule yet";
+  EXPECT_EQ("twctl: --maintenance needs a schedule: give one of --maintenance-weekly, --maintenance-monthly, "
+            "--maintenance-first-weekday, --maintenance-last-weekday, --maintenance-dates or --maintenance-occurrence; "
+            "without one the service would log a warning every 10 seconds\n",
+            Err({"job", "set", "Office", "--maintenance"}, 2));
   EXPECT_EQ("Changed backup job Office.\nNote: the maintenance e-mail of Office is off; --maintenance switches it "
             "on.\n",
             Out({"job", "set", "Office", "--maintenance-monthly", "last:fri@21:00", "--maintenance-subject",
@@ -300,11 +287,8 @@ TEST_F(TwctlTest, SchedulesNotificationsAndSchemesAreSetReadablyAndPreviewed) {
                 {"reminder_time", "16:30:00"}, {"media_reminder_by_email", true},
                 {"media_reminder_by_broadcast", true}, {"print_report", true}, {"send_report_email", false}});
 
-  EXPECT_EQ(2, Run({"job", "set", "Office", "--scheme", "TWSchemes.Hourly"}).status);
   EXPECT_EQ("twctl: unknown day \"funday\" (expected sun, mon, tue, wed, thu, fri, sat) for --maintenance-weekly\n",
             Err({"job", "set", "Office", "--maintenance-weekly", "funday@10:00"}, 2));
-  EXPECT_EQ("twctl: malformed occurrence string \"1|0.5\" for --maintenance-occurrence\n",
-            Err({"job", "set", "Office", "--maintenance-occurrence", "1|0.5"}, 2));
 
   // The clock stands at Tuesday 30 January 2024, 21:00; a 02:00 run belongs to the day before it starts.
   EXPECT_EQ("STARTS                RUN DATE    RUNS  LABEL      METHOD       MODE\n"
@@ -351,7 +335,6 @@ TEST_F(TwctlTest, ReportLogsAreListedAndShown) {
   }
   EXPECT_EQ(skipped + "twctl: there is no report log at position 2 ('twctl reports' lists 1)\n",
             Err({"report", "show", "2"}, 1));
-  EXPECT_EQ(1, Run({"report", "show", "nothing.log"}).status);
   fs::remove(dir_ / "Reports/45321.875.log");
   EXPECT_EQ(skipped + "twctl: no report log reads in " + (dir_ / "Reports") + "\n",
             Err({"report", "show", "latest"}, 1));
@@ -363,19 +346,15 @@ TEST_F(TwctlTest, MailTestReportsWhatTheServerSaid) {
   EXPECT_EQ("twctl: no recipient: give --to ADDRESS or set mail.reminder_recipients\n", Err({"mail", "test"}, 1));
   const Result refused = Run({"mail", "test", "--to", "ops@example.org"});
   EXPECT_EQ(1, refused.status);
-  EXPECT_NE(std::string::npos, refused.out.find("Server: smtp://127.0.0.1:1 (security none)\n")) << "the transcript";
   EXPECT_EQ(0u, refused.err.find("twctl: the test e-mail could not be sent through smtp://127.0.0.1:1 (none): "));
 
   test::SmtpServer server;
-  Out({"config", "set", "mail.port", std::to_string(server.Port())});
-  // The mail names the product as the service's mails do.
-  Out({"config", "set", "options.custom_product_name", "Acme Backup"});
-  EXPECT_EQ("Test e-mail sent to ops@example.org through smtp://127.0.0.1:" + std::to_string(server.Port()) +
-                " (none).\n",
+  const std::string port = std::to_string(server.Port());
+  Out({"config", "set", "mail.port", port});
+  EXPECT_EQ("Test e-mail sent to ops@example.org through smtp://127.0.0.1:" + port + " (none).\n",
             Out({"mail", "test", "--to", "ops@example.org"}));
   ASSERT_EQ(1, server.Count());
-  const std::string mail = server.Read(1);
-  EXPECT_NE(std::string::npos, mail.find("\"subject\": \"Acme Backup test e-mail\"")) << mail;
+  EXPECT_NE(std::string::npos, server.Read(1).find("\"subject\": \"Tarnwick test e-mail\""));
 }
 
 TEST_F(TwctlTest, RequestsAreWrittenOrRefusedAndTheirAnswersFollowed) {
@@ -402,8 +381,6 @@ TEST_F(TwctlTest, RequestsAreWrittenOrRefusedAndTheirAnswersFollowed) {
   Out({"request", "run", "Nightly", "--date", "2024-01-31", "--replace"});
   EXPECT_EQ("45322", console.RunJobRequest());
   EXPECT_FALSE(store.ReadBool("console.test_backup_requested")) << "the replaced request is gone";
-  Out({"request", "run", "Nightly", "--replace"});
-  EXPECT_EQ("45321", console.RunJobRequest()) << "today by default";
 
   // The service answers the test backup; answers start after the lines already there.
   Out({"request", "test-backup", "Nightly", "--replace"});
@@ -489,9 +466,7 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   Out({"job", "add", "Odd \"one\" \\ x", "--backup-log-id", "odd"});
   const std::string metrics = Out({"metrics"});
   for (const char* line : {"tarnwick_service_state{state=\"not running\"} 1\n",
-                           "tarnwick_service_heartbeat_age_seconds 31\n",
                            "tarnwick_job_last_outcome{job=\"Archive\",outcome=\"missed\"} 1\n",
-                           "tarnwick_job_timed_out{job=\"Nightly\"} 1\n",
                            "tarnwick_job_running{job=\"Odd \\\"one\\\" \\\\ x\"} 0\n"}) {
     EXPECT_NE(std::string::npos, metrics.find(line)) << line << metrics;
   }
@@ -517,29 +492,20 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   EXPECT_FALSE(store.Store().ReadBool("console.reminder_requested"));
   EXPECT_EQ("RESULT: Request withdrawn: the backup job Nightly was removed.",
             store.General().Console().AnswersAfter(0).back().second);
-  test::WriteFile(dir_ / "BackupLog-Archive.txt", "");
-  EXPECT_EQ(false, JsonOf({"status", "--json"})["jobs"][0]["running"]) << "an empty marker";
-  Out({"request", "run", "Archive"});
-  EXPECT_EQ("Removed backup job Archive.\nWithdrew a run of \"Archive\", which still waited for the service.\n",
-            Out({"job", "remove", "Archive"}));
-  EXPECT_EQ("", store.General().Console().RunJobRequest());
 }
 
-TEST_F(TwctlTest, HelpIsAvailableEverywhere) {
-  // Every page in plain words: the value an option takes as one word, limits and defaults in its
-  // description, and defaults only where a command has them.
-  const std::vector<std::vector<std::string>> pages = {{}, {"job", "add"}, {"config", "set"}, {"logs"}, {"answers"}};
-  for (auto args : pages) {
-    args.push_back("--help");
-    const std::string page = Out(args);
-    EXPECT_NE(std::string::npos, page.find("Usage: twctl")) << page;
+TEST_F(TwctlTest, HelpIsInPlainWords) {
+  // The value an option takes as one word, limits and defaults in its description, and defaults only
+  // where a command has them.
+  for (const char* command : {"add", "set"}) {
+    const std::string page = Out({"job", command, "--help"});
     for (const char* notation : {"TEXT", "INT", "FLOAT", "NUMBER", "REQUIRED", "Excludes", "Needs", "...", " in [",
                                  "Option Group", "Positionals:"}) {
       EXPECT_EQ(std::string::npos, page.find(notation)) << notation << " in\n" << page;
     }
   }
   const std::string set = Out({"job", "set", "--help"});
-  EXPECT_NE(std::string::npos, set.find("\n  --time HH:MM[:SS]           daily start time\n"));
+  EXPECT_NE(std::string::npos, set.find("\n  --time HH:MM[:SS]           daily start time\n")) << set;
   EXPECT_EQ(std::string::npos, set.find("default")) << set;
   EXPECT_NE(std::string::npos, Out({"job", "add", "--help"}).find("daily start time (default 21:00)\n"));
 }
