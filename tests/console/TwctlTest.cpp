@@ -129,7 +129,7 @@ TEST_F(TwctlTest, BadUsageIsRejectedWithOneLineAndNothingWritten) {
        "options.service_installed is kept by the service itself and cannot be set here"},
       {{"config", "set", "console.run_job_request", "1"}, 2,
        "unknown setting \"console.run_job_request\" ('twctl config list' shows them all)"},
-      {{"job", "show", "Nope"}, 1, "unknown job \"Nope\" ('twctl job list' shows the jobs)"},
+      {{"job", "set", "Nope", "--time", "10:00"}, 1, "unknown job \"Nope\" ('twctl job list' shows the jobs)"},
       {{"--settings", "x.db", "job", "lst"}, 2,
        "unknown command \"lst\" for twctl job\nRun 'twctl job --help' for usage."},
   };
