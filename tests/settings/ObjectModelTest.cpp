@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <tuple>
 
 #include "common/Error.h"
-#include "settings/PrintRequest.h"
 #include "settings/StatusText.h"
 #include "settings/TWSettings.h"
 #include "tests/support/TestSupport.h"
@@ -106,37 +104,9 @@ TEST_F(ObjectModelTest, TheLastRunAndTheMissedRunsAreWhatTheStatusReads) {
                             status.lastMissed, status.missedRuns));
 }
 
-TEST_F(ObjectModelTest, IdentityValuesAreUserPasswordAndDomain) {
-  auto identity = settings_.General().Identity();
-  identity.IdentityValue1("backup");
-  identity.IdentityValue2("pa\"ss");
-  identity.IdentityValue3("CORP");
-  EXPECT_EQ("backup", settings_.Store().ReadText("identity.user"));
-  EXPECT_EQ("pa\"ss", settings_.Store().ReadText("identity.password"));
-  EXPECT_EQ("CORP", settings_.Store().ReadText("identity.domain"));
-}
-
-TEST_F(ObjectModelTest, StatusTextAndPrintRequest) {
-  const clsStatusText status;
-  EXPECT_EQ("Completed normally", status.StatusText(1));
-  EXPECT_EQ("Encountered errors", status.StatusText(2));
-  EXPECT_EQ("Timed out", status.StatusText(0));
-  EXPECT_EQ("Running", status.StatusText(-2));
-  EXPECT_EQ("Unknown status 7", status.StatusText(7));
-
-  ManualClock clock(DateSerial(2026, 11, 23) + TimeSerial(21, 5, 9));
-  clsPrintRequest request(dir_ / "Spool", clock);
-  const std::string path = request.Print("Backup Nightly completed normally", "Files: 12\r\n\r\nDone\r\n");
-  EXPECT_EQ(dir_ / "Spool", std::filesystem::path(path).parent_path().string());
-  EXPECT_EQ(0u, std::filesystem::path(path).filename().string().find("TWPrint-20261123210509-"));
-  EXPECT_EQ("Backup Nightly completed normally\n\nFiles: 12\r\n\r\nDone\r\n", test::ReadFile(path));
-  std::string subject, body;
-  ASSERT_TRUE(clsPrintRequest::ReadSpoolFile(path, subject, body));
-  EXPECT_EQ("Backup Nightly completed normally", subject);
-  EXPECT_EQ("Files: 12\r\n\r\nDone\r\n", body);
-  // Nothing half-written is left behind: the print-out is the folder's only file.
-  EXPECT_EQ(1,
-            std::distance(std::filesystem::directory_iterator(dir_ / "Spool"), std::filesystem::directory_iterator()));
+TEST_F(ObjectModelTest, AStatusWithoutANameIsShownAsItsNumber) {
+  EXPECT_EQ("Encountered errors", clsStatusText().StatusText(2));
+  EXPECT_EQ("Unknown status 7", clsStatusText().StatusText(7));
 }
 
 }  // namespace
