@@ -158,7 +158,9 @@ TEST_F(TwctlTest, SettingsAreSetAndReadBackAndPasswordsNeverPrinted) {
                     .err.find("twctl: note: a password given as an argument can be seen by other users"));
   secret_ = "s3cret pass";
   Out({"config", "set", "identity.password", "-"});
+  Out({"config", "set", "identity.domain", "OFFICE"});
   EXPECT_EQ("s3cret pass", TWSettings(SettingsPath()).General().Identity().IdentityValue2());
+  EXPECT_EQ("OFFICE", TWSettings(SettingsPath()).General().Identity().IdentityValue3());
   EXPECT_EQ("(set)\n", Out({"config", "get", "mail.password"}));
   for (const auto& text : {Out({"config", "list"}), Out({"config", "list", "--json"})}) {
     EXPECT_EQ(std::string::npos, text.find("hunter2"));
