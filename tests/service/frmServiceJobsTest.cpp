@@ -69,18 +69,7 @@ class FrmServiceJobsTest : public ::testing::Test {
     record->BackupEndTime = clock_.Now();
     service_.CompletionHandling(record);
   }
-  // Entries newest first, as "TYPE TITLE | MESSAGE", with " [TYPE]" of an attachment.
-  std::vector<std::string> Entries(int count) {
-    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
-    host_.logs.GetLastLogs(count, entries);
-    std::vector<std::string> lines;
-    for (const auto& e : entries) {
-      if (e.Title.empty()) continue;
-      lines.push_back(std::to_string(e.LogType) + " " + e.Title + " | " + e.Message +
-                      (e.AttachmentType ? " [" + std::to_string(e.AttachmentType) + "]" : ""));
-    }
-    return lines;
-  }
+  std::vector<std::string> Entries(int count) { return test::EntryLines(host_.logs, count); }
   std::vector<std::string> Answers() {
     std::vector<std::string> lines;
     for (const auto& [number, line] : host_.settings.General().Console().AnswersAfter(0)) lines.push_back(line);

@@ -25,18 +25,7 @@ class FrmServiceTest : public ::testing::Test {
   // Setting the service up as root makes the default destination: here, not in /var/backups.
   FrmServiceTest() { host_.settings.Store().WriteText("general.default_destination", dir_ / "Archives"); }
   bool Installed() { return host_.settings.General().Options().ServiceInstalled(); }
-  // The newest entries as "TYPE TITLE | MESSAGE", with " [TYPE]" of an attachment.
-  std::vector<std::string> Entries(int count) {
-    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
-    host_.logs.GetLastLogs(count, entries);
-    std::vector<std::string> lines;
-    for (const auto& e : entries) {
-      if (e.Title.empty()) continue;
-      lines.push_back(std::to_string(e.LogType) + " " + e.Title + " | " + e.Message +
-                      (e.AttachmentType ? " [" + std::to_string(e.AttachmentType) + "]" : ""));
-    }
-    return lines;
-  }
+  std::vector<std::string> Entries(int count) { return test::EntryLines(host_.logs, count); }
 
   test::TempDir dir_;
   ManualClock clock_{DateSerial(2026, 11, 23) + 0.5};
