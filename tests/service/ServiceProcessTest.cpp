@@ -64,8 +64,9 @@ TEST_F(ServiceProcessTest, TheInstallationDialogRunsOnATerminal) {
   test::PtySession dialog({TW_BIN_DIR "/TWService", "-install"}, environment);
   // Each prompt and what is typed there; after a mismatch the passwords are asked for again.
   const std::pair<const char*, const char*> steps[] = {
-      {"User Name: [root] ", "backup\n"}, {"Password: ", "first-try\n"}, {"Confirm Password: ", "First-try\n"},
-      {"The passwords entered do not match.", ""}, {"Password: ", "second-try\n"}, {"Confirm Password: ", "second-try\n"}};
+      {"User Name: [root] ", "backup\n"},    {"Password: ", "first-try\n"},
+      {"Confirm Password: ", "First-try\n"}, {"The passwords entered do not match.", ""},
+      {"Password: ", "second-try\n"},        {"Confirm Password: ", "second-try\n"}};
   for (const auto& [prompt, typed] : steps) {
     ASSERT_TRUE(dialog.WaitFor(prompt)) << dialog.Output();
     dialog.Type(typed);

@@ -135,10 +135,8 @@ std::vector<JobPlan> FiftyJobs() {
   // Mondays and Fridays in the minute of its run; weekdays in the minute of its reminder.
   maintain(2, "1|" + time(21, 0) + "|0,-1,0,0,0,-1,0", {At(1, 21, 0), At(4, 21, 0)});
   maintain(25, "1|" + time(9, 15) + "|0,-1,-1,-1,-1,-1,0", Daily(Scheme::Weekdays, kWeek, 9, 15, 0));
-  // The last Friday of November (the 27th), the first weekday of December (Tuesday the 1st) and the
-  // last of November (Monday the 30th).
+  // The last Friday of November (the 27th), and the last weekday (Monday the 30th).
   maintain(10, "2|" + time(21, 0) + "|-1,0,0,0,0,0|0,0,0,0,0,-1,0|0|0", {At(1, 21, 0)});
-  maintain(14, "2|" + time(9, 0) + "|0,0,0,0,0,0|0,0,0,0,0,0,0|-1|0", {At(5, 9, 0)});
   maintain(20, "2|" + time(17, 0) + "|0,0,0,0,0,0|0,0,0,0,0,0,0|0|-1", {At(4, 17, 0)});
   // Two dates: each day of the list at each time of the list, four mails in all.
   maintain(22, "0|" + date(11, 28, 10, 0) + "|" + date(12, 1, 22, 30),
@@ -151,9 +149,8 @@ std::vector<JobPlan> FiftyJobs() {
 // evening, when the start reads the report logs of the whole period. What falls in them is missed,
 // never done late.
 struct Outage {
-  int from = 0;  // the first minute without a poll
-  int to = 0;    // the minute at which the service is back
-  bool stop = false;
+  int from, to;  // the first minute without a poll, and the minute at which the service is back
+  bool stop;
 };
 
 std::vector<Outage> Outages(int days) {

@@ -324,17 +324,6 @@ TEST_F(FrmServiceJobsTest, AFinishedRunIsReportedByItsOutcome) {
   EXPECT_EQ("back\"up -  " + At("TWPrintOut"), launched.substr(0, launched.find('\n')));
   EXPECT_EQ(0u, test::ReadFile(At("input")).find("pa\\ss"));
 
-  // A test run is answered once.
-  general.Console().RequestJobName("Nightly");
-  general.Console().TestBackupRequested(true);
-  service_.tmrPoll_Timer();
-  ASSERT_TRUE(service_.TestRun());
-  RunningJob record = service_.JobManager().Jobs().back();
-  record->Status = 2;
-  service_.CompletionHandling(record);
-  EXPECT_FALSE(service_.TestRun());
-  EXPECT_EQ("RESULT: Backup process encountered errors", Answers().back());
-
   // Without its rights launcher the print-out cannot start, and says so.
   fs::remove(At("DesktopRights"));
   Complete(job, 1);

