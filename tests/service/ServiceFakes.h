@@ -1,12 +1,13 @@
 #pragma once
 // Stand-ins for what frmService talks to besides the host: the service manager and the
-// installation dialog. Both record what they were asked.
+// installation dialog. Both record what they were asked. And the application log as text.
 #include <deque>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "logging/clsLogs.h"
 #include "platform/ServiceControl.h"
 #include "service/InstallDialog.h"
 
@@ -69,5 +70,18 @@ class FakeDialog final : public IInstallDialog {
   std::vector<std::string> shown;
   std::vector<std::string> messages;
 };
+
+// The newest `count` entries, newest first, as "TYPE TITLE | MESSAGE", with " [TYPE]" of an attachment.
+inline std::vector<std::string> EntryLines(clsLogs& logs, int count) {
+  std::vector<clsLogEntry> entries(static_cast<size_t>(count));
+  logs.GetLastLogs(count, entries);
+  std::vector<std::string> lines;
+  for (const auto& e : entries) {
+    if (e.Title.empty()) continue;
+    lines.push_back(std::to_string(e.LogType) + " " + e.Title + " | " + e.Message +
+                    (e.AttachmentType ? " [" + std::to_string(e.AttachmentType) + "]" : ""));
+  }
+  return lines;
+}
 
 }  // namespace tw::test
