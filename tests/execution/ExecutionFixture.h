@@ -28,7 +28,6 @@ class ExecutionFixture : public ::testing::Test {
   void LinkProgram(const std::string& name) {
     std::filesystem::create_symlink(std::string(TW_BIN_DIR) + "/" + name, dir_ / name);
   }
-  // A stand-in program: a shell script.
   void Script(const std::string& name, const std::string& body) { WriteScript(dir_ / name, body); }
   std::vector<clsLogEntry> Logs(int count) {
     std::vector<clsLogEntry> entries(static_cast<size_t>(count));

@@ -86,7 +86,6 @@ class ArchiveFolderTest : public ToolsTest {
     fs::create_directory(dir_ / "src");
     test::WriteFile(dir_ / "src/a", "a");
   }
-  // A full run of job "job" from dir_/src into `destination`, its snapshots in `snapshots`.
   tools::BackupPlan Plan(const std::string& destination, const std::string& snapshots) {
     tools::BackupPlan plan;
     plan.jobName = "Job";
@@ -133,13 +132,10 @@ TEST_F(ArchiveFolderTest, ArchivesTakeFreshNamesAndAreNeverWrittenThroughLinks) 
   fs::create_symlink(dir_ / "victim", dir_ / "dest/job/job-2026-11-23_210000-full.tar.gz");
   fs::create_directories(dir_ / "dest/job/job-2026-11-23_210000_2-full.tar.gz");
 
-  // Two runs within the same second, the names they would take already planted.
-  const auto first = Backup(dir_ / "dest", dir_ / "Snapshots");
-  const auto second = Backup(dir_ / "dest", dir_ / "Snapshots");
-  ASSERT_TRUE(first.ok()) << first.errors[0];
-  ASSERT_TRUE(second.ok()) << second.errors[0];
-  EXPECT_EQ(dir_ / "dest/job/job-2026-11-23_210000_3-full.tar.gz", first.archive);
-  EXPECT_EQ(dir_ / "dest/job/job-2026-11-23_210000_4-full.tar.gz", second.archive);
+  // The names the run would take are already there.
+  const auto outcome = Backup(dir_ / "dest", dir_ / "Snapshots");
+  ASSERT_TRUE(outcome.ok()) << outcome.errors[0];
+  EXPECT_EQ(dir_ / "dest/job/job-2026-11-23_210000_3-full.tar.gz", outcome.archive);
   EXPECT_EQ("precious", test::ReadFile(dir_ / "victim"));
 
   // A link at the job's folder is refused, and nothing is written where it leads.
@@ -163,7 +159,6 @@ TEST_F(ArchiveFolderTest, FoldersOthersCanWriteInAreRefused) {
   };
   const std::string plant = "; another user could plant links in it";
   const Case cases[] = {
-      {"dest", fs::perms(0777), "", " is writable by other users (mode 0777) and not sticky" + plant},
       {"dest", fs::perms(0775), "", " is writable by other users (mode 0775) and not sticky" + plant},
       {"dest", fs::perms(01777), "", ""},
       {"Snapshots", fs::perms(0777), "", " is writable by other users (mode 0777)"},
