@@ -63,9 +63,7 @@ TEST_F(ProcessShellTest, SynchronousRunsReturnTheExitCodeAndOutputAndArgumentsAr
 
   events_.clear();
   EXPECT_EQ(-1, shell_.AdvShell(dir_ / "nothing-here", "a", "", 0, false, true));
-  test::WriteFile(dir_ / "not-executable", "#!/bin/sh\n");
-  EXPECT_EQ(-1, shell_.AdvShell(dir_ / "not-executable", "", "", 0, false, true));
-  EXPECT_EQ((std::vector<std::string>{"ErrorExecuting -1", "ErrorExecuting -1"}), events_);
+  EXPECT_EQ((std::vector<std::string>{"ErrorExecuting -1"}), events_);
   EXPECT_FALSE(shell_.Busy());
 
   // The working folder is used when it exists, the current one otherwise; a relative file is found in it.
@@ -73,8 +71,6 @@ TEST_F(ProcessShellTest, SynchronousRunsReturnTheExitCodeAndOutputAndArgumentsAr
   shell_.AdvShell("where", "", dir_.Path(), 0, false, true);
   EXPECT_EQ(dir_.Path() + "\n", shell_.ConsoleOutput());
   shell_.AdvShell(dir_ / "where", "", dir_ / "missing", 0, false, true);
-  EXPECT_EQ(std::filesystem::current_path().string() + "\n", shell_.ConsoleOutput());
-  shell_.AdvShell(dir_ / "where", "", "", 0, false, true);
   EXPECT_EQ(std::filesystem::current_path().string() + "\n", shell_.ConsoleOutput());
 }
 

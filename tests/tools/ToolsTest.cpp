@@ -119,10 +119,6 @@ TEST_F(ArchiveFolderTest, ATapeIsWoundAndEjectedAroundTheArchive) {
        {"Duration: 02:00:01", "Media: label \"\", append, ejected afterwards", "Archive: /dev/null"}) {
     EXPECT_NE(std::string::npos, report.find("\r\n" + line + "\r\n")) << report;
   }
-
-  plan.sources.clear();
-  EXPECT_EQ(std::vector<std::string>{"The job has no sources to back up (twctl job set Job --source PATH)."},
-            tools::PerformBackup(plan, 0).errors);
 }
 
 TEST_F(ArchiveFolderTest, ArchivesTakeFreshNamesAndAreNeverWrittenThroughLinks) {
