@@ -48,6 +48,7 @@ TEST_F(FrmBackupTest, AStartedExecutorIsWatchedUntilItsStatusChanges) {
   ASSERT_TRUE(ComLine().ends_with(" logging"));
   const std::string run = ComLine().substr(start.size(), ComLine().size() - start.size() - 8);
   EXPECT_EQ(Utf16FileBytes("Tarnwick run " + run + "\r\n"), test::ReadFile(Marker()));
+  EXPECT_EQ(Marker(), record_->MarkerPath);
   form_.tmrPoll_Timer();
   EXPECT_TRUE(completions_.empty()) << "a stale status must not end the run while the launcher runs";
 
@@ -89,25 +90,29 @@ TEST_F(FrmBackupTest, EachRightsLauncherAnswerEndsTheRunWithItsReport) {
            "action.\r\n\r\n" +
            clsAuthMessages(settings_, "Acme Backup").GetMessage(number, 106);
   };
-  const std::pair<std::string, std::string> cases[] = {
+  // The launcher's answer, the run's report and the error logged.
+  const std::tuple<std::string, std::string, std::string> cases[] = {
       {"exit 1",
        "Unable to launch Backup executor due to incorrect arguments. The backup could not be performed because the "
-       "Backup Executor could not be started. Please report this to support@tarnwick.example."},
-      {"printf '1326\\r\\n'; exit 2", explained(1326)},
+       "Backup Executor could not be started. Please report this to support@tarnwick.example.",
+       "Error #00102 - Unable to launch Backup executor due to incorrect arguments."},
+      {"printf '1326\\r\\n'; exit 2", explained(1326), "Error #00106 - Error launching backup"},
       // Any other answer is an error too; what the executor printed before it ended follows the number.
-      {"printf '1067\\nTWExecutor: no marker\\n'; exit 5", explained(1067) + "\r\n\r\nTWExecutor: no marker"},
+      {"printf '1067\\nTWExecutor: no marker\\n'; exit 5", explained(1067) + "\r\n\r\nTWExecutor: no marker",
+       "Error #00106 - Error launching backup"},
+      // No launcher at all.
+      {"", "Unable to launch backup executor.", "Error #00101 - Unable to launch Backup executor (Code -1)"},
   };
-  const std::string titles[] = {"Error #00102 - Unable to launch Backup executor due to incorrect arguments.",
-                                "Error #00106 - Error launching backup", "Error #00106 - Error launching backup"};
-  for (size_t i = 0; i < std::size(cases); ++i) {
+  for (const auto& [answer, report, error] : cases) {
     completions_.clear();
-    Script("DesktopRights", cases[i].first);
+    Script("DesktopRights", answer);
+    if (answer.empty()) fs::remove(dir_ / "DesktopRights");
     EXPECT_TRUE(Start());
-    ASSERT_TRUE(LoopUntil([&] { return !completions_.empty(); })) << cases[i].first;
+    ASSERT_TRUE(LoopUntil([&] { return !completions_.empty(); })) << answer;
     EXPECT_EQ(2, completions_[0]->Status);
-    EXPECT_EQ(cases[i].second, completions_[0]->BackupReport);
-    EXPECT_EQ(titles[i], Logs(1)[0].Title);
-    EXPECT_FALSE(fs::exists(Marker())) << cases[i].first;
+    EXPECT_EQ(report, completions_[0]->BackupReport);
+    EXPECT_EQ(error, Logs(1)[0].Title);
+    EXPECT_FALSE(fs::exists(Marker())) << answer;
     EXPECT_FALSE(form_.PollTimerEnabled());
   }
   if (const auto nobody = platform::LookUpAccount("nobody"); platform::RunningAsRoot() && nobody) {

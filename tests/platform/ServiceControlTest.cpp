@@ -162,6 +162,12 @@ TEST_F(ServiceControlTest, AStopThatArrivesDuringTheStartIsServedOnceTheStartHas
 
 TEST_F(ServiceControlTest, InstallFailsCleanlyAndSaysWhy) {
   SystemdServiceControl control(loop_, Settings());
+  control.Account(".\\no-such-user-here");
+  EXPECT_FALSE(control.Install());
+  EXPECT_EQ("there is no account \"no-such-user-here\" on this system", control.LastError());
+  EXPECT_FALSE(control.RetryMayHelp());
+
+  control.Account("");
   test::WriteFile(dir_ / "fail", "");
   EXPECT_FALSE(control.Install());
   EXPECT_EQ("systemctl daemon-reload failed: Failed to connect to bus", control.LastError());
