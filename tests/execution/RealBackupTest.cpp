@@ -52,12 +52,6 @@ class RealBackupTest : public test::ExecutionFixture {
     }, 30000));
     return completions_.empty() ? record : completions_[0];
   }
-  void Restore(const std::string& archive, const std::string& into) {
-    fs::create_directories(into);
-    const auto result =
-        platform::RunCommand({"tar", "--extract", "--listed-incremental=/dev/null", "--file", archive, "-C", into});
-    ASSERT_EQ(0, result.exitCode) << result.output;
-  }
 
   clsCurrentJobManager manager_{clock_};
   clsJob job_ = settings_.General().AddJob("Nightly", "nightly");
@@ -68,8 +62,6 @@ class RealBackupTest : public test::ExecutionFixture {
 TEST_F(RealBackupTest, AFullAndAnIncrementalRunRestoreTheTreeFileForFile) {
   const RunningJob full = Run();
   ASSERT_EQ(1, full->Status) << full->BackupReport;
-  EXPECT_EQ(0u, full->BackupReport.find("Tarnwick backup report\r\nJob: Nightly\r\n"));
-  EXPECT_NE(std::string::npos, full->BackupReport.find("\r\nFiles backed up: 3\r\n"));
   const auto first = Archives(dir_ / "dest/nightly");
   ASSERT_EQ(1u, first.size());
   EXPECT_NE(std::string::npos, full->BackupReport.find("\r\nArchive: " + first[0] + "\r\n"));
@@ -86,8 +78,12 @@ TEST_F(RealBackupTest, AFullAndAnIncrementalRunRestoreTheTreeFileForFile) {
   const auto both = Archives(dir_ / "dest/nightly");
   ASSERT_EQ(2u, both.size());
   EXPECT_NE(std::string::npos, both[1].find("-incremental.tar.gz"));
-  Restore(both[0], dir_ / "restore");
-  Restore(both[1], dir_ / "restore");
+  fs::create_directory(dir_ / "restore");
+  for (const auto& archive : both) {
+    const auto tar = platform::RunCommand(
+        {"tar", "--extract", "--listed-incremental=/dev/null", "--file", archive, "-C", dir_ / "restore"});
+    ASSERT_EQ(0, tar.exitCode) << tar.output;
+  }
   // GNU diff compares contents and finds files and folders on one side only: the deletion is restored too.
   const auto diff = platform::RunCommand({"diff", "-r", dir_ / "src", dir_ / "restore" + (dir_ / "src")});
   EXPECT_EQ(0, diff.exitCode) << diff.output;

@@ -95,9 +95,6 @@ class ArchiveFolderTest : public ToolsTest {
     plan.snapshotFolder = snapshots;
     return plan;
   }
-  tools::BackupOutcome Backup(const std::string& destination, const std::string& snapshots) {
-    return tools::PerformBackup(Plan(destination, snapshots), kStart);
-  }
   const Date kStart = DateSerial(2026, 11, 23) + 0.875;
 };
 
@@ -129,7 +126,7 @@ TEST_F(ArchiveFolderTest, ArchivesTakeFreshNamesAndAreNeverWrittenThroughLinks) 
   fs::create_directories(dir_ / "dest/job/job-2026-11-23_210000_2-full.tar.gz");
 
   // The names the run would take are already there.
-  const auto outcome = Backup(dir_ / "dest", dir_ / "Snapshots");
+  const auto outcome = tools::PerformBackup(Plan(dir_ / "dest", dir_ / "Snapshots"), kStart);
   ASSERT_TRUE(outcome.ok()) << outcome.errors[0];
   EXPECT_EQ(dir_ / "dest/job/job-2026-11-23_210000_3-full.tar.gz", outcome.archive);
   EXPECT_EQ("precious", test::ReadFile(dir_ / "victim"));
@@ -138,7 +135,7 @@ TEST_F(ArchiveFolderTest, ArchivesTakeFreshNamesAndAreNeverWrittenThroughLinks) 
   fs::create_directories(dir_ / "dest2");
   fs::create_directories(dir_ / "elsewhere");
   fs::create_symlink(dir_ / "elsewhere", dir_ / "dest2/job");
-  const auto linked = Backup(dir_ / "dest2", dir_ / "Snapshots");
+  const auto linked = tools::PerformBackup(Plan(dir_ / "dest2", dir_ / "Snapshots"), kStart);
   EXPECT_EQ(std::vector<std::string>{"The backup was not written: " + (dir_ / "dest2/job") + " is a symbolic link."},
             linked.errors);
   EXPECT_TRUE(fs::is_empty(dir_ / "elsewhere"));
@@ -174,7 +171,7 @@ TEST_F(ArchiveFolderTest, FoldersOthersCanWriteInAreRefused) {
       ASSERT_TRUE(account) << c.owner;
       ASSERT_EQ(0, ::chown((base + "/" + c.folder).c_str(), account->uid, account->gid));
     }
-    const auto outcome = Backup(base + "/dest", base + "/Snapshots");
+    const auto outcome = tools::PerformBackup(Plan(base + "/dest", base + "/Snapshots"), kStart);
     const auto written = std::ranges::count_if(fs::recursive_directory_iterator(base),
                                                [](const fs::directory_entry& file) { return file.is_regular_file(); });
     if (c.problem.empty()) {
