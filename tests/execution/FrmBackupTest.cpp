@@ -17,7 +17,6 @@ class FrmBackupTest : public test::ExecutionFixture {
  protected:
   FrmBackupTest() {
     form_.BackupComplete = [this](const RunningJob& record) { completions_.push_back(record); };
-    record_->BackupTimeout = 60;
   }
   bool Start() { return form_.DoBackup(record_, job_); }
   std::string Marker() { return dir_ / "BackupLog-nightly.txt"; }

@@ -2,14 +2,12 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <chrono>
 #include <filesystem>
 #include <thread>
 
 #include "platform/Environment.h"
-#include "platform/Process.h"
 #include "tests/support/TestSupport.h"
 
 namespace tw::platform {
