@@ -149,8 +149,8 @@ TEST_F(RealBackupTest, AHungExecutorIsPhotographedKilledAndLogged) {
   test::ChildProcess display({"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0", "320x200x24", "-nolisten", "tcp"},
                              {}, dir_ / "display");
   ASSERT_TRUE(test::WaitUntil([&] { return test::ReadFile(dir_ / "display").find('\n') != std::string::npos; }));
-  const std::string number = test::ReadFile(dir_ / "display");
-  const test::ScopedEnvironment environment({{"DISPLAY", ":" + number.substr(0, number.find('\n'))}});
+  const std::string written = test::ReadFile(dir_ / "display");
+  const test::ScopedEnvironment environment({{"DISPLAY", ":" + written.substr(0, written.find('\n'))}});
   // A process by the name looked for, as a hung executor would be; the name is this test's own, since
   // every process of that name is killed.
   const std::string name = "TWHung" + std::to_string(::getpid() % 100000);
