@@ -34,21 +34,16 @@ std::string Said(const std::vector<std::string>& argv) {
 
 class ToolsTest : public ::testing::Test {
  protected:
-  std::string Rights(const std::vector<std::string>& args) {
-    std::vector<std::string> argv{kBin + "/DesktopRights"};
-    argv.insert(argv.end(), args.begin(), args.end());
-    return Said(argv);
-  }
-
   test::TempDir dir_;
 };
 
 TEST_F(ToolsTest, TheRightsLauncherAnswersWithItsExitStatusAndANumber) {
-  EXPECT_EQ(0u, Rights({"a", "b", "c"}).find("1 Usage: "));
-  EXPECT_EQ("2 1326\r\n", Rights({"no-such-user-here", "", "", "/bin/true"}));
+  const std::string rights = kBin + "/DesktopRights";
+  EXPECT_EQ(0u, Said({rights, "a", "b", "c"}).find("1 Usage: "));
+  EXPECT_EQ("2 1326\r\n", Said({rights, "no-such-user-here", "", "", "/bin/true"}));
   // A program that ends without saying it has started: what it said on the way follows the number.
   test::WriteScript(dir_ / "quiet", "echo 'no marker waits' >&2; exit 0");
-  EXPECT_EQ("2 1067\r\nno marker waits\r\n", Rights({"", "", "", dir_ / "quiet"}));
+  EXPECT_EQ("2 1067\r\nno marker waits\r\n", Said({rights, "", "", "", dir_ / "quiet"}));
   // A domain of this computer's own name is no domain.
   EXPECT_EQ("backup", platform::AccountNameFor("backup", "SERVER1", "server1"));
   EXPECT_EQ("backup@CORP", platform::AccountNameFor("backup", "CORP", "server1"));
