@@ -2,9 +2,7 @@
 // An application folder in a temporary folder with a real settings store, application log and
 // event loop, for running real programs. The built helper programs can be linked into it.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <chrono>
 #include <filesystem>
 #include <functional>
 
@@ -21,22 +19,16 @@ class ExecutionFixture : public ::testing::Test {
  protected:
   // Runs the event loop until `condition` holds; false after `timeoutMs`.
   bool LoopUntil(const std::function<bool()>& condition, int timeoutMs = 10000) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!condition()) {
-      if (std::chrono::steady_clock::now() > deadline) return false;
+    return WaitUntil([&] {
       loop_.Sleep(10);
-    }
-    return true;
+      return condition();
+    }, timeoutMs);
   }
   // Makes the built program `name` (from build/bin) part of the application folder.
   void LinkProgram(const std::string& name) {
     std::filesystem::create_symlink(std::string(TW_BIN_DIR) + "/" + name, dir_ / name);
   }
-  // A stand-in program: a shell script.
-  void Script(const std::string& name, const std::string& body) {
-    WriteFile(dir_ / name, "#!/bin/sh\n" + body + "\n");
-    ::chmod((dir_ / name).c_str(), 0755);
-  }
+  void Script(const std::string& name, const std::string& body) { WriteScript(dir_ / name, body); }
   std::vector<clsLogEntry> Logs(int count) {
     std::vector<clsLogEntry> entries(static_cast<size_t>(count));
     logs_.GetLastLogs(count, entries);

@@ -2,7 +2,6 @@
 
 #include "common/CommandLine.h"
 #include "execution/clsAdvShell.h"
-#include "logging/modLogging.h"
 #include "tests/execution/ExecutionFixture.h"
 
 namespace tw {
@@ -45,41 +44,27 @@ TEST(CommandLineTest, SplitsAsEscapeArgumentQuotes) {
   }
 }
 
-TEST_F(ProcessShellTest, SynchronousRunsReturnExitCodesAndOutput) {
-  Script("hello", "echo hello; echo oops >&2; exit 3");
-  EXPECT_EQ(3, shell_.AdvShell(dir_ / "hello", "", "", 0, false, true));
-  EXPECT_EQ("hello\noops\n", shell_.ConsoleOutput());
+TEST_F(ProcessShellTest, SynchronousRunsReturnTheExitCodeAndOutputAndArgumentsArriveUnescaped) {
+  Script("args", "for a in \"$@\"; do printf '[%s]\\n' \"$a\"; done; echo oops >&2; exit 3");
+  const std::string tricky = "C:\\Temp\\ \"quoted\" \\";
+  const std::string arguments = "\"" + EscapeArgument(tricky) + "\" plain \"\"";
+  EXPECT_EQ(3, shell_.AdvShell(dir_ / "args", arguments, "", 0, false, true));
+  EXPECT_EQ("[" + tricky + "]\n[plain]\n[]\noops\n", shell_.ConsoleOutput());
+  EXPECT_EQ("args " + arguments, shell_.ComLine());
   EXPECT_EQ((std::vector<std::string>{"LoadProg", "ReturnProg 3"}), events_);
   EXPECT_FALSE(shell_.Busy());
-  EXPECT_EQ("hello", shell_.AppTitle());
-  EXPECT_EQ(dir_.Path() + "/", shell_.AppDir());
-  EXPECT_EQ("hello", shell_.ComLine()) << "no trailing blank without arguments";
-
-  // 255 reads as -1; nothing written leaves the output empty; without capture nothing is kept.
-  Script("minus", "exit 255");
-  EXPECT_EQ(-1, shell_.AdvShell(dir_ / "minus", "", "", 0, false, true));
-  EXPECT_EQ("", shell_.ConsoleOutput());
-  EXPECT_EQ(3, shell_.AdvShell(dir_ / "hello", "", "", 0, false, false));
-  EXPECT_EQ("", shell_.ConsoleOutput());
+  EXPECT_EQ(3, shell_.AdvShell(dir_ / "args", "", "", 0, false, false));
+  EXPECT_EQ("", shell_.ConsoleOutput()) << "without capture nothing is kept";
 
   // A megabyte of output neither blocks the child nor gets lost.
   Script("flood", "head -c 1048576 /dev/zero | tr '\\0' x");
   EXPECT_EQ(0, shell_.AdvShell(dir_ / "flood", "", "", 0, false, true));
   EXPECT_EQ(std::string(1048576, 'x'), shell_.ConsoleOutput());
-}
 
-TEST_F(ProcessShellTest, AMissingProgramIsMinusOneAndArgumentsArriveUnescaped) {
+  events_.clear();
   EXPECT_EQ(-1, shell_.AdvShell(dir_ / "nothing-here", "a", "", 0, false, true));
   EXPECT_EQ((std::vector<std::string>{"ErrorExecuting -1"}), events_);
   EXPECT_FALSE(shell_.Busy());
-  test::WriteFile(dir_ / "not-executable", "#!/bin/sh\n");
-  EXPECT_EQ(-1, shell_.AdvShell(dir_ / "not-executable", "", "", 0, false, true));
-
-  Script("args", "for a in \"$@\"; do printf '[%s]\\n' \"$a\"; done");
-  const std::string tricky = "C:\\Temp\\ \"quoted\" \\";
-  EXPECT_EQ(0, shell_.AdvShell(dir_ / "args", "\"" + EscapeArgument(tricky) + "\" plain \"\"", "", 0, false, true));
-  EXPECT_EQ("[" + tricky + "]\n[plain]\n[]\n", shell_.ConsoleOutput());
-  EXPECT_EQ("args \"" + EscapeArgument(tricky) + "\" plain \"\"", shell_.ComLine());
 
   // The working folder is used when it exists, the current one otherwise; a relative file is found in it.
   Script("where", "pwd");
@@ -87,23 +72,16 @@ TEST_F(ProcessShellTest, AMissingProgramIsMinusOneAndArgumentsArriveUnescaped) {
   EXPECT_EQ(dir_.Path() + "\n", shell_.ConsoleOutput());
   shell_.AdvShell(dir_ / "where", "", dir_ / "missing", 0, false, true);
   EXPECT_EQ(std::filesystem::current_path().string() + "\n", shell_.ConsoleOutput());
-  shell_.AdvShell(dir_ / "where", "", "", 0, false, true);
-  EXPECT_EQ(std::filesystem::current_path().string() + "\n", shell_.ConsoleOutput());
 }
 
 TEST_F(ProcessShellTest, AsynchronousRunsEndOnTheLoopOrWhenKilled) {
-  Script("slow", "echo started; sleep 0.2; echo done; exit 4");
-  EXPECT_EQ(0, shell_.AdvShell(dir_ / "slow", "", "", 0, true, true));
+  // Watched from the loop, a megabyte is read as it comes and the child never stalls.
+  Script("flood", "head -c 1048576 /dev/zero | tr '\\0' y; exit 4");
+  EXPECT_EQ(0, shell_.AdvShell(dir_ / "flood", "", "", 0, true, true));
   EXPECT_TRUE(shell_.Busy());
   EXPECT_GT(shell_.ProcessID(), 0);
-  ASSERT_TRUE(LoopUntil([&] { return !shell_.Busy(); }));
-  EXPECT_EQ((std::vector<std::string>{"LoadProg", "ReturnProg 4"}), events_);
-  EXPECT_EQ("started\ndone\n", shell_.ConsoleOutput());
-
-  // Watched from the loop, a megabyte is read as it comes and the child never stalls.
-  Script("flood", "head -c 1048576 /dev/zero | tr '\\0' y; exit 6");
-  shell_.AdvShell(dir_ / "flood", "", "", 0, true, true);
   ASSERT_TRUE(LoopUntil([&] { return !shell_.Busy(); }, 5000));
+  EXPECT_EQ((std::vector<std::string>{"LoadProg", "ReturnProg 4"}), events_);
   EXPECT_EQ(std::string(1048576, 'y'), shell_.ConsoleOutput());
 
   events_.clear();

@@ -2,13 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <thread>
-
-#include "platform/Process.h"
 
 namespace tw::platform {
 namespace {
@@ -31,7 +28,6 @@ TEST(EventLoopTest, ANestedWaitNeverReentersARunningHandler) {
   EXPECT_GE(otherRuns, 5) << "other handlers run during the nested wait";
   // Expirations missed while it ran are run once, not piled up: about one run per 60 ms, where
   // piling up would give one per 5 ms.
-  EXPECT_GE(slowRuns, 1);
   EXPECT_LE(slowRuns, 4);
   loop.Remove(slow);
   loop.Remove(other);
@@ -55,48 +51,6 @@ TEST(EventLoopTest, ANestedWaitNeverReentersARunningHandler) {
   loop.Pump();
   EXPECT_EQ(1, timerRuns);
   EXPECT_EQ(1, signalRuns);
-}
-
-TEST(EventLoopTest, SignalsPostedWorkAndProcessEndsArriveOnTheLoop) {
-  EventLoop loop;
-  int usr1 = 0;
-  loop.AddSignal(SIGUSR1, [&] {
-    ++usr1;
-    loop.Quit();
-  });
-  ::kill(::getpid(), SIGUSR1);
-  loop.Run();
-  EXPECT_EQ(1, usr1);
-
-  const auto loopThread = std::this_thread::get_id();
-  std::thread::id ranOn;
-  std::thread worker([&] { loop.Post([&] {
-                       ranOn = std::this_thread::get_id();
-                       loop.Quit();
-                     }); });
-  loop.Run();
-  worker.join();
-  EXPECT_EQ(loopThread, ranOn);
-
-  // A child's end arrives through its pidfd.
-  const auto child = ::fork();
-  if (child == 0) {
-    ::usleep(30000);
-    ::_exit(0);
-  }
-  const int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
-  ASSERT_GE(pidfd, 0);
-  bool ended = false;
-  loop.WatchProcess(pidfd, [&] {
-    ended = true;
-    loop.Quit();
-  });
-  loop.Run();
-  EXPECT_TRUE(ended);
-  ::close(pidfd);
-  // Children start with the signals unblocked again; one that cannot start says why.
-  EXPECT_TRUE(RunCommand({"true"}).started);
-  EXPECT_EQ("no-such-program-here: No such file or directory", RunCommand({"no-such-program-here"}).error);
 }
 
 TEST(EventLoopTest, AHandlerThatThrowsIsReportedAndTheLoopGoesOn) {
