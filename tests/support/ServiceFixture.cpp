@@ -11,13 +11,8 @@
 #include "logging/clsLogs.h"
 
 namespace tw::test {
-namespace {
 
 namespace fs = std::filesystem;
-
-const char* const kFakeTimeLibrary = "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1";
-
-}  // namespace
 
 std::vector<clsLogEntry> LastLogs(const std::string& applicationFolder, int count) {
   // Reading the log needs no settings; the file named here is never opened.
@@ -72,7 +67,7 @@ void ServiceFixture::Start(const std::string& fakeStart, const std::string& setu
   std::vector<std::string> environment{"TARNWICK_HOME=" + dir_.Path(), "TARNWICK_SYSLOG_SOCKET=" + (dir_ / "syslog")};
   if (!fakeStart.empty()) {
     // The library itself rather than the faketime wrapper, so that signals reach the service.
-    environment.push_back("LD_PRELOAD=" + std::string(kFakeTimeLibrary));
+    environment.push_back("LD_PRELOAD=/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1");
     environment.push_back("FAKETIME=@" + fakeStart);
   }
   std::vector<std::string> argv{dir_ / "TWService"};
@@ -88,9 +83,9 @@ void ServiceFixture::Stop() {
   EXPECT_EQ(0, service_->Wait(10000)) << "the service did not stop; its log:\n" << ReadFile(dir_ / "Logs/TWLog.0000");
 }
 
-void ServiceFixture::RequestTestBackup(const std::string& job) {
+void ServiceFixture::RequestTestBackup() {
   auto console = settings_.General().Console();
-  console.RequestJobName(job);
+  console.RequestJobName("Nightly");
   console.TestBackupRequested(true);
 }
 
@@ -139,10 +134,6 @@ std::vector<std::string> ServiceFixture::Answers() {
   std::vector<std::string> lines;
   for (const auto& [number, line] : settings_.General().Console().AnswersAfter(0)) lines.push_back(line);
   return lines;
-}
-
-bool ServiceFixture::AnswerArrives(const std::string& line, int timeoutMs) {
-  return WaitUntil([&] { return std::ranges::count(Answers(), line) > 0; }, timeoutMs);
 }
 
 }  // namespace tw::test

@@ -33,11 +33,10 @@ class ServiceFixture : public ::testing::Test {
   // shell text has run there (as root: mounts that only the service sees).
   void Start(const std::string& fakeStart = "", const std::string& setup = "");
   void Stop();
-  void RequestTestBackup(const std::string& job = "Nightly");
+  void RequestTestBackup();  // of Nightly
   std::vector<clsReportLogEntry> Reports();
   bool ReportsArrive(size_t count, int timeoutMs = 40000);
   bool MailsArrive(int count);
-  // The newest application-log titles, newest first.
   std::vector<std::string> Titles(int count);
   bool TitleArrives(const std::string& title, int count = 20, int timeoutMs = 40000);
   // The newest application-log entries whose title begins with `prefix`, newest first.
@@ -46,7 +45,6 @@ class ServiceFixture : public ::testing::Test {
   std::vector<std::string> Events();
   std::vector<std::string> Subjects();
   std::vector<std::string> Answers();
-  bool AnswerArrives(const std::string& line, int timeoutMs = 40000);
 
   TempDir dir_;
   DatagramReceiver syslog_{dir_ / "syslog"};
