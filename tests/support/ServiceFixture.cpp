@@ -59,17 +59,14 @@ clsJob ServiceFixture::Job(const std::string& name, Date time, const std::string
   job.ScheduledTime(time);
   job.Sources({source});
   job.Destination().Path(dir_ / "dest");
-  job.JobNotification().SendReportEmail(true);
   return job;
 }
 
 void ServiceFixture::Start(const std::string& fakeStart, const std::string& setup) {
-  std::vector<std::string> environment{"TARNWICK_HOME=" + dir_.Path(), "TARNWICK_SYSLOG_SOCKET=" + (dir_ / "syslog")};
-  if (!fakeStart.empty()) {
-    // The library itself rather than the faketime wrapper, so that signals reach the service.
-    environment.push_back("LD_PRELOAD=/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1");
-    environment.push_back("FAKETIME=@" + fakeStart);
-  }
+  // The library itself rather than the faketime wrapper, so that signals reach the service.
+  const std::vector<std::string> environment{
+      "TARNWICK_HOME=" + dir_.Path(), "TARNWICK_SYSLOG_SOCKET=" + (dir_ / "syslog"),
+      "LD_PRELOAD=/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1", "FAKETIME=@" + fakeStart};
   std::vector<std::string> argv{dir_ / "TWService"};
   if (!setup.empty()) {
     // unshare and the shell exec in turn, so the process the test signals is the service.
@@ -114,13 +111,6 @@ std::vector<clsLogEntry> ServiceFixture::EntriesStartingWith(const std::string& 
   auto entries = LastLogs(dir_.Path(), count);
   std::erase_if(entries, [&](const clsLogEntry& e) { return !e.Title.starts_with(prefix); });
   return entries;
-}
-
-std::vector<std::string> ServiceFixture::Events() {
-  std::vector<std::string> events;
-  while (auto datagram = syslog_.Receive(100)) events.push_back(SyslogSourceAndId(*datagram));
-  std::sort(events.begin(), events.end());
-  return events;
 }
 
 std::vector<std::string> ServiceFixture::Subjects() {
