@@ -40,18 +40,13 @@ ServiceFixture::ServiceFixture() {
   fs::create_directories(dir_ / "src/sub");
   WriteFile(dir_ / "src/a.txt", "alpha\n");
   WriteFile(dir_ / "src/sub/b.txt", "beta\n");
-  Configure(settings_);
-}
-
-void ServiceFixture::Configure(TWSettings& settings) {
-  settings.Store().WriteBool("mail.email_enabled", true);
-  settings.Store().WriteText("mail.server", "127.0.0.1");
-  settings.Store().WriteInt("mail.port", smtp_.Port());
-  settings.Store().WriteText("mail.success_recipients", "ok@example.org");
-  settings.Store().WriteText("mail.failure_recipients", "failed@example.org");
-  settings.Store().WriteText("mail.reminder_recipients", "reminders@example.org");
-  settings.General().Options().SbsReportingEnabled(true);
-  settings.General().Options().EventLogEnabled(true);
+  settings_.Store().WriteBool("mail.email_enabled", true);
+  settings_.Store().WriteText("mail.server", "127.0.0.1");
+  settings_.Store().WriteInt("mail.port", smtp_.Port());
+  settings_.Store().WriteText("mail.success_recipients", "ok@example.org");
+  settings_.Store().WriteText("mail.failure_recipients", "failed@example.org");
+  settings_.General().Options().SbsReportingEnabled(true);
+  settings_.General().Options().EventLogEnabled(true);
 }
 
 clsJob ServiceFixture::Job(const std::string& name, Date time, const std::string& source) {

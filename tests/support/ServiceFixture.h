@@ -24,9 +24,7 @@ class ServiceFixture : public ::testing::Test {
  protected:
   ServiceFixture();
 
-  // Mail to the test's server, reports to SBS and the event log on: the fixture's settings, or a
-  // settings file made afresh.
-  void Configure(TWSettings& settings);
+  // Mail to the test's server, reports to SBS and the event log on.
   clsJob Job(const std::string& name, Date time, const std::string& source);
   // Starts TWService with its clock at `fakeStart` ("2026-11-23 21:00:05", or with " x30" to run
   // faster). With `setup`, the service runs in a mount namespace of its own after that shell text

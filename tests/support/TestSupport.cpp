@@ -118,9 +118,7 @@ std::vector<std::string> EnvironmentWith(const std::vector<std::string>& extra) 
   for (char** entry = environ; *entry != nullptr; ++entry) {
     const std::string text = *entry;
     const std::string name = text.substr(0, text.find('=') + 1);
-    bool replaced = false;
-    for (const auto& e : extra) replaced = replaced || e.compare(0, name.size(), name) == 0;
-    if (!replaced) result.push_back(text);
+    if (std::ranges::none_of(extra, [&](const std::string& e) { return e.starts_with(name); })) result.push_back(text);
   }
   result.insert(result.end(), extra.begin(), extra.end());
   return result;

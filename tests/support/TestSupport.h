@@ -64,7 +64,6 @@ std::optional<int> RunWithMounts(const std::vector<std::pair<std::string, std::s
 // The error `call` throws: number 0, "no error", when it throws none.
 TWError ErrorFrom(const std::function<void()>& call);
 
-// How many of `lines` begin with `prefix`.
 size_t CountStartingWith(const std::vector<std::string>& lines, const std::string& prefix);
 
 std::string ReadFile(const std::string& path);
