@@ -83,9 +83,7 @@ void ServiceFixture::RequestTestBackup() {
 
 std::vector<clsReportLogEntry> ServiceFixture::Reports() {
   SystemClock clock;
-  TWSettings settings(dir_ / "settings.db");
-  clsReportLogs reports(dir_.Path(), settings, clock);
-  return reports.GetSummaries(0);
+  return clsReportLogs(dir_.Path(), settings_, clock).GetSummaries(0);
 }
 
 bool ServiceFixture::ReportsArrive(size_t count, int timeoutMs) {
