@@ -1,8 +1,8 @@
 // The built service when its surroundings fail: a settings file that is locked, corrupt or deleted,
-// a log folder that is full or read-only, a mail server that refuses, rejects or never answers,
-// helper programs that are missing, crash, hang or flood, a thousand jobs due at once, and SIGTERM
-// in the middle of a run. In each case the service keeps running (or stops cleanly), says what
-// happened where the administrator looks, and loses nothing that could still be written.
+// a log folder that is full, a mail server that refuses or never answers, helper programs that are
+// missing, crash or flood, a thousand jobs due at once, and SIGTERM in the middle of a run. In each
+// case the service keeps running (or stops cleanly), says what happened where the administrator
+// looks, and loses nothing that could still be written.
 #include <signal.h>
 
 #include <algorithm>
@@ -57,15 +57,11 @@ class FaultTest : public test::ServiceFixture {
     }, 60000));
     return results.empty() ? "" : results.back();
   }
-  std::string NewestError() {
-    const auto errors = EntriesStartingWith("Error #", 10);
-    return errors.empty() ? "" : errors[0].Title;
-  }
 
   size_t testBackups_ = 0;  // test backups asked for so far
 };
 
-TEST_F(FaultTest, ASettingsFileLockedReplacedDeletedOrCorruptIsReportedAndNoRunIsLost) {
+TEST_F(FaultTest, ASettingsFileLockedDeletedOrCorruptIsReportedAndNoRunIsLost) {
   Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
   // Another program holds the file: no one else may write meanwhile.
   auto lock = std::make_unique<Database>(dir_ / "settings.db");
@@ -82,46 +78,37 @@ TEST_F(FaultTest, ASettingsFileLockedReplacedDeletedOrCorruptIsReportedAndNoRunI
   lock.reset();
   ASSERT_TRUE(ReportsArrive(1) && MailsArrive(1)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
 
-  // Garbage put in the file's place while the service runs (a restore gone wrong): reported at
-  // every tick. A write-ahead log left beside the garbage would be read as its own and hide it.
-  const std::string garbage(8192, '\x5a');
-  auto removeLog = [&] {
-    fs::remove(dir_ / "settings.db-wal");
-    fs::remove(dir_ / "settings.db-shm");
+  // Deleted, and made afresh as the console makes it: the new file is read. A write-ahead log left
+  // beside a new file would be read as its own.
+  auto removeFile = [&] {
+    for (const char* name : {"settings.db", "settings.db-wal", "settings.db-shm"}) fs::remove(dir_ / name);
   };
-  auto errors = [&] { return EntriesStartingWith("Internal error #20000 - ").size(); };
-  removeLog();
-  test::WriteFile(dir_ / "settings.new", garbage);
-  fs::rename(dir_ / "settings.new", dir_ / "settings.db");
-  ASSERT_TRUE(test::WaitUntil([&] { return errors() > 0; }, 30000)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
-
-  // Deleted, and made afresh as the console makes it: the new file is read.
-  fs::remove(dir_ / "settings.db");
-  removeLog();
+  removeFile();
   {
     TWSettings fresh(dir_ / "settings.db");
-    Configure(fresh);
     clsJob job = fresh.General().AddJob("Fresh", "Fresh");
     job.ScheduledTime(TimeSerial(21, 1, 0));
     job.Sources({dir_ / "src"});
     job.Destination().Path(dir_ / "dest");
   }
-  ASSERT_TRUE(ReportsArrive(2) && MailsArrive(2)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
+  ASSERT_TRUE(ReportsArrive(2)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
   Stop();
-  EXPECT_EQ((Texts{"Tarnwick backup Fresh completed normally", "Tarnwick backup Nightly completed normally"}),
-            Subjects());
+  EXPECT_EQ("Fresh", Reports()[0].JobName);
 
-  // Garbage in place of the settings at start: reported at every tick, and the file is left alone.
-  test::WriteFile(dir_ / "settings.db", garbage);
-  removeLog();
+  // Garbage in place of the settings (a restore gone wrong): reported at every tick, and the file
+  // is left alone.
+  const std::string garbage(8192, '\x5a');
+  auto errors = [&] { return EntriesStartingWith("Internal error #20000 - ").size(); };
   const size_t before = errors();
+  removeFile();
+  test::WriteFile(dir_ / "settings.db", garbage);
   Start("2026-11-23 21:00:05 x3");
   ASSERT_TRUE(test::WaitUntil([&] { return errors() > before; }, 30000)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
   Stop();
   EXPECT_EQ(garbage, test::ReadFile(dir_ / "settings.db"));
 }
 
-TEST_F(FaultTest, AFullOrReadOnlyLogFolderLosesOnlyTheEntriesItCannotHold) {
+TEST_F(FaultTest, AFullLogFolderLosesOnlyTheEntriesItCannotHold) {
   if (!CanMountPrivately()) GTEST_SKIP() << "mounting a file system needs root and unshare -m";
   Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
   // Entries written before the fault, 4,000 bytes of them: just short of a page of the file system.
@@ -136,7 +123,8 @@ TEST_F(FaultTest, AFullOrReadOnlyLogFolderLosesOnlyTheEntriesItCannotHold) {
                                    logs + "/Attachments\ncp " + (dir_ / "seed") + " " + logs +
                                    "/TWLog.0000\nhead -c 1M /dev/zero > " + logs + "/filler 2>/dev/null || true");
   ASSERT_TRUE(ReportsArrive(1) && MailsArrive(1)) << test::ReadFile(dir_ / "service.out");
-  EXPECT_EQ((Texts{"SmallBusinessServer 5633", "Tarnwick 1000"}), Events());
+  EXPECT_EQ("SmallBusinessServer 5633", test::SyslogSourceAndId(syslog_.Receive().value_or("")));
+  EXPECT_EQ("Tarnwick 1000", test::SyslogSourceAndId(syslog_.Receive().value_or("")));
   // Room again: the next entries are whole, and so is every entry before them.
   const std::string seen = "/proc/" + std::to_string(service_->Pid()) + "/root" + dir_.Path();
   fs::remove(seen + "/Logs/filler");
@@ -149,24 +137,13 @@ TEST_F(FaultTest, AFullOrReadOnlyLogFolderLosesOnlyTheEntriesItCannotHold) {
     for (std::string line; std::getline(lines, line);) EXPECT_EQ(4, std::ranges::count(line, '\t')) << line;
   }
   Stop();
-
-  // A read-only log folder: nothing is written there, and everything else still is.
-  fs::create_directories(logs + "/Attachments");
-  test::WriteFile(logs + "/TWLog.0000", seed);
-  settings_.General().JobByName("Nightly").ScheduledTime(TimeSerial(21, 10, 0));
-  Start("2026-11-23 21:10:05 x3", "mount --bind " + logs + " " + logs + "\nmount -o remount,bind,ro " + logs);
-  ASSERT_TRUE(ReportsArrive(2) && MailsArrive(2)) << test::ReadFile(dir_ / "service.out");
-  EXPECT_EQ((Texts{"SmallBusinessServer 5633", "Tarnwick 1000"}), Events());
-  Stop();
-  EXPECT_EQ(seed, test::ReadFile(logs + "/TWLog.0000"));
 }
 
-TEST_F(FaultTest, MailThatIsRefusedRejectedOrHangsIsReportedAndSentAgainAcrossAStop) {
+TEST_F(FaultTest, MailThatIsRefusedOrHangsIsReportedAndSentAgainAcrossAStop) {
   // The clock runs sixty times faster, with a stand-in for the rights launcher whose run ends at once.
   StandIn("DesktopRights", "status -2\n( report 'Quick run\\r\\nResult: done\\r\\n'; status 1 ) >/dev/null 2>&1 &\n"
                            "exit 255\n");
   Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
-  Job("Evening", TimeSerial(21, 40, 0), dir_ / "src");
   settings_.Store().WriteText("options.metrics_textfile", dir_ / "tarnwick.prom");
   settings_.Store().WriteInt("mail.port", 1);  // refused
   RequestTestBackup();
@@ -178,28 +155,13 @@ TEST_F(FaultTest, MailThatIsRefusedRejectedOrHangsIsReportedAndSentAgainAcrossAS
   // The metrics the service wrote pass Prometheus' own check.
   EXPECT_EQ(0, std::system(("promtool check metrics < " + (dir_ / "tarnwick.prom")).c_str()));
 
-  // Twenty minutes later the server is back: the re-send goes on where it was, and Evening's 21:40,
-  // which passed while the service was stopped, is told once: a warning and a mail, never a late run.
+  // Twenty minutes later the server is back: the re-send goes on where it was.
   settings_.Store().WriteInt("mail.port", smtp_.Port());
   Start("2026-11-23 21:50:00 x60");
   ASSERT_TRUE(TitleArrives("Attempting to re-send email (retry #1)", 10, 30000))
       << test::ReadFile(dir_ / "Logs/TWLog.0000");
-  ASSERT_TRUE(MailsArrive(2));
-  EXPECT_EQ((Texts{"Tarnwick backup Nightly completed normally", "Tarnwick missed backup"}), Subjects());
-  const auto missed = EntriesStartingWith("Backup run missed", 30);
-  ASSERT_EQ(1u, missed.size());
-  EXPECT_NE(std::string::npos, missed[0].Message.find("The backup job Evening was due at 2026-11-23 21:40"))
-      << missed[0].Message;
-  EXPECT_EQ(1u, Reports().size()) << "the missed run was not started late";
-  EXPECT_EQ(1, settings_.Store().JobInt(settings_.General().JobByName("Evening").Id(), JobField::MissedRuns));
-
-  // Rejected (5xx): each attempt is logged and tried again. (What the transcripts say is the
-  // mailer's tests' concern.)
-  test::SmtpServer rejecting({"--reject", "ok@example.org"});
-  settings_.Store().WriteInt("mail.port", rejecting.Port());
-  RequestTestBackup();
-  ASSERT_TRUE(TitleArrives("Attempt to re-send email failed (retry #1)", 10, 40000));
-  EXPECT_EQ(0, rejecting.Count());
+  ASSERT_TRUE(MailsArrive(1));
+  EXPECT_EQ((Texts{"Tarnwick backup Nightly completed normally"}), Subjects());
 
   // A server that takes the connection and never answers holds up nothing but the mail, and a stop
   // with a mail still hanging stops at once.
@@ -208,7 +170,7 @@ TEST_F(FaultTest, MailThatIsRefusedRejectedOrHangsIsReportedAndSentAgainAcrossAS
   settings_.Store().WriteInt("mail.timeout", 360);
   const size_t failures = CountStartingWith(Titles(50), "Report email could not be sent");
   RequestTestBackup();
-  ASSERT_TRUE(ReportsArrive(3));
+  ASSERT_TRUE(ReportsArrive(2));
   service_->Signal(SIGUSR1);
   ASSERT_TRUE(TitleArrives("Tarnwick service pausing", 5, 3000)) << "the service answers while the mail hangs";
   service_->Signal(SIGUSR2);
@@ -216,39 +178,20 @@ TEST_F(FaultTest, MailThatIsRefusedRejectedOrHangsIsReportedAndSentAgainAcrossAS
       [&] { return CountStartingWith(Titles(50), "Report email could not be sent") > failures; }, 20000));
   settings_.Store().WriteInt("mail.timeout", 3600);
   RequestTestBackup();
-  ASSERT_TRUE(ReportsArrive(4));
+  ASSERT_TRUE(ReportsArrive(3));
   Stop();
 }
 
-TEST_F(FaultTest, HelpersThatAreMissingCrashHangOrFloodFailTheRunWithTheirCodes) {
+TEST_F(FaultTest, HelpersThatAreMissingCrashOrFloodEndTheRunWithTheirOutcome) {
   // Not due while the test runs: only the test backups asked for run.
   Job("Nightly", TimeSerial(23, 0, 0), dir_ / "src").BackupTimeout(0);
   // Thirty times faster: the five minutes of grace pass within seconds.
   Start("2026-11-23 21:00:05 x30");
-  const std::string failed = "RESULT: Backup process encountered errors";
 
-  // Missing or not executable: the rights launcher cannot be started, or cannot start the executor.
-  for (const auto& [program, error] : {std::pair<std::string, std::string>{"DesktopRights",
-                                                                           "Error #00101 - Unable to launch Backup "
-                                                                           "executor (Code -1)"},
-                                       {"TWExecutor", "Error #00106 - Error launching backup"}}) {
-    fs::remove(dir_ / program);
-    EXPECT_EQ(failed, TestBackup()) << program;
-    EXPECT_EQ(error, NewestError());
-    fs::copy_file(std::string(TW_BIN_DIR) + "/" + program, dir_ / program);
-    fs::permissions(dir_ / program, fs::perms::owner_read | fs::perms::owner_write);
-    EXPECT_EQ(failed, TestBackup()) << program;
-    EXPECT_EQ(error, NewestError());
-    fs::permissions(dir_ / program, fs::perms::owner_all);
-  }
-
-  // Killed before it could say it had started: the rights launcher says so.
-  StandIn("TWExecutor", "kill -ABRT $$\n");
-  EXPECT_EQ(failed, TestBackup());
-  EXPECT_EQ("Error #00106 - Error launching backup", NewestError());
-  // The event log's socket holds only a few datagrams: they are read run by run.
-  ASSERT_TRUE(ReportsArrive(5));
-  EXPECT_EQ(5, std::ranges::count(Events(), "Tarnwick 1001"));
+  // The rights launcher cannot start an executor that is not there.
+  fs::remove(dir_ / "TWExecutor");
+  EXPECT_EQ("RESULT: Backup process encountered errors", TestBackup());
+  EXPECT_EQ("Error #00106 - Error launching backup", EntriesStartingWith("Error #", 10).at(0).Title);
 
   // A run that floods its output and writes a report of several megabytes: all of it is kept.
   std::string longReport;
@@ -260,25 +203,16 @@ TEST_F(FaultTest, HelpersThatAreMissingCrashHangOrFloodFailTheRunWithTheirCodes)
           "> \"$marker.txt\"\nprintf 'Result: done\\r\\n' >> \"$marker.txt\"\n"
           "{ printf '\\377\\376'; iconv -f UTF-8 -t UTF-16LE \"$marker.txt\"; } > \"$marker\"\nstatus 1\n");
   EXPECT_EQ("RESULT: Backup process completed normally", TestBackup());
-  ASSERT_TRUE(ReportsArrive(6));
+  ASSERT_TRUE(ReportsArrive(2));
   EXPECT_EQ(1, std::ranges::count_if(Reports(), [&](const auto& r) { return r.Report == longReport; }));
 
-  // Crashed after it claimed the run, or hung: reported as timed out once the time-out has passed.
-  // Started, and ended without ever setting the run's status: the last run's status is not taken
-  // for this run's.
-  StandIn("TWExecutor", "status -2\nready\nkill -SEGV $$\n");
+  // Crashed once it had started, without setting the run's status: timed out once the time-out has
+  // passed, and the last run's status is not taken for this run's.
+  StandIn("TWExecutor", "ready\nkill -SEGV $$\n");
   EXPECT_EQ("RESULT: Backup process timed out", TestBackup());
-  StandIn("TWExecutor", "status -2\nready\nreport 'Done\\r\\n'\nstatus 1\n");
-  EXPECT_EQ("RESULT: Backup process completed normally", TestBackup());
-  StandIn("TWExecutor", "ready\n");
-  EXPECT_EQ("RESULT: Backup process timed out", TestBackup());
-
-  ASSERT_TRUE(ReportsArrive(9) && MailsArrive(9));
+  ASSERT_TRUE(MailsArrive(3));
   Stop();
-  EXPECT_EQ(2, std::ranges::count(Subjects(), "Tarnwick backup Nightly did not complete in time"));
-  EXPECT_EQ((Texts{"SmallBusinessServer 5633", "SmallBusinessServer 5633", "SmallBusinessServer 5634",
-                   "SmallBusinessServer 5634", "Tarnwick 1000", "Tarnwick 1000", "Tarnwick 1002", "Tarnwick 1002"}),
-            Events());
+  EXPECT_EQ(1, std::ranges::count(Subjects(), "Tarnwick backup Nightly did not complete in time"));
 }
 
 TEST_F(FaultTest, AThousandJobsDueInOneMinuteRunTenAtOnceAndReportTheRest) {
@@ -296,9 +230,7 @@ TEST_F(FaultTest, AThousandJobsDueInOneMinuteRunTenAtOnceAndReportTheRest) {
   });
   Start("2026-11-23 21:00:05");
   // Every job is either run or reported as not started (20007): ten at once, and more when runs end
-  // while the walk through the thousand is still going. Each job leaves a few entries; the count
-  // reads them all. The jobs are due for one minute only: the count can grow no further once the
-  // runs begun in that minute have ended.
+  // while the walk through the thousand is still going.
   auto notStarted = [&] { return CountStartingWith(Titles(20000), "Internal error #20007 - "); };
   ASSERT_TRUE(ReportsArrive(10, 120000));
   ASSERT_TRUE(test::WaitUntil([&] { return Reports().size() + notStarted() == jobs; }, 180000))
@@ -311,37 +243,24 @@ TEST_F(FaultTest, AThousandJobsDueInOneMinuteRunTenAtOnceAndReportTheRest) {
   for (const auto& report : Reports()) EXPECT_EQ(0, report.Status) << report.JobName << "\n" << report.Report;
 }
 
-TEST_F(FaultTest, SigtermDuringARunStopsTheServiceAndTheRunIsReportedAtTheNextStart) {
+TEST_F(FaultTest, SigtermDuringARunStopsTheServiceAndTheNextStartWatchesTheRunToItsEnd) {
   Job("Nightly", TimeSerial(21, 0, 0), dir_ / "src");
-  // Slow to start and slow to finish: the service stops while the rights launcher still waits.
+  // Slow to start and slow to finish: the service stops while the rights launcher still waits, and
+  // starts again while the executor is at work.
   StandIn("TWExecutor",
-          "sleep 2\nstatus -2\nready\nsleep 3\nreport 'Interrupted run\\r\\nResult: done\\r\\n'\nstatus 1\n");
+          "sleep 2\nstatus -2\nready\nsleep 6\nreport 'Interrupted run\\r\\nResult: done\\r\\n'\nstatus 1\n");
   Start("2026-11-23 21:00:05");
   ASSERT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "BackupLog-Nightly.txt"); }, 20000));
   const auto stopped = std::chrono::steady_clock::now();
   Stop();
   EXPECT_LT(std::chrono::steady_clock::now() - stopped, std::chrono::seconds(5)) << "it does not wait for the run";
   EXPECT_EQ("Tarnwick service stopping", Titles(1).at(0));
-  EXPECT_TRUE(Reports().empty());
-  // The run goes on without the service and leaves its report in the marker.
-  ASSERT_TRUE(test::WaitUntil([&] { return settings_.General().JobByName("Nightly").RunStatus() == 1; }, 20000));
+  ASSERT_TRUE(test::WaitUntil([&] { return settings_.General().JobByName("Nightly").RunStatus() == -2; }, 20000));
   Start("2026-11-23 21:00:40");
-  ASSERT_TRUE(ReportsArrive(1) && MailsArrive(1));
+  ASSERT_TRUE(ReportsArrive(1) && MailsArrive(1)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
   EXPECT_EQ("Interrupted run\r\nResult: done\r\n", Reports()[0].Report);
   Stop();
-
-  // Stopped once the executor it launched is at work: the next start watches the run to its end.
-  settings_.General().JobByName("Nightly").ScheduledTime(TimeSerial(21, 10, 0));
-  StandIn("TWExecutor", "status -2\nready\nsleep 9\nreport 'Watched run\\r\\nResult: done\\r\\n'\nstatus 1\n");
-  Start("2026-11-23 21:10:05 x3");
-  ASSERT_TRUE(test::WaitUntil([&] { return settings_.General().JobByName("Nightly").RunStatus() == -2; }, 20000));
-  Stop();
-  Start("2026-11-23 21:10:30 x3");
-  ASSERT_TRUE(ReportsArrive(2) && MailsArrive(2)) << test::ReadFile(dir_ / "Logs/TWLog.0000");
-  Stop();
-  EXPECT_EQ(2u, CountStartingWith(Titles(30), "Backup run picked up again"));
-  EXPECT_EQ((Texts{"SmallBusinessServer 5633", "SmallBusinessServer 5633", "Tarnwick 1000", "Tarnwick 1000"}),
-            Events());
+  EXPECT_EQ(1u, CountStartingWith(Titles(30), "Backup run picked up again"));
 }
 
 }  // namespace

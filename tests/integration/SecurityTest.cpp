@@ -1,6 +1,6 @@
 // The built service as an attacker and a careful administrator see it: what another local user can
-// see of the backup account's password, what it leaves readable, and what a pause signal sent to
-// every process of the service does to a backup under way.
+// see of the backup account's password, what the service leaves readable, and what a pause signal
+// sent to every process of the service does to a backup under way.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -35,25 +35,18 @@ std::string Twctl(const std::string& folder, const std::string& arguments) {
       .output;
 }
 
-// A source large enough that tar and gzip are still at work while the test looks.
-void LargeSource(const std::string& folder) {
-  fs::create_directories(folder);
-  platform::RunCommand({"/bin/sh", "-c", "head -c 24000000 /dev/urandom > '" + folder + "/data.bin'"});
+// Every folder and file the service and its helpers made: mode 0700 and 0600.
+void ExpectPrivate(const fs::path& path) {
+  struct stat info {};
+  ASSERT_EQ(0, ::lstat(path.c_str(), &info)) << path;
+  EXPECT_EQ(S_ISDIR(info.st_mode) ? 0700u : 0600u, info.st_mode & 07777) << path;
+  if (!S_ISDIR(info.st_mode)) return;
+  for (const auto& entry : fs::directory_iterator(path)) ExpectPrivate(entry.path());
 }
 
-class SecurityTest : public test::ServiceFixture {
- protected:
-  // Every folder and file the service and its helpers made: mode 0700 and 0600.
-  static void ExpectPrivate(const fs::path& path) {
-    struct stat info {};
-    ASSERT_EQ(0, ::lstat(path.c_str(), &info)) << path;
-    EXPECT_EQ(S_ISDIR(info.st_mode) ? 0700u : 0600u, info.st_mode & 07777) << path;
-    if (!S_ISDIR(info.st_mode)) return;
-    for (const auto& entry : fs::directory_iterator(path)) ExpectPrivate(entry.path());
-  }
-};
+class SecurityTest : public test::ServiceFixture {};
 
-TEST_F(SecurityTest, ABackupAccountRunsTheBackupAndNoOtherUserSeesItsPassword) {
+TEST_F(SecurityTest, ABackupAccountsRunShowsOthersNothingAndOutlivesAPauseSentToEveryProcess) {
   if (!platform::RunningAsRoot()) GTEST_SKIP() << "switching to a backup account needs root";
   const std::string user = "twbackup" + std::to_string(::getpid() % 100000);
   const std::string password = "Pw-" + std::to_string(::getpid()) + "-only-in-the-store";
@@ -67,14 +60,16 @@ TEST_F(SecurityTest, ABackupAccountRunsTheBackupAndNoOtherUserSeesItsPassword) {
   ASSERT_TRUE(account);
 
   // The account reaches the folder and its own programs (copies: the build tree may be private),
-  // reads the sources and owns the destination; everything else stays the service's.
+  // reads the sources and owns the destination; everything else stays the service's. The source is
+  // large enough that tar and gzip are still at work while the test looks.
   fs::permissions(dir_.Path(), fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
                                    fs::perms::others_read | fs::perms::others_exec);
   for (const char* program : {"DesktopRights", "TWExecutor"}) {
     fs::remove(dir_ / program);
     fs::copy_file(std::string(TW_BIN_DIR) + "/" + program, dir_ / program);
   }
-  LargeSource(dir_ / "big");
+  fs::create_directories(dir_ / "big");
+  platform::RunCommand({"/bin/sh", "-c", "head -c 24000000 /dev/urandom > '" + (dir_ / "big/data.bin") + "'"});
   platform::RunCommand({"chmod", "-R", "a+rX", dir_ / "big"});
   fs::create_directory(dir_ / "dest");
   ASSERT_EQ(0, ::chown((dir_ / "dest").c_str(), account->uid, account->gid));
@@ -83,7 +78,9 @@ TEST_F(SecurityTest, ABackupAccountRunsTheBackupAndNoOtherUserSeesItsPassword) {
   identity.IdentityValue1(user);
   identity.IdentityValue2(password);
   settings_.General().Options().DetailedLogging(true);
-  Job("Nightly", TimeSerial(21, 0, 0), dir_ / "big");
+  settings_.General().Options().PrintSetting("office");
+  settings_.Store().WriteInt("mail.port", 1);  // refused: the failed attempt leaves its transcript
+  Job("Nightly", TimeSerial(21, 0, 0), dir_ / "big").JobNotification().PrintReport(true);
 
   // Another local user watches every process's arguments and environment while the run goes on.
   // The pattern comes from a file, so that it stands on no command line itself.
@@ -96,38 +93,6 @@ TEST_F(SecurityTest, ABackupAccountRunsTheBackupAndNoOtherUserSeesItsPassword) {
                                   "' [0-9]*/cmdline [0-9]*/environ >> '" + (watch / "seen") +
                                   "' 2>/dev/null; grep -l -a 'TWExecuto[r]' [0-9]*/cmdline >> '" +
                                   (watch / "executors") + "' 2>/dev/null; done"});
-  Start("2026-11-23 21:00:05 x3");
-  ASSERT_TRUE(ReportsArrive(1) && MailsArrive(1)) << test::ReadFile(dir_ / "service.out");
-  Stop();
-  watcher.Signal(SIGKILL);
-
-  EXPECT_FALSE(test::ReadFile(watch / "executors").empty()) << "the watcher saw the executor at work";
-  EXPECT_EQ("", test::ReadFile(watch / "seen")) << "the password was visible in these processes";
-  // The run's archive was written by the backup account.
-  ASSERT_EQ(0, Reports()[0].Status) << Reports()[0].Report;
-  struct stat info {};
-  ASSERT_EQ(0, ::stat(fs::directory_iterator(dir_ / "dest/Nightly")->path().c_str(), &info));
-  EXPECT_EQ(account->uid, info.st_uid);
-  // Nothing the service wrote, and no mail, holds the password, in UTF-8 or in UTF-16: only the
-  // settings do.
-  std::string utf16;
-  for (char c : password) utf16 += std::string{c, '\0'};
-  for (const std::string& root : {dir_.Path(), smtp_.Maildir()}) {
-    for (const auto& file : fs::recursive_directory_iterator(root)) {
-      if (!file.is_regular_file() || file.path().filename().string().starts_with("settings.db")) continue;
-      const std::string content = test::ReadFile(file.path());
-      EXPECT_EQ(std::string::npos, content.find(password)) << file.path();
-      EXPECT_EQ(std::string::npos, content.find(utf16)) << file.path();
-    }
-  }
-}
-
-TEST_F(SecurityTest, EveryFileMadeIsPrivateAndAPauseSentToEveryProcessStopsOnlyThePolling) {
-  settings_.General().Options().DetailedLogging(true);
-  settings_.General().Options().PrintSetting("office");
-  settings_.Store().WriteInt("mail.port", 1);  // refused: the failed attempt leaves its transcript
-  LargeSource(dir_ / "big");
-  Job("Nightly", TimeSerial(21, 0, 0), dir_ / "big").JobNotification().PrintReport(true);
   const mode_t saved = ::umask(0);
   Start("2026-11-23 21:00:05 x3");
   ::umask(saved);
@@ -164,12 +129,29 @@ TEST_F(SecurityTest, EveryFileMadeIsPrivateAndAPauseSentToEveryProcessStopsOnlyT
                                                                         ") is running on the application folder"));
   ASSERT_TRUE(test::WaitUntil([&] { return fs::exists(dir_ / "Mail") && !fs::is_empty(dir_ / "Mail"); }, 20000));
   Stop();
+  watcher.Signal(SIGKILL);
   EXPECT_EQ(0u, Twctl(dir_.Path(), "service pause").find("twctl: no TWService is running on " + dir_.Path()));
+
+  EXPECT_FALSE(test::ReadFile(watch / "executors").empty()) << "the watcher saw the executor at work";
+  EXPECT_EQ("", test::ReadFile(watch / "seen")) << "the password was visible in these processes";
+  // The run's archive was written by the backup account.
+  struct stat info {};
+  ASSERT_EQ(0, ::stat(fs::directory_iterator(dir_ / "dest/Nightly")->path().c_str(), &info));
+  EXPECT_EQ(account->uid, info.st_uid);
   // Under an open umask, every folder and file the service and its helpers made is private.
   for (const char* made : {"Logs", "Reports", "Mail", "Spool", "Snapshots", "dest", "TWService.lock"}) {
     ExpectPrivate(dir_ / made);
   }
   EXPECT_TRUE(fs::exists(dir_ / "Logs/Attachments")) << "the detail entries keep their attachments";
+  // Nothing the service wrote holds the password, in UTF-8 or in UTF-16: only the settings do.
+  std::string utf16;
+  for (char c : password) utf16 += std::string{c, '\0'};
+  for (const auto& file : fs::recursive_directory_iterator(dir_.Path())) {
+    if (!file.is_regular_file() || file.path().filename().string().starts_with("settings.db")) continue;
+    const std::string content = test::ReadFile(file.path());
+    EXPECT_EQ(std::string::npos, content.find(password)) << file.path();
+    EXPECT_EQ(std::string::npos, content.find(utf16)) << file.path();
+  }
 }
 
 }  // namespace

@@ -11,13 +11,8 @@
 #include "logging/clsLogs.h"
 
 namespace tw::test {
-namespace {
 
 namespace fs = std::filesystem;
-
-const char* const kFakeTimeLibrary = "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1";
-
-}  // namespace
 
 std::vector<clsLogEntry> LastLogs(const std::string& applicationFolder, int count) {
   // Reading the log needs no settings; the file named here is never opened.
@@ -45,18 +40,13 @@ ServiceFixture::ServiceFixture() {
   fs::create_directories(dir_ / "src/sub");
   WriteFile(dir_ / "src/a.txt", "alpha\n");
   WriteFile(dir_ / "src/sub/b.txt", "beta\n");
-  Configure(settings_);
-}
-
-void ServiceFixture::Configure(TWSettings& settings) {
-  settings.Store().WriteBool("mail.email_enabled", true);
-  settings.Store().WriteText("mail.server", "127.0.0.1");
-  settings.Store().WriteInt("mail.port", smtp_.Port());
-  settings.Store().WriteText("mail.success_recipients", "ok@example.org");
-  settings.Store().WriteText("mail.failure_recipients", "failed@example.org");
-  settings.Store().WriteText("mail.reminder_recipients", "reminders@example.org");
-  settings.General().Options().SbsReportingEnabled(true);
-  settings.General().Options().EventLogEnabled(true);
+  settings_.Store().WriteBool("mail.email_enabled", true);
+  settings_.Store().WriteText("mail.server", "127.0.0.1");
+  settings_.Store().WriteInt("mail.port", smtp_.Port());
+  settings_.Store().WriteText("mail.success_recipients", "ok@example.org");
+  settings_.Store().WriteText("mail.failure_recipients", "failed@example.org");
+  settings_.General().Options().SbsReportingEnabled(true);
+  settings_.General().Options().EventLogEnabled(true);
 }
 
 clsJob ServiceFixture::Job(const std::string& name, Date time, const std::string& source) {
@@ -64,17 +54,14 @@ clsJob ServiceFixture::Job(const std::string& name, Date time, const std::string
   job.ScheduledTime(time);
   job.Sources({source});
   job.Destination().Path(dir_ / "dest");
-  job.JobNotification().SendReportEmail(true);
   return job;
 }
 
 void ServiceFixture::Start(const std::string& fakeStart, const std::string& setup) {
-  std::vector<std::string> environment{"TARNWICK_HOME=" + dir_.Path(), "TARNWICK_SYSLOG_SOCKET=" + (dir_ / "syslog")};
-  if (!fakeStart.empty()) {
-    // The library itself rather than the faketime wrapper, so that signals reach the service.
-    environment.push_back("LD_PRELOAD=" + std::string(kFakeTimeLibrary));
-    environment.push_back("FAKETIME=@" + fakeStart);
-  }
+  // The library itself rather than the faketime wrapper, so that signals reach the service.
+  const std::vector<std::string> environment{
+      "TARNWICK_HOME=" + dir_.Path(), "TARNWICK_SYSLOG_SOCKET=" + (dir_ / "syslog"),
+      "LD_PRELOAD=/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1", "FAKETIME=@" + fakeStart};
   std::vector<std::string> argv{dir_ / "TWService"};
   if (!setup.empty()) {
     // unshare and the shell exec in turn, so the process the test signals is the service.
@@ -88,17 +75,15 @@ void ServiceFixture::Stop() {
   EXPECT_EQ(0, service_->Wait(10000)) << "the service did not stop; its log:\n" << ReadFile(dir_ / "Logs/TWLog.0000");
 }
 
-void ServiceFixture::RequestTestBackup(const std::string& job) {
+void ServiceFixture::RequestTestBackup() {
   auto console = settings_.General().Console();
-  console.RequestJobName(job);
+  console.RequestJobName("Nightly");
   console.TestBackupRequested(true);
 }
 
 std::vector<clsReportLogEntry> ServiceFixture::Reports() {
   SystemClock clock;
-  TWSettings settings(dir_ / "settings.db");
-  clsReportLogs reports(dir_.Path(), settings, clock);
-  return reports.GetSummaries(0);
+  return clsReportLogs(dir_.Path(), settings_, clock).GetSummaries(0);
 }
 
 bool ServiceFixture::ReportsArrive(size_t count, int timeoutMs) {
@@ -121,13 +106,6 @@ std::vector<clsLogEntry> ServiceFixture::EntriesStartingWith(const std::string& 
   return entries;
 }
 
-std::vector<std::string> ServiceFixture::Events() {
-  std::vector<std::string> events;
-  while (auto datagram = syslog_.Receive(100)) events.push_back(SyslogSourceAndId(*datagram));
-  std::sort(events.begin(), events.end());
-  return events;
-}
-
 std::vector<std::string> ServiceFixture::Subjects() {
   std::vector<std::string> subjects;
   for (int i = 1; i <= smtp_.Count(); ++i) subjects.push_back(nlohmann::json::parse(smtp_.Read(i))["subject"]);
@@ -139,10 +117,6 @@ std::vector<std::string> ServiceFixture::Answers() {
   std::vector<std::string> lines;
   for (const auto& [number, line] : settings_.General().Console().AnswersAfter(0)) lines.push_back(line);
   return lines;
-}
-
-bool ServiceFixture::AnswerArrives(const std::string& line, int timeoutMs) {
-  return WaitUntil([&] { return std::ranges::count(Answers(), line) > 0; }, timeoutMs);
 }
 
 }  // namespace tw::test

@@ -24,29 +24,23 @@ class ServiceFixture : public ::testing::Test {
  protected:
   ServiceFixture();
 
-  // Mail to the test's server, reports to SBS and the event log on: the fixture's settings, or a
-  // settings file made afresh.
-  void Configure(TWSettings& settings);
+  // Mail to the test's server, reports to SBS and the event log on.
   clsJob Job(const std::string& name, Date time, const std::string& source);
-  // Starts TWService; with `fakeStart` ("2026-11-23 21:00:05", or with " x30" to run faster) its
-  // clock starts there. With `setup`, the service runs in a mount namespace of its own after that
-  // shell text has run there (as root: mounts that only the service sees).
-  void Start(const std::string& fakeStart = "", const std::string& setup = "");
+  // Starts TWService with its clock at `fakeStart` ("2026-11-23 21:00:05", or with " x30" to run
+  // faster). With `setup`, the service runs in a mount namespace of its own after that shell text
+  // has run there (as root: mounts that only the service sees).
+  void Start(const std::string& fakeStart, const std::string& setup = "");
   void Stop();
-  void RequestTestBackup(const std::string& job = "Nightly");
+  void RequestTestBackup();  // of Nightly
   std::vector<clsReportLogEntry> Reports();
   bool ReportsArrive(size_t count, int timeoutMs = 40000);
   bool MailsArrive(int count);
-  // The newest application-log titles, newest first.
   std::vector<std::string> Titles(int count);
   bool TitleArrives(const std::string& title, int count = 20, int timeoutMs = 40000);
   // The newest application-log entries whose title begins with `prefix`, newest first.
   std::vector<clsLogEntry> EntriesStartingWith(const std::string& prefix, int count = 100);
-  // Event-log entries received so far, as "SOURCE EVENT-ID", sorted.
-  std::vector<std::string> Events();
   std::vector<std::string> Subjects();
   std::vector<std::string> Answers();
-  bool AnswerArrives(const std::string& line, int timeoutMs = 40000);
 
   TempDir dir_;
   DatagramReceiver syslog_{dir_ / "syslog"};

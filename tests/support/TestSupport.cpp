@@ -98,9 +98,8 @@ void WriteScript(const std::string& path, const std::string& body) {
 }
 
 bool WaitUntil(const std::function<bool()>& condition, int timeoutMs) {
-  // The deadline is on the clock, not a count of pauses: a condition that reads a thousand report
-  // logs takes longer than the pause. Pausing as long as the condition took leaves the program
-  // under test at least half of the processor.
+  // A condition that reads a thousand report logs takes longer than the pause: pausing as long as
+  // it took leaves the program under test at least half of the processor.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
   while (std::chrono::steady_clock::now() < deadline) {
     const auto asked = std::chrono::steady_clock::now();
@@ -119,9 +118,7 @@ std::vector<std::string> EnvironmentWith(const std::vector<std::string>& extra) 
   for (char** entry = environ; *entry != nullptr; ++entry) {
     const std::string text = *entry;
     const std::string name = text.substr(0, text.find('=') + 1);
-    bool replaced = false;
-    for (const auto& e : extra) replaced = replaced || e.compare(0, name.size(), name) == 0;
-    if (!replaced) result.push_back(text);
+    if (std::ranges::none_of(extra, [&](const std::string& e) { return e.starts_with(name); })) result.push_back(text);
   }
   result.insert(result.end(), extra.begin(), extra.end());
   return result;
@@ -191,21 +188,19 @@ PtySession::~PtySession() {
   ::close(master_);
 }
 
-bool PtySession::ReadSome(int timeoutMs) {
-  pollfd ready{master_, POLLIN, 0};
-  if (::poll(&ready, 1, timeoutMs) <= 0) return false;
+void PtySession::ReadAvailable() {
   char buffer[4096];
-  const ssize_t got = ::read(master_, buffer, sizeof buffer);
-  if (got <= 0) return false;
-  output_.append(buffer, static_cast<size_t>(got));
-  return true;
+  for (pollfd ready{master_, POLLIN, 0}; ::poll(&ready, 1, 0) > 0;) {
+    const ssize_t got = ::read(master_, buffer, sizeof buffer);
+    if (got <= 0) return;
+    output_.append(buffer, static_cast<size_t>(got));
+  }
 }
 
 bool PtySession::WaitFor(const std::string& text, int timeoutMs) {
   size_t found = std::string::npos;
   const bool seen = WaitUntil([&] {
-    while (ReadSome(0)) {
-    }
+    ReadAvailable();
     found = output_.find(text, consumed_);
     return found != std::string::npos;
   }, timeoutMs);
@@ -218,8 +213,7 @@ void PtySession::Type(const std::string& text) {
 }
 
 std::optional<int> PtySession::Wait(int timeoutMs) {
-  while (ReadSome(0)) {
-  }
+  ReadAvailable();
   return WaitForPid(pid_, status_, timeoutMs);
 }
 

@@ -27,7 +27,6 @@ class TempDir {
   std::string path_;
 };
 
-// Records "sleep N" and "pump" in the order asked; never sleeps.
 class RecordingPump final : public EventPump {
  public:
   void Pump() override { calls.push_back("pump"); }
@@ -65,7 +64,6 @@ std::optional<int> RunWithMounts(const std::vector<std::pair<std::string, std::s
 // The error `call` throws: number 0, "no error", when it throws none.
 TWError ErrorFrom(const std::function<void()>& call);
 
-// How many of `lines` begin with `prefix`.
 size_t CountStartingWith(const std::vector<std::string>& lines, const std::string& prefix);
 
 std::string ReadFile(const std::string& path);
@@ -105,12 +103,11 @@ class PtySession {
   // Reads until `text` has appeared after what earlier calls consumed; false after `timeoutMs`.
   bool WaitFor(const std::string& text, int timeoutMs = 5000);
   void Type(const std::string& text);
-  // Everything the program wrote so far.
   const std::string& Output() const { return output_; }
   std::optional<int> Wait(int timeoutMs = 5000);
 
  private:
-  bool ReadSome(int timeoutMs);
+  void ReadAvailable();
   int pid_ = -1;
   int master_ = -1;
   std::string output_;
@@ -152,7 +149,6 @@ class ScopedEnvironment {
   std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
 };
 
-// Sets TZ for its lifetime and restores the previous zone.
 class ScopedTimeZone : public ScopedEnvironment {
  public:
   explicit ScopedTimeZone(const char* zone) : ScopedEnvironment({{std::string("TZ"), zone}}) {}
