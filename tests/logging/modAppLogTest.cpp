@@ -22,8 +22,9 @@ namespace fs = std::filesystem;
 
 const Date kWhen = DateSerial(2026, 3, 7) + TimeSerial(9, 5, 3);
 
-// Each kind of entry the writers make: what it is given (a SmallBusinessServer entry without text
-// ignores the text) and what the journal's MESSAGE carries for it.
+// One entry of each form the writers make (which number each outcome gets, the service's tests
+// check): what it is given (a SmallBusinessServer entry without text ignores the text) and what the
+// journal's MESSAGE carries for it.
 struct Kind {
   std::string source;
   uint32_t eventId;
@@ -41,8 +42,6 @@ const std::vector<Kind> kKinds = {
     {"Tarnwick", 1002, eventtype::Warning, 0, 4, "\r\n\r\nBackup process timed out", "Backup process timed out"},
     {"SmallBusinessServer", 5633, eventtype::Information, 5, 6, "Tarnwick job A completed normally.\r\n\r\nJob name: A",
      "Tarnwick job A completed normally.\n\nJob name: A"},
-    {"SmallBusinessServer", 5634, eventtype::Error, 5, 3, "Tarnwick job A failed.", "Tarnwick job A failed."},
-    {"SmallBusinessServer", 1074796033, eventtype::Information, 5, 6, std::nullopt, "Event ID 1074796033"},
     {"SmallBusinessServer", 3222279682, eventtype::Error, 5, 3, std::nullopt, "Event ID 3222279682"},
 };
 
@@ -103,8 +102,6 @@ TEST(ModAppLogTest, RsyslogFilesEachEntryUnderItsSourceAndSeverity) {
       "Mar  7 09:05:03 Tarnwick[PID] daemon.warning| Event ID 1002: #015#012#015#012Backup process timed out\n"
       "Mar  7 09:05:03 SmallBusinessServer[PID] daemon.info| Event ID 5633: Tarnwick job A completed normally."
       "#015#012#015#012Job name: A\n"
-      "Mar  7 09:05:03 SmallBusinessServer[PID] daemon.err| Event ID 5634: Tarnwick job A failed.\n"
-      "Mar  7 09:05:03 SmallBusinessServer[PID] daemon.info| Event ID 1074796033\n"
       "Mar  7 09:05:03 SmallBusinessServer[PID] daemon.err| Event ID 3222279682\n",
       "PID", std::to_string(::getpid()));
   test::WaitUntil([&] { return test::ReadFile(dir / "out.log") == expected; }, 3000);
