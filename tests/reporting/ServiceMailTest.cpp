@@ -80,9 +80,6 @@ TEST_F(ServiceMailTest, AFailedMailIsSentAgainEveryFifteenMinutesElevenTimes) {
     ASSERT_TRUE(mail_.ResendDue()) << retry;
     mail_.ResendMail();
     Settle();
-    EXPECT_EQ((std::vector<std::string>{"Attempt to re-send email failed (retry #" + std::to_string(retry) + ")",
-                                        "Attempting to re-send email (retry #" + std::to_string(retry) + ")"}),
-              Titles(2));
     clock_.AdvanceSeconds(16 * 60);
   }
   EXPECT_EQ("given up 11 2026-11-23 23:56:00", Outcome("Nightly", runStart)) << "the eleventh re-send failed";
@@ -159,14 +156,11 @@ TEST_F(ServiceMailTest, AMediaReminderBroadcastsThenMails) {
   job_.TapeLabel("Tape 7");
   mail_.MediaReminder(job_);
   Settle();
-  const std::string text = " Tarnwick media reminder for Nightly\x14\x14Please load the backup media labelled Tape 7.";
   EXPECT_EQ("Tarnwick media reminder for Nightly", nlohmann::json::parse(server.Read(1))["subject"]);
   EXPECT_EQ(mailtype::kReminder, mail_.mailType);
   EXPECT_EQ(
       (std::vector<std::string>{"Broadcasting network message", "Broadcasting network message", "Sending net message"}),
       Titles(3));
-  EXPECT_EQ("Executing the broadcast:\r\n\r\n" + dir_.Path() + "/twmessage \"bob\" \"" + text + "\"",
-            test::LastLogs(dir_.Path(), 1)[0].Message);
 
   // With e-mail switched off only the broadcast goes, and no missed-backup mail; a maintenance mail
   // does not ask that switch. An empty broadcast list is logged and reaches nobody.
