@@ -15,7 +15,6 @@ namespace fs = std::filesystem;
 
 class ClsLogsTest : public test::LogTestFixture {
  protected:
-  // The titles of the newest `count` entries, newest first.
   std::vector<std::string> Titles(int count) {
     std::vector<std::string> titles;
     for (const auto& entry : Last(count)) titles.push_back(entry.Title);
@@ -44,21 +43,19 @@ TEST_F(ClsLogsTest, FirstEntryGoesIntoTWLog0000ByteForByte) {
 }
 
 TEST_F(ClsLogsTest, FieldsAreEscapedAndReadBack) {
-  logs_.AddLogSimple(2, "Copy of C:\\Temp\tfailed", "line one\r\nline two\ttabbed\\n", 0, "");
-  EXPECT_EQ("45321.875\tCopy of C:\\\\Temp\\tfailed\t2\tline one\\nline two\\ttabbed\\\\n\t0\r\n", LogFile("TWLog.0000"));
+  // A lone LF or CR (the rights launcher's number, then what a Linux program printed) is escaped
+  // too, and the entry reads back as the one it is.
+  const std::string message = "1326\r\nTWExecutor: no marker\nsecond\rthird\ttabbed\\n\n\r";
+  logs_.AddLogSimple(2, "Copy of C:\\Temp\tfailed", message, 0, "");
+  EXPECT_EQ("45321.875\tCopy of C:\\\\Temp\\tfailed\t2\t1326\\nTWExecutor: no marker\\lsecond\\rthird\\ttabbed\\\\n"
+            "\\l\\r\t0\r\n",
+            LogFile("TWLog.0000"));
   auto entries = Last(1);
   ASSERT_EQ(1u, entries.size());
   EXPECT_EQ("Copy of C:\\Temp\tfailed", entries[0].Title);
-  EXPECT_EQ("line one\r\nline two\ttabbed\\n", entries[0].Message);
-
-  // A code-1 character reads back as a backslash. A lone LF or CR (the rights launcher's number,
-  // then what a Linux program printed) is escaped too, and the entry reads back as the one it is.
-  logs_.AddLogSimple(0, "one\x01two", "1326\r\nTWExecutor: no marker\nsecond\rthird\n\r", 0, "");
-  EXPECT_NE(std::string::npos, LogFile("TWLog.0000").find("\t1326\\nTWExecutor: no marker\\lsecond\\rthird\\l\\r\t0\r\n"));
-  entries = Last(3);
-  ASSERT_EQ(2u, entries.size());
-  EXPECT_EQ("one\\two", entries[0].Title);
-  EXPECT_EQ("1326\r\nTWExecutor: no marker\nsecond\rthird\n\r", entries[0].Message);
+  EXPECT_EQ(message, entries[0].Message);
+  logs_.AddLogSimple(0, "one\x01two", "", 0, "");
+  EXPECT_EQ("one\\two", Last(1)[0].Title) << "a code-1 character reads back as a backslash";
 
   // An older version wrote the lone line feed as it was: the entry still reads as one.
   test::WriteFile(dir_ / "Logs/TWLog.0000", "45321.5\tDesktop rights output\t3\t1326\\nno marker\nend\t0\r\n");
@@ -165,7 +162,6 @@ TEST_F(ClsLogsTest, ScreenshotsAreCopiedAndAFailedCopyLeavesItsReason) {
   auto entries = Last(2);
   EXPECT_EQ(2, entries[0].AttachmentType);
   EXPECT_EQ(dir_ / ("Logs/Attachments/" + stamp + ".png"), entries[0].Attachment);
-  EXPECT_EQ(dir_ / "Logs/Attachments/45321.875.png", entries[1].Attachment);
 }
 
 TEST_F(ClsLogsTest, DetailEntriesNeedDetailedLoggingAndFailuresReturnFalse) {

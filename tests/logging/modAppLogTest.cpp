@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <sstream>
@@ -23,8 +22,9 @@ namespace fs = std::filesystem;
 
 const Date kWhen = DateSerial(2026, 3, 7) + TimeSerial(9, 5, 3);
 
-// Each kind of entry the writers make: what it is given (a SmallBusinessServer entry without text
-// ignores the text) and what the journal's MESSAGE carries for it.
+// One entry of each form the writers make (which number each outcome gets, the service's tests
+// check): what it is given (a SmallBusinessServer entry without text ignores the text) and what the
+// journal's MESSAGE carries for it.
 struct Kind {
   std::string source;
   uint32_t eventId;
@@ -42,8 +42,6 @@ const std::vector<Kind> kKinds = {
     {"Tarnwick", 1002, eventtype::Warning, 0, 4, "\r\n\r\nBackup process timed out", "Backup process timed out"},
     {"SmallBusinessServer", 5633, eventtype::Information, 5, 6, "Tarnwick job A completed normally.\r\n\r\nJob name: A",
      "Tarnwick job A completed normally.\n\nJob name: A"},
-    {"SmallBusinessServer", 5634, eventtype::Error, 5, 3, "Tarnwick job A failed.", "Tarnwick job A failed."},
-    {"SmallBusinessServer", 1074796033, eventtype::Information, 5, 6, std::nullopt, "Event ID 1074796033"},
     {"SmallBusinessServer", 3222279682, eventtype::Error, 5, 3, std::nullopt, "Event ID 3222279682"},
 };
 
@@ -104,8 +102,6 @@ TEST(ModAppLogTest, RsyslogFilesEachEntryUnderItsSourceAndSeverity) {
       "Mar  7 09:05:03 Tarnwick[PID] daemon.warning| Event ID 1002: #015#012#015#012Backup process timed out\n"
       "Mar  7 09:05:03 SmallBusinessServer[PID] daemon.info| Event ID 5633: Tarnwick job A completed normally."
       "#015#012#015#012Job name: A\n"
-      "Mar  7 09:05:03 SmallBusinessServer[PID] daemon.err| Event ID 5634: Tarnwick job A failed.\n"
-      "Mar  7 09:05:03 SmallBusinessServer[PID] daemon.info| Event ID 1074796033\n"
       "Mar  7 09:05:03 SmallBusinessServer[PID] daemon.err| Event ID 3222279682\n",
       "PID", std::to_string(::getpid()));
   test::WaitUntil([&] { return test::ReadFile(dir / "out.log") == expected; }, 3000);
@@ -116,13 +112,13 @@ TEST(ModAppLogTest, RsyslogFilesEachEntryUnderItsSourceAndSeverity) {
 class JournalNamespace {
  public:
   JournalNamespace()
-      : name_("tarnwick-test-" + std::to_string(::getpid()) + "-" + std::to_string(std::random_device()() % 100000)) {
-    daemon_ = std::make_unique<test::ChildProcess>(std::vector<std::string>{kDaemon, name_});
+      : name_("tarnwick-test-" + std::to_string(::getpid()) + "-" + std::to_string(std::random_device()() % 100000)),
+        daemon_({kDaemon, name_}) {
     test::WaitUntil([&] { return fs::exists(SocketFolder() + "/socket"); });
   }
   ~JournalNamespace() {
-    daemon_->Signal(SIGTERM);
-    daemon_->Wait();
+    daemon_.Signal(SIGTERM);
+    daemon_.Wait();
     std::error_code ignored;
     fs::remove_all(SocketFolder(), ignored);
     for (const char* store : {"/var/log/journal", "/run/log/journal"}) {
@@ -131,8 +127,6 @@ class JournalNamespace {
       }
     }
   }
-  JournalNamespace(const JournalNamespace&) = delete;
-  JournalNamespace& operator=(const JournalNamespace&) = delete;
 
   static constexpr const char* kDaemon = "/lib/systemd/systemd-journald";
   std::string SocketFolder() const { return "/run/systemd/journal." + name_; }
@@ -148,11 +142,11 @@ class JournalNamespace {
 
  private:
   std::string name_;
-  std::unique_ptr<test::ChildProcess> daemon_;
+  test::ChildProcess daemon_;
 };
 
-// The entries as a real journald stores them; a socket named in TARNWICK_SYSLOG_SOCKET still takes
-// them, and where no journal listens they go to /dev/log.
+// The entries as a real journald stores them; where no journal listens they go to /dev/log. (That a
+// socket named in TARNWICK_SYSLOG_SOCKET takes them first, the service's end-to-end tests show.)
 TEST(ModAppLogTest, JournaldKeepsEachEntryWithItsSourcePriorityAndEventId) {
   if (::geteuid() != 0) GTEST_SKIP() << "a journald instance of the test's own needs root";
   if (!fs::exists(JournalNamespace::kDaemon)) GTEST_SKIP() << "systemd-journald is not installed";
@@ -167,12 +161,6 @@ TEST(ModAppLogTest, JournaldKeepsEachEntryWithItsSourcePriorityAndEventId) {
         ::unsetenv("TARNWICK_SYSLOG_SOCKET");
         modAppLog toJournal(clock);
         for (const auto& kind : kKinds) Write(toJournal, kind);
-        // A socket named in the environment takes the entries even where a journal listens.
-        ::setenv("TARNWICK_SYSLOG_SOCKET", (dir / "log.sock").c_str(), 1);
-        modAppLog toSocket(clock);
-        Write(toSocket, kKinds[2]);
-        // Where no journal listens, the entries go to /dev/log.
-        ::unsetenv("TARNWICK_SYSLOG_SOCKET");
         if (::umount("/run/systemd/journal") != 0) return 1;
         modAppLog withoutJournal(clock);
         Write(withoutJournal, kKinds[1]);
@@ -180,7 +168,6 @@ TEST(ModAppLogTest, JournaldKeepsEachEntryWithItsSourcePriorityAndEventId) {
       });
   if (!written) GTEST_SKIP() << "no mount namespace of our own: unshare is not allowed here";
   ASSERT_EQ(0, *written);
-  EXPECT_EQ("Tarnwick 1002", test::SyslogSourceAndId(socket.Receive().value_or("nothing")));
   EXPECT_EQ("Tarnwick 1001", test::SyslogSourceAndId(socket.Receive().value_or("nothing")));
   EXPECT_EQ(std::nullopt, socket.Receive(200));
 

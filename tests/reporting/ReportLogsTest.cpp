@@ -14,14 +14,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The error `action` raises, as "NUMBER: DESCRIPTION"; "" when it raises none.
+// The error `action` raises, as "NUMBER: DESCRIPTION".
 std::string ErrorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const TWError& e) {
-    return std::to_string(e.Number) + ": " + e.Description;
-  }
-  return "";
+  const TWError error = test::ErrorFrom(action);
+  return std::to_string(error.Number) + ": " + error.Description;
 }
 
 class ReportLogsTest : public ::testing::Test {
@@ -148,7 +144,6 @@ TEST_F(ReportLogsTest, SummariesComeNewestFirstWithinTheirLimitAndFollowChanges)
   EXPECT_EQ((std::vector<std::string>{newest}), Names(1));
   fs::rename(dir_ / "Reports/kept.log.old", dir_ / ("Reports/" + later(1)));
   EXPECT_EQ((std::vector<std::string>{newest, later(1), "45321.9.log", "45000.6.log", "45000.5.LOG"}), Names());
-
 
   // A folder removed and made again is read afresh, with nothing left of the one before.
   fs::remove_all(dir_ / "Reports");
