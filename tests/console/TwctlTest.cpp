@@ -129,6 +129,8 @@ TEST_F(TwctlTest, BadUsageIsRejectedWithOneLineAndNothingWrittenAndHelpNamesEach
       {{"job", "add", ".."}, 2, "invalid job name \"..\": a job name is not \".\" or \"..\" and holds no \"/\""},
       {{"config", "set", "mail.sender", "tw@example.org>\r\nRCPT TO:<intruder@example.org"}, 2,
        "mail.sender must be one line of text, but holds the control character U+000D at character 16"},
+      {{"config", "set", "mail.failure_recipients", "Ops <ops@example.org>; boss at example.org"}, 2,
+       "invalid address \"boss at example.org\" for mail.failure_recipients (has no @)"},
       {{"config", "set", "console.run_job_request", "1"}, 2,
        "unknown setting \"console.run_job_request\" ('twctl config list' shows them all)"},
       {{"job", "set", "Nope", "--time", "10:00"}, 1, "unknown job \"Nope\" ('twctl job list' shows the jobs)"},
