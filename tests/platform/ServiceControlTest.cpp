@@ -48,15 +48,10 @@ TEST_F(ServiceControlTest, InstallWritesAVerifiedUnitAndEnablesIt) {
       << unit;
   EXPECT_EQ("daemon-reload\nenable wtarnwick.service\n", test::ReadFile(dir_ / "calls"));
 
-  control.Account("");
-  ASSERT_TRUE(control.Install());
-  EXPECT_EQ(std::string::npos, test::ReadFile(Unit()).find("User=")) << "the default account is root";
-
   ASSERT_TRUE(control.Uninstall()) << control.LastError();
   EXPECT_FALSE(fs::exists(Unit()));
   EXPECT_TRUE(test::ReadFile(dir_ / "calls").ends_with("\ndisable wtarnwick.service\ndaemon-reload\n"));
-  EXPECT_FALSE(control.Uninstall());
-  EXPECT_EQ("the service is not installed: there is no " + Unit(), control.LastError());
+  EXPECT_FALSE(control.Uninstall()) << "the service is not installed";
 
   // The retry of "-setup" stops a running instance first, without waiting for it.
   control.StopService();
@@ -65,9 +60,8 @@ TEST_F(ServiceControlTest, InstallWritesAVerifiedUnitAndEnablesIt) {
 }
 
 TEST_F(ServiceControlTest, PathsReachSystemdAsTheyAre) {
-  // systemd expands "%" in every path, splits ExecStart at blanks, and refuses quotes,
-  // backslashes and control characters in the program's own name, so such a program is started
-  // through the shell.
+  // systemd expands "%" in every path, splits ExecStart at blanks, and refuses quotes, backslashes and
+  // control characters in the program's own name, so such a program is started through the shell.
   const struct {
     std::string folder, execStart, workingDirectory;
   } cases[] = {
@@ -89,12 +83,6 @@ TEST_F(ServiceControlTest, PathsReachSystemdAsTheyAre) {
               unit.find("\nExecStart=" + c.execStart + "\nWorkingDirectory=" + c.workingDirectory + "\n"))
         << unit;
   }
-
-  UnitSettings settings = Settings();
-  settings.applicationFolder = dir_ / "two\nlines";
-  SystemdServiceControl control(loop_, settings);
-  EXPECT_FALSE(control.Install());
-  EXPECT_EQ("a unit file cannot hold the path \"" + (dir_ / "two\nlines") + "\": it has a line break", control.LastError());
 }
 
 TEST_F(ServiceControlTest, TheLoopPingsTheWatchdogOnlyWhileItRunsItsTimers) {
