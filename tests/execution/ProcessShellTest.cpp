@@ -60,7 +60,6 @@ TEST_F(ProcessShellTest, SynchronousRunsReturnTheExitCodeAndOutputAndArgumentsAr
   EXPECT_EQ(std::filesystem::current_path().string() + "\n", shell_.ConsoleOutput());
 }
 
-// A helper that floods its output is watched to its end by the fault suite; here, the kill.
 TEST_F(ProcessShellTest, AnAsynchronousRunEndsWhenKilled) {
   shell_.KillProcess();  // idle: nothing happens
   Script("forever", "echo waiting; exec sleep 60");

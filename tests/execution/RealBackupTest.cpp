@@ -159,7 +159,6 @@ TEST_F(RealBackupTest, AHungExecutorIsPhotographedKilledAndLogged) {
   EXPECT_EQ(0u, test::ReadFile(entries[0].Attachment).find("\x89PNG\r\n")) << "a real picture of the display";
 
   EXPECT_FALSE(recovery.KillPreviousBackup(name)) << "nothing left to kill";
-  EXPECT_EQ(1u, Logs(5).size()) << "and nothing logged";
   display.Signal(SIGTERM);
 }
 

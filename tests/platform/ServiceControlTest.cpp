@@ -165,6 +165,11 @@ TEST_F(ServiceControlTest, InstallFailsCleanlyAndSaysWhy) {
   EXPECT_EQ("daemon-reload\ndaemon-reload\n", test::ReadFile(dir_ / "calls"));
   EXPECT_EQ(1, std::distance(fs::directory_iterator(dir_ / "units"), fs::directory_iterator()))
       << "nothing staged is left";
+
+  settings.applicationFolder = dir_ / "two\nlines";
+  SystemdServiceControl broken(loop_, settings);
+  EXPECT_FALSE(broken.Install());
+  EXPECT_TRUE(broken.LastError().ends_with("\": it has a line break")) << broken.LastError();
 }
 
 }  // namespace

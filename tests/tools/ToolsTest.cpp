@@ -123,8 +123,7 @@ TEST_F(ArchiveFolderTest, ArchivesTakeFreshNamesAndAreNeverWrittenThroughLinks) 
 // A destination others can plant links in is refused, and so are the job's folder and the
 // snapshot folder unless they are the service's own.
 TEST_F(ArchiveFolderTest, FoldersOthersCanWriteInAreRefused) {
-  // The folder changed, its mode, an account to give it to or none, and the problem after the folder's
-  // path (none: the run succeeds).
+  // Per case: the folder changed, its mode, an owner or none, the problem (none: the run succeeds).
   const std::string plant = "; another user could plant links in it";
   const std::tuple<std::string, fs::perms, std::string, std::string> cases[] = {
       {"dest", fs::perms(0775), "", " is writable by other users (mode 0775) and not sticky" + plant},
