@@ -1,6 +1,5 @@
 #pragma once
-// An application folder in a temporary folder with a real settings store, application log and
-// event loop, for running real programs. The built helper programs can be linked into it.
+// A temporary application folder with real settings, logs and event loop, for running real programs.
 #include <gtest/gtest.h>
 
 #include <filesystem>

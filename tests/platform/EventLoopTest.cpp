@@ -10,7 +10,7 @@
 namespace tw::platform {
 namespace {
 
-TEST(EventLoopTest, ANestedWaitNeverReentersARunningHandler) {
+TEST(EventLoopTest, AHandlerIsNeverReenteredAndOneThatThrowsIsReported) {
   EventLoop loop;
   int depth = 0, deepest = 0, slowRuns = 0, otherRuns = 0;
   const auto slow = loop.AddTimer(5, [&] {
@@ -51,10 +51,8 @@ TEST(EventLoopTest, ANestedWaitNeverReentersARunningHandler) {
   loop.Pump();
   EXPECT_EQ(1, timerRuns);
   EXPECT_EQ(1, signalRuns);
-}
 
-TEST(EventLoopTest, AHandlerThatThrowsIsReportedAndTheLoopGoesOn) {
-  EventLoop loop;
+  // A handler that throws is reported, and the loop goes on with the next one.
   std::string reported;
   loop.OnHandlerError([&](const std::string& what) { reported = what; });
   int after = 0;
