@@ -37,9 +37,8 @@ ServiceFixture::ServiceFixture() {
   for (const char* program : {"TWService", "DesktopRights", "TWExecutor", "TWPrintOut", "twmessage"}) {
     fs::create_symlink(std::string(TW_BIN_DIR) + "/" + program, dir_ / program);
   }
-  fs::create_directories(dir_ / "src/sub");
+  fs::create_directory(dir_ / "src");
   WriteFile(dir_ / "src/a.txt", "alpha\n");
-  WriteFile(dir_ / "src/sub/b.txt", "beta\n");
   settings_.Store().WriteBool("mail.email_enabled", true);
   settings_.Store().WriteText("mail.server", "127.0.0.1");
   settings_.Store().WriteInt("mail.port", smtp_.Port());

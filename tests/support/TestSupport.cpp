@@ -190,14 +190,12 @@ void PtySession::ReadAvailable() {
 }
 
 bool PtySession::WaitFor(const std::string& text, int timeoutMs) {
-  size_t found = std::string::npos;
-  const bool seen = WaitUntil([&] {
+  return WaitUntil([&] {
     ReadAvailable();
-    found = output_.find(text, consumed_);
+    const size_t found = output_.find(text, consumed_);
+    if (found != std::string::npos) consumed_ = found + text.size();
     return found != std::string::npos;
   }, timeoutMs);
-  if (seen) consumed_ = found + text.size();
-  return seen;
 }
 
 void PtySession::Type(const std::string& text) {
@@ -266,11 +264,9 @@ ScopedEnvironment::~ScopedEnvironment() {
 
 namespace {
 
-// Exit statuses of the child of RunWithMounts when its namespace could not be set up.
 constexpr int kNoNamespace = 125;
 constexpr int kMountFailed = 126;
 
-// In the child only: the namespace, the mounts, then `body`.
 [[noreturn]] void MountAndRun(const std::vector<std::pair<std::string, std::string>>& mounts,
                               const std::function<int()>& body) {
   if (::unshare(CLONE_NEWNS) != 0) ::_exit(kNoNamespace);

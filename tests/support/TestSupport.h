@@ -1,6 +1,5 @@
 #pragma once
-// Fakes and fixtures shared by the test suites: a private temporary folder, an event pump that
-// records what a wait asked of it, a syslog receiver bound by the test, and file helpers.
+// Fakes, fixtures and helpers shared by the test suites.
 #include <functional>
 #include <memory>
 #include <optional>
@@ -13,7 +12,6 @@
 
 namespace tw::test {
 
-// A fresh folder under the system's temporary folder, removed with everything in it.
 class TempDir {
  public:
   TempDir();
@@ -133,8 +131,7 @@ class SmtpServer {
 // A self-signed certificate for 127.0.0.1 and localhost: <folder>/cert.pem and <folder>/key.pem.
 void MakeCertificate(const std::string& folder);
 
-// Sets environment variables for its lifetime and restores what they were; the C library reads TZ
-// again each time.
+// Sets environment variables for its lifetime; the C library reads TZ again each time.
 class ScopedEnvironment {
  public:
   explicit ScopedEnvironment(const std::vector<std::pair<std::string, std::string>>& variables);
