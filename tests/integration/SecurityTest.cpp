@@ -35,7 +35,6 @@ std::string Twctl(const std::string& folder, const std::string& arguments) {
       .output;
 }
 
-// Every folder and file the service and its helpers made: mode 0700 and 0600.
 void ExpectPrivate(const fs::path& path) {
   struct stat info {};
   ASSERT_EQ(0, ::lstat(path.c_str(), &info)) << path;
@@ -62,8 +61,7 @@ TEST_F(SecurityTest, ABackupAccountsRunShowsOthersNothingAndOutlivesAPauseSentTo
   // The account reaches the folder and its own programs (copies: the build tree may be private),
   // reads the sources and owns the destination; everything else stays the service's. The source is
   // large enough that tar and gzip are still at work while the test looks.
-  fs::permissions(dir_.Path(), fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
-                                   fs::perms::others_read | fs::perms::others_exec);
+  fs::permissions(dir_.Path(), fs::perms::others_read | fs::perms::others_exec, fs::perm_options::add);
   for (const char* program : {"DesktopRights", "TWExecutor"}) {
     fs::remove(dir_ / program);
     fs::copy_file(std::string(TW_BIN_DIR) + "/" + program, dir_ / program);
@@ -114,7 +112,6 @@ TEST_F(SecurityTest, ABackupAccountsRunShowsOthersNothingAndOutlivesAPauseSentTo
   EXPECT_GE(most, 3u) << "the service, the executor and tar were reached";
   ASSERT_FALSE(service_->Wait(0)) << "the service itself is still running";
   EXPECT_EQ(0, Reports()[0].Status) << Reports()[0].Report;
-  EXPECT_TRUE(TitleArrives("Tarnwick service pausing", 200));
 
   // The console's own pause and continue reach the service's main process, and a second service
   // on the same folder refuses to start.

@@ -37,9 +37,8 @@ ServiceFixture::ServiceFixture() {
   for (const char* program : {"TWService", "DesktopRights", "TWExecutor", "TWPrintOut", "twmessage"}) {
     fs::create_symlink(std::string(TW_BIN_DIR) + "/" + program, dir_ / program);
   }
-  fs::create_directories(dir_ / "src/sub");
+  fs::create_directory(dir_ / "src");
   WriteFile(dir_ / "src/a.txt", "alpha\n");
-  WriteFile(dir_ / "src/sub/b.txt", "beta\n");
   settings_.Store().WriteBool("mail.email_enabled", true);
   settings_.Store().WriteText("mail.server", "127.0.0.1");
   settings_.Store().WriteInt("mail.port", smtp_.Port());
@@ -81,6 +80,14 @@ void ServiceFixture::RequestTestBackup() {
   console.TestBackupRequested(true);
 }
 
+std::string ServiceFixture::TestBackup() {
+  RequestTestBackup();
+  ++testBackups_;
+  EXPECT_TRUE(WaitUntil([&] { return CountStartingWith(Answers(), "RESULT: ") == testBackups_; }, 60000));
+  const auto answers = Answers();
+  return answers.empty() ? "" : answers.back();
+}
+
 std::vector<clsReportLogEntry> ServiceFixture::Reports() {
   SystemClock clock;
   return clsReportLogs(dir_.Path(), settings_, clock).GetSummaries(0);
@@ -98,12 +105,6 @@ std::vector<std::string> ServiceFixture::Titles(int count) { return LogTitles(di
 
 bool ServiceFixture::TitleArrives(const std::string& title, int count, int timeoutMs) {
   return WaitUntil([&] { return std::ranges::count(Titles(count), title) > 0; }, timeoutMs);
-}
-
-std::vector<clsLogEntry> ServiceFixture::EntriesStartingWith(const std::string& prefix, int count) {
-  auto entries = LastLogs(dir_.Path(), count);
-  std::erase_if(entries, [&](const clsLogEntry& e) { return !e.Title.starts_with(prefix); });
-  return entries;
 }
 
 std::vector<std::string> ServiceFixture::Subjects() {

@@ -1,8 +1,6 @@
 #pragma once
-// The built programs in a temporary application folder, run as a user runs them: the programs
-// linked in from the build, a settings file, a syslog socket and an SMTP server of the test's own,
-// and TWService started there with its clock moved by faketime. Shared by the end-to-end and the
-// fault tests.
+// The built programs in a temporary application folder with a settings file, a syslog socket and an
+// SMTP server of the test's own, and TWService started there with its clock moved by faketime.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -32,13 +30,13 @@ class ServiceFixture : public ::testing::Test {
   void Start(const std::string& fakeStart, const std::string& setup = "");
   void Stop();
   void RequestTestBackup();  // of Nightly
+  // Asks for a test backup and returns the answer that ends it.
+  std::string TestBackup();
   std::vector<clsReportLogEntry> Reports();
   bool ReportsArrive(size_t count, int timeoutMs = 40000);
   bool MailsArrive(int count);
   std::vector<std::string> Titles(int count);
   bool TitleArrives(const std::string& title, int count = 20, int timeoutMs = 40000);
-  // The newest application-log entries whose title begins with `prefix`, newest first.
-  std::vector<clsLogEntry> EntriesStartingWith(const std::string& prefix, int count = 100);
   std::vector<std::string> Subjects();
   std::vector<std::string> Answers();
 
@@ -47,6 +45,7 @@ class ServiceFixture : public ::testing::Test {
   SmtpServer smtp_;
   TWSettings settings_{dir_ / "settings.db"};
   std::unique_ptr<ChildProcess> service_;
+  size_t testBackups_ = 0;
 };
 
 }  // namespace tw::test

@@ -112,16 +112,14 @@ bool WaitUntil(const std::function<bool()>& condition, int timeoutMs) {
 
 namespace {
 
-// This process's environment with `extra` ("NAME=value") added or replacing.
-std::vector<std::string> EnvironmentWith(const std::vector<std::string>& extra) {
-  std::vector<std::string> result;
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string text = *entry;
-    const std::string name = text.substr(0, text.find('=') + 1);
-    if (std::ranges::none_of(extra, [&](const std::string& e) { return e.starts_with(name); })) result.push_back(text);
+// `extra` ("NAME=value") in this process's environment while a program is started from it.
+ScopedEnvironment Added(const std::vector<std::string>& extra) {
+  std::vector<std::pair<std::string, std::string>> variables;
+  for (const auto& entry : extra) {
+    const size_t equals = entry.find('=');
+    variables.emplace_back(entry.substr(0, equals), entry.substr(equals + 1));
   }
-  result.insert(result.end(), extra.begin(), extra.end());
-  return result;
+  return ScopedEnvironment(variables);
 }
 
 std::vector<char*> Pointers(const std::vector<std::string>& texts) {
@@ -141,7 +139,6 @@ std::optional<int> WaitForPid(int pid, std::optional<int>& status, int timeoutMs
   return status;
 }
 
-// Kills a child that is still running, and waits for it.
 void Reap(int pid, std::optional<int>& status) {
   if (WaitForPid(pid, status, 0)) return;
   ::kill(pid, SIGKILL);
@@ -157,10 +154,9 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vect
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-  const auto env = EnvironmentWith(environment);
+  const auto added = Added(environment);
   auto args = Pointers(argv);
-  auto envp = Pointers(env);
-  const int rc = ::posix_spawn(&pid_, args[0], &actions, nullptr, args.data(), envp.data());
+  const int rc = ::posix_spawn(&pid_, args[0], &actions, nullptr, args.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   if (rc != 0) throw std::runtime_error("cannot start " + argv[0]);
 }
@@ -172,21 +168,17 @@ void ChildProcess::Signal(int signal) { ::kill(pid_, signal); }
 std::optional<int> ChildProcess::Wait(int timeoutMs) { return WaitForPid(pid_, status_, timeoutMs); }
 
 PtySession::PtySession(const std::vector<std::string>& argv, const std::vector<std::string>& environment) {
-  const auto env = EnvironmentWith(environment);
+  const auto added = Added(environment);
   auto args = Pointers(argv);
-  auto envp = Pointers(env);
   pid_ = ::forkpty(&master_, nullptr, nullptr, nullptr);
   if (pid_ < 0) throw std::runtime_error("forkpty failed");
   if (pid_ == 0) {
-    ::execve(args[0], args.data(), envp.data());
+    ::execv(args[0], args.data());
     ::_exit(127);
   }
 }
 
-PtySession::~PtySession() {
-  Reap(pid_, status_);
-  ::close(master_);
-}
+PtySession::~PtySession() { ::close(master_); }
 
 void PtySession::ReadAvailable() {
   char buffer[4096];
@@ -198,14 +190,12 @@ void PtySession::ReadAvailable() {
 }
 
 bool PtySession::WaitFor(const std::string& text, int timeoutMs) {
-  size_t found = std::string::npos;
-  const bool seen = WaitUntil([&] {
+  return WaitUntil([&] {
     ReadAvailable();
-    found = output_.find(text, consumed_);
+    const size_t found = output_.find(text, consumed_);
+    if (found != std::string::npos) consumed_ = found + text.size();
     return found != std::string::npos;
   }, timeoutMs);
-  if (seen) consumed_ = found + text.size();
-  return seen;
 }
 
 void PtySession::Type(const std::string& text) {
@@ -214,7 +204,7 @@ void PtySession::Type(const std::string& text) {
 
 std::optional<int> PtySession::Wait(int timeoutMs) {
   ReadAvailable();
-  return WaitForPid(pid_, status_, timeoutMs);
+  return ChildProcess::Wait(timeoutMs);
 }
 
 SmtpServer::SmtpServer(const std::vector<std::string>& options) {
@@ -274,18 +264,9 @@ ScopedEnvironment::~ScopedEnvironment() {
 
 namespace {
 
-// Exit statuses of the child of RunWithMounts when its namespace could not be set up.
 constexpr int kNoNamespace = 125;
 constexpr int kMountFailed = 126;
 
-// A bind mount needs a target of its source's kind: a folder for a folder, a file for the rest.
-bool MakeTarget(const std::string& target, bool folder) {
-  if (folder) return ::mkdir(target.c_str(), 0755) == 0;
-  const int fd = ::open(target.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
-  return fd >= 0 && ::close(fd) == 0;
-}
-
-// In the child only: the namespace, the mounts, then `body`.
 [[noreturn]] void MountAndRun(const std::vector<std::pair<std::string, std::string>>& mounts,
                               const std::function<int()>& body) {
   if (::unshare(CLONE_NEWNS) != 0) ::_exit(kNoNamespace);
@@ -304,8 +285,10 @@ bool MakeTarget(const std::string& target, bool folder) {
     if (covered.insert(parent).second && ::mount("tmpfs", parent.c_str(), "tmpfs", 0, "mode=0755") != 0) {
       ::_exit(kMountFailed);
     }
+    // A bind mount needs a target of its source's kind: a folder for a folder, a file for the rest.
     struct stat info {};
-    if (::stat(held[i].c_str(), &info) != 0 || !MakeTarget(target, S_ISDIR(info.st_mode)) ||
+    if (::stat(held[i].c_str(), &info) != 0 ||
+        (S_ISDIR(info.st_mode) ? ::mkdir(target.c_str(), 0755) : ::mknod(target.c_str(), S_IFREG | 0644, 0)) != 0 ||
         ::mount(held[i].c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
       ::_exit(kMountFailed);
     }
@@ -327,14 +310,13 @@ std::optional<int> RunWithMounts(const std::vector<std::pair<std::string, std::s
 }
 
 std::string SyslogSourceAndId(const std::string& datagram) {
-  // The header alone goes through the expression: the text may be long.
-  static const std::regex kHeader(R"(<\d+>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d ([^\[ ]+)\[\d+\]: Event ID (\d+))");
+  // Only the header goes through the expression (match_continuous): the text may be long.
+  static const std::regex kHeader(
+      R"(<\d+>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d ([^\[ ]+)\[\d+\]: Event ID (\d+)(?=$|: ))");
   std::smatch match;
   if (!std::regex_search(datagram, match, kHeader, std::regex_constants::match_continuous)) {
     return "not a syslog entry: " + datagram;
   }
-  const auto end = static_cast<size_t>(match.length());
-  if (end != datagram.size() && datagram.compare(end, 2, ": ") != 0) return "not a syslog entry: " + datagram;
   return match.str(1) + " " + match.str(2);
 }
 

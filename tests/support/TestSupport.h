@@ -1,6 +1,5 @@
 #pragma once
-// Fakes and fixtures shared by the test suites: a private temporary folder, an event pump that
-// records what a wait asked of it, a syslog receiver bound by the test, and file helpers.
+// Fakes, fixtures and helpers shared by the test suites.
 #include <functional>
 #include <memory>
 #include <optional>
@@ -13,7 +12,6 @@
 
 namespace tw::test {
 
-// A fresh folder under the system's temporary folder, removed with everything in it.
 class TempDir {
  public:
   TempDir();
@@ -53,11 +51,9 @@ class DatagramReceiver {
 // source wrote which event. Anything else comes back whole after "not a syslog entry: ".
 std::string SyslogSourceAndId(const std::string& datagram);
 
-// Runs `body` in a forked child that has a mount namespace of its own, in which each source (a
-// folder or a socket) is bind-mounted on its target, over a fresh tmpfs on the target's folder so
-// that the host stays untouched: a program there sees, say, a journal of the test's own at
-// /run/systemd/journal. The result is body's return value, the child's exit status (125 and 126
-// mean the setup failed); nothing when no namespace may be had (not root, unshare refused).
+// Runs `body` in a forked child with a mount namespace of its own, each source (a folder or a socket)
+// bind-mounted on its target over a fresh tmpfs, so that the host stays untouched. The result is the
+// child's exit status (125 and 126: the setup failed); nothing when no namespace may be had.
 std::optional<int> RunWithMounts(const std::vector<std::pair<std::string, std::string>>& mounts,
                                  const std::function<int()>& body);
 
@@ -88,18 +84,19 @@ class ChildProcess {
   // The exit status (128 + the signal for a killed one), or nothing after `timeoutMs`.
   std::optional<int> Wait(int timeoutMs = 5000);
 
- private:
+ protected:
+  ChildProcess() = default;
   int pid_ = -1;
+
+ private:
   std::optional<int> status_;
 };
 
 // A program on a pseudo-terminal, driven as a person at a terminal would.
-class PtySession {
+class PtySession : public ChildProcess {
  public:
   PtySession(const std::vector<std::string>& argv, const std::vector<std::string>& environment = {});
   ~PtySession();
-  PtySession(const PtySession&) = delete;
-  PtySession& operator=(const PtySession&) = delete;
   // Reads until `text` has appeared after what earlier calls consumed; false after `timeoutMs`.
   bool WaitFor(const std::string& text, int timeoutMs = 5000);
   void Type(const std::string& text);
@@ -108,11 +105,9 @@ class PtySession {
 
  private:
   void ReadAvailable();
-  int pid_ = -1;
   int master_ = -1;
   std::string output_;
   size_t consumed_ = 0;
-  std::optional<int> status_;
 };
 
 // A real SMTP server (tests/support/smtp_server.py on aiosmtpd) on a loopback port. `options` are its
@@ -136,8 +131,7 @@ class SmtpServer {
 // A self-signed certificate for 127.0.0.1 and localhost: <folder>/cert.pem and <folder>/key.pem.
 void MakeCertificate(const std::string& folder);
 
-// Sets environment variables for its lifetime and restores what they were; the C library reads TZ
-// again each time.
+// Sets environment variables for its lifetime; the C library reads TZ again each time.
 class ScopedEnvironment {
  public:
   explicit ScopedEnvironment(const std::vector<std::pair<std::string, std::string>>& variables);
@@ -147,11 +141,6 @@ class ScopedEnvironment {
 
  private:
   std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
-};
-
-class ScopedTimeZone : public ScopedEnvironment {
- public:
-  explicit ScopedTimeZone(const char* zone) : ScopedEnvironment({{std::string("TZ"), zone}}) {}
 };
 
 }  // namespace tw::test
