@@ -112,14 +112,17 @@ bool WaitUntil(const std::function<bool()>& condition, int timeoutMs) {
 
 namespace {
 
-// `extra` ("NAME=value") in this process's environment while a program is started from it.
-ScopedEnvironment Added(const std::vector<std::string>& extra) {
-  std::vector<std::pair<std::string, std::string>> variables;
-  for (const auto& entry : extra) {
-    const size_t equals = entry.find('=');
-    variables.emplace_back(entry.substr(0, equals), entry.substr(equals + 1));
+// This process's environment with `extra` ("NAME=value") added or replacing: built for the child
+// alone, since changing our own could race with a thread of the test that reads it.
+std::vector<std::string> EnvironmentWith(const std::vector<std::string>& extra) {
+  std::vector<std::string> result;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string text = *entry;
+    const std::string name = text.substr(0, text.find('=') + 1);
+    if (std::ranges::none_of(extra, [&](const std::string& e) { return e.starts_with(name); })) result.push_back(text);
   }
-  return ScopedEnvironment(variables);
+  result.insert(result.end(), extra.begin(), extra.end());
+  return result;
 }
 
 std::vector<char*> Pointers(const std::vector<std::string>& texts) {
@@ -154,9 +157,10 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vect
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-  const auto added = Added(environment);
+  const auto env = EnvironmentWith(environment);
   auto args = Pointers(argv);
-  const int rc = ::posix_spawn(&pid_, args[0], &actions, nullptr, args.data(), environ);
+  auto envp = Pointers(env);
+  const int rc = ::posix_spawn(&pid_, args[0], &actions, nullptr, args.data(), envp.data());
   posix_spawn_file_actions_destroy(&actions);
   if (rc != 0) throw std::runtime_error("cannot start " + argv[0]);
 }
@@ -168,12 +172,13 @@ void ChildProcess::Signal(int signal) { ::kill(pid_, signal); }
 std::optional<int> ChildProcess::Wait(int timeoutMs) { return WaitForPid(pid_, status_, timeoutMs); }
 
 PtySession::PtySession(const std::vector<std::string>& argv, const std::vector<std::string>& environment) {
-  const auto added = Added(environment);
+  const auto env = EnvironmentWith(environment);
   auto args = Pointers(argv);
+  auto envp = Pointers(env);
   pid_ = ::forkpty(&master_, nullptr, nullptr, nullptr);
   if (pid_ < 0) throw std::runtime_error("forkpty failed");
   if (pid_ == 0) {
-    ::execv(args[0], args.data());
+    ::execve(args[0], args.data(), envp.data());
     ::_exit(127);
   }
 }
