@@ -59,6 +59,7 @@ TEST_F(ReportLogsTest, TheFileFormatByteForByte) {
   clsReportLogEntry back;
   ASSERT_TRUE(back.Load(entry.Filename()));
   EXPECT_TRUE(back.FullyLoaded());
+  EXPECT_EQ("DLT\r\n7", back.ExtraField("Tape"));
   EXPECT_EQ("Errors", back.StatusString());
   back.NewFile(dir_.Path(), 1, 0);
   ASSERT_TRUE(back.Save());

@@ -1,5 +1,4 @@
-// The service's mail state: outcomes, the re-send rule, reminders and their tests, on a manual
-// clock with the real Mailer and a real server that is up or down.
+// The service's mail state on a manual clock, with the real Mailer and a real server up or down.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
