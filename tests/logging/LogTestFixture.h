@@ -3,7 +3,6 @@
 // 30 January 2024 21:00 and no time-stamp jitter, so that log files are known byte for byte.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <string>
 #include <vector>
 
@@ -18,11 +17,9 @@ class LogTestFixture : public ::testing::Test {
  protected:
   // Entries read back, newest first; at most `count`.
   std::vector<clsLogEntry> Last(int count) {
-    clsLogEntry unfilled;
-    unfilled.Timestamp = std::nan("");
-    std::vector<clsLogEntry> entries(static_cast<size_t>(count), unfilled);
+    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
     logs_.GetLastLogs(count, entries);
-    std::erase_if(entries, [](const clsLogEntry& e) { return std::isnan(e.Timestamp); });
+    std::erase_if(entries, [](const clsLogEntry& e) { return e.Title.empty(); });
     return entries;
   }
   std::string LogFile(const std::string& name) const { return ReadFile(dir_ / ("Logs/" + name)); }
@@ -31,8 +28,7 @@ class LogTestFixture : public ::testing::Test {
   TWSettings settings_{dir_ / "settings.db"};
   ManualClock clock_{45321.875};
   RecordingPump pump_;
-  double random_ = 0;
-  clsLogs logs_{dir_.Path(), settings_, clock_, pump_, [this] { return random_; }};
+  clsLogs logs_{dir_.Path(), settings_, clock_, pump_, [] { return 0.0; }};
 };
 
 }  // namespace tw::test
