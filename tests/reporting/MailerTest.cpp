@@ -1,6 +1,7 @@
 // The Mailer against a real SMTP server on a loopback port.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "platform/EventLoop.h"
@@ -114,10 +115,14 @@ TEST_F(MailerTest, StartTlsWithAuthentication) {
 }
 
 TEST_F(MailerTest, FailuresCarryATranscriptAndNeverBlockTheLoop) {
+  // The newest hundred transcripts are kept: with these, the next one removes the oldest.
+  std::filesystem::create_directory(dir_ / "Mail");
+  for (int i = 0; i < 100; ++i) test::WriteFile(dir_ / ("Mail/older-" + std::to_string(i)), "");
   UseServer(1, "tls");  // nothing listens there; "tls" is TLS from the first byte
   const std::string refused = SendAndWait("Nobody home", "body", mailtype::kReminder);
   EXPECT_NE(std::string::npos, refused.find("Server: smtps://127.0.0.1:1 (security tls)\n"));
   EXPECT_NE(std::string::npos, refused.find("Result: Failed to connect to 127.0.0.1 port 1"));
+  EXPECT_EQ(100, std::distance(std::filesystem::directory_iterator(dir_ / "Mail"), {}));
 
   // A server that takes the connection and never answers: the time-out ends the attempt, and the
   // loop ran on all the while.

@@ -2,7 +2,7 @@
 """A real SMTP server for the tests, on aiosmtpd.
 
 Each message it accepts is stored as <maildir>/<n>.eml, with the envelope in <n>.env. It can demand
-STARTTLS and AUTH, speak implicit TLS, refuse one recipient, or accept connections and never answer.
+STARTTLS and AUTH, or accept connections and never answer.
 It prints "READY <port>" once it listens.
 """
 import argparse
@@ -17,16 +17,9 @@ from aiosmtpd.smtp import AuthResult, LoginPassword
 
 
 class Store:
-    def __init__(self, maildir, reject):
+    def __init__(self, maildir):
         self.maildir = maildir
-        self.reject = reject
         self.count = 0
-
-    async def handle_RCPT(self, server, session, envelope, address, rcpt_options):
-        if address == self.reject:
-            return "550 5.1.1 <%s>: Recipient address rejected" % address
-        envelope.rcpt_tos.append(address)
-        return "250 OK"
 
     async def handle_DATA(self, server, session, envelope):
         self.count += 1
@@ -66,10 +59,8 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--port", type=int, default=0)
     parser.add_argument("--maildir", default=".")
-    parser.add_argument("--reject", default="")
     parser.add_argument("--cert")
     parser.add_argument("--key")
-    parser.add_argument("--implicit-tls", action="store_true")
     parser.add_argument("--user")
     parser.add_argument("--password")
     parser.add_argument("--silent", action="store_true")
@@ -90,16 +81,11 @@ def main():
         context.load_cert_chain(args.cert, args.key)
     options = {}
     if args.user:
-        # AUTH is demanded, so a message that arrives proves the client logged in; implicit TLS is
-        # encrypted from the start.
+        # AUTH is demanded, so a message that arrives proves the client logged in.
         options.update(authenticator=authenticator(args.user, args.password), auth_required=True,
-                       auth_require_tls=bool(args.cert) and not args.implicit_tls)
-    if context and args.implicit_tls:
-        controller = Controller(Store(args.maildir, args.reject), hostname="127.0.0.1", port=port,
-                                ssl_context=context, server_kwargs=options)
-    else:
-        controller = Controller(Store(args.maildir, args.reject), hostname="127.0.0.1", port=port,
-                                tls_context=context, require_starttls=bool(context), server_kwargs=options)
+                       auth_require_tls=bool(args.cert))
+    controller = Controller(Store(args.maildir), hostname="127.0.0.1", port=port,
+                            tls_context=context, require_starttls=bool(context), server_kwargs=options)
     controller.start()
     print("READY %d" % port, flush=True)
     threading.Event().wait()
