@@ -10,6 +10,7 @@
 #include "logging/modLogging.h"
 #include "platform/EventLoop.h"
 #include "settings/TWSettings.h"
+#include "tests/support/LogEntries.h"
 #include "tests/support/TestSupport.h"
 
 namespace tw::test {
@@ -28,12 +29,7 @@ class ExecutionFixture : public ::testing::Test {
     std::filesystem::create_symlink(std::string(TW_BIN_DIR) + "/" + name, dir_ / name);
   }
   void Script(const std::string& name, const std::string& body) { WriteScript(dir_ / name, body); }
-  std::vector<clsLogEntry> Logs(int count) {
-    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
-    logs_.GetLastLogs(count, entries);
-    std::erase_if(entries, [](const clsLogEntry& e) { return e.Title.empty(); });
-    return entries;
-  }
+  std::vector<clsLogEntry> Logs(int count) { return NewestEntries(logs_, count); }
 
   TempDir dir_;
   TWSettings settings_{dir_ / "settings.db"};

@@ -9,6 +9,7 @@
 #include "common/Clock.h"
 #include "logging/clsLogs.h"
 #include "settings/TWSettings.h"
+#include "tests/support/LogEntries.h"
 #include "tests/support/TestSupport.h"
 
 namespace tw::test {
@@ -16,12 +17,7 @@ namespace tw::test {
 class LogTestFixture : public ::testing::Test {
  protected:
   // Entries read back, newest first; at most `count`.
-  std::vector<clsLogEntry> Last(int count) {
-    std::vector<clsLogEntry> entries(static_cast<size_t>(count));
-    logs_.GetLastLogs(count, entries);
-    std::erase_if(entries, [](const clsLogEntry& e) { return e.Title.empty(); });
-    return entries;
-  }
+  std::vector<clsLogEntry> Last(int count) { return NewestEntries(logs_, count); }
   std::string LogFile(const std::string& name) const { return ReadFile(dir_ / ("Logs/" + name)); }
 
   TempDir dir_;

@@ -194,11 +194,12 @@ TEST_F(DueChecksTest, ABrokenMaintenanceScheduleIsLoggedOnEveryTick) {
   }
   const auto entries = Last(10);
   ASSERT_EQ(6u, entries.size());
-  EXPECT_EQ(6, std::count_if(entries.begin(), entries.end(), [](const clsLogEntry& entry) {
-              return entry.LogType == 1 && entry.Title == "Maintenance scheduling not set up correctly" &&
-                     entry.Message == "Please check the maintenance scheduling setup for the backup job: Nightly" &&
-                     entry.AttachmentType == 0;
-            }));
+  for (const auto& entry : entries) {
+    EXPECT_EQ(1, entry.LogType);
+    EXPECT_EQ("Maintenance scheduling not set up correctly", entry.Title);
+    EXPECT_EQ("Please check the maintenance scheduling setup for the backup job: Nightly", entry.Message);
+    EXPECT_EQ(0, entry.AttachmentType);
+  }
 }
 
 TEST_F(DueChecksTest, SchemeFailuresAreTrappedUnderTheirCodes) {

@@ -10,6 +10,7 @@
 #include "logging/clsLogs.h"
 #include "platform/ServiceControl.h"
 #include "service/InstallDialog.h"
+#include "tests/support/LogEntries.h"
 
 namespace tw::test {
 
@@ -73,11 +74,8 @@ class FakeDialog final : public IInstallDialog {
 
 // The newest `count` entries, newest first, as "TYPE TITLE | MESSAGE", with " [TYPE]" of an attachment.
 inline std::vector<std::string> EntryLines(clsLogs& logs, int count) {
-  std::vector<clsLogEntry> entries(static_cast<size_t>(count));
-  logs.GetLastLogs(count, entries);
   std::vector<std::string> lines;
-  for (const auto& e : entries) {
-    if (e.Title.empty()) continue;
+  for (const auto& e : NewestEntries(logs, count)) {
     lines.push_back(std::to_string(e.LogType) + " " + e.Title + " | " + e.Message +
                     (e.AttachmentType ? " [" + std::to_string(e.AttachmentType) + "]" : ""));
   }

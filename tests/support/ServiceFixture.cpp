@@ -9,6 +9,7 @@
 #include "common/Clock.h"
 #include "common/EventPump.h"
 #include "logging/clsLogs.h"
+#include "tests/support/LogEntries.h"
 
 namespace tw::test {
 
@@ -20,10 +21,7 @@ std::vector<clsLogEntry> LastLogs(const std::string& applicationFolder, int coun
   SystemClock clock;
   BlockingPump pump;
   clsLogs logs(applicationFolder, settings, clock, pump);
-  std::vector<clsLogEntry> entries(static_cast<size_t>(count));
-  logs.GetLastLogs(count, entries);
-  std::erase_if(entries, [](const clsLogEntry& e) { return e.Title.empty(); });
-  return entries;
+  return NewestEntries(logs, count);
 }
 
 std::vector<std::string> LogTitles(const std::string& applicationFolder, int count) {
