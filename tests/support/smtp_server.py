@@ -8,9 +8,7 @@ It prints "READY <port>" once it listens.
 import argparse
 import socket
 import ssl
-import sys
 import threading
-import time
 
 from aiosmtpd.controller import Controller
 from aiosmtpd.smtp import AuthResult, LoginPassword
@@ -42,11 +40,10 @@ def authenticator(user, password):
     return check
 
 
-def silent(port):
+def silent():
     """Accepts connections and never says a word."""
     listener = socket.socket()
-    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    listener.bind(("127.0.0.1", port))
+    listener.bind(("127.0.0.1", 0))
     listener.listen(5)
     print("READY %d" % listener.getsockname()[1], flush=True)
     held = []
@@ -57,7 +54,6 @@ def silent(port):
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("--port", type=int, default=0)
     parser.add_argument("--maildir", default=".")
     parser.add_argument("--cert")
     parser.add_argument("--key")
@@ -66,15 +62,13 @@ def main():
     parser.add_argument("--silent", action="store_true")
     args = parser.parse_args()
     if args.silent:
-        silent(args.port)
+        silent()
         return
 
-    port = args.port
-    if port == 0:
-        probe = socket.socket()
-        probe.bind(("127.0.0.1", 0))
-        port = probe.getsockname()[1]
-        probe.close()
+    probe = socket.socket()
+    probe.bind(("127.0.0.1", 0))
+    port = probe.getsockname()[1]
+    probe.close()
     context = None
     if args.cert:
         context = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
