@@ -41,7 +41,6 @@ TEST_F(ServiceControlTest, InstallWritesAVerifiedUnitAndEnablesIt) {
   control.Account(".\\backup");
   EXPECT_EQ("backup@CORP", SystemdServiceControl::UserFor("CORP\\backup"));
   ASSERT_TRUE(control.Install()) << control.LastError();
-  // The service works in the folder of its programs.
   const std::string unit = test::ReadFile(Unit());
   EXPECT_NE(std::string::npos, unit.find("\n[Service]\nType=notify\nExecStart=" TW_BIN_DIR "/TWService\n"
                                          "WorkingDirectory=" TW_BIN_DIR "\nUser=backup\nRestart=on-failure\n"))
@@ -98,8 +97,7 @@ TEST_F(ServiceControlTest, TheLoopPingsTheWatchdogOnlyWhileItRunsItsTimers) {
   };
   // One second of a free loop, then a handler that blocks it for a second.
   int free = -1, blocked = -1;
-  EventLoop::SourceId block = 0;
-  block = loop_.AddTimer(1000, [&] {
+  const EventLoop::SourceId block = loop_.AddTimer(1000, [&] {
     loop_.TimerEnabled(block, false);
     free = pings();
     std::this_thread::sleep_for(std::chrono::milliseconds(1000));
