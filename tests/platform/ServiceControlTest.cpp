@@ -87,9 +87,8 @@ TEST_F(ServiceControlTest, PathsReachSystemdAsTheyAre) {
 TEST_F(ServiceControlTest, TheLoopPingsTheWatchdogOnlyWhileItRunsItsTimers) {
   // systemd's side: a notify socket of the test's own, and a watchdog period of 400 ms.
   test::DatagramReceiver notify(dir_ / "notify");
-  const test::ScopedEnvironment environment({{"NOTIFY_SOCKET", dir_ / "notify"},
-                                             {"WATCHDOG_USEC", "400000"},
-                                             {"WATCHDOG_PID", std::to_string(ProcessId())}});
+  const test::ScopedEnvironment environment(
+      {{"NOTIFY_SOCKET", dir_ / "notify"}, {"WATCHDOG_USEC", "400000"}, {"WATCHDOG_PID", std::to_string(ProcessId())}});
   const auto pings = [&] {
     int count = 0;
     while (const auto datagram = notify.Receive(0)) count += *datagram == "WATCHDOG=1" ? 1 : 0;
