@@ -35,8 +35,7 @@ TEST(EventLoopTest, AHandlerIsNeverReenteredAndOneThatThrowsIsReported) {
   // Two events ready in one wait, each handler pumping: whichever runs first serves the other
   // inside its pump, and the outer wait must not run that one a second time.
   int timerRuns = 0, signalRuns = 0;
-  EventLoop::SourceId timer = 0;
-  timer = loop.AddTimer(1, [&] {
+  const EventLoop::SourceId timer = loop.AddTimer(1, [&] {
     ++timerRuns;
     loop.TimerEnabled(timer, false);
     loop.Pump();

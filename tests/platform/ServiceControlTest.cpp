@@ -41,7 +41,6 @@ TEST_F(ServiceControlTest, InstallWritesAVerifiedUnitAndEnablesIt) {
   control.Account(".\\backup");
   EXPECT_EQ("backup@CORP", SystemdServiceControl::UserFor("CORP\\backup"));
   ASSERT_TRUE(control.Install()) << control.LastError();
-  // The service works in the folder of its programs.
   const std::string unit = test::ReadFile(Unit());
   EXPECT_NE(std::string::npos, unit.find("\n[Service]\nType=notify\nExecStart=" TW_BIN_DIR "/TWService\n"
                                          "WorkingDirectory=" TW_BIN_DIR "\nUser=backup\nRestart=on-failure\n"))
@@ -88,38 +87,29 @@ TEST_F(ServiceControlTest, PathsReachSystemdAsTheyAre) {
 TEST_F(ServiceControlTest, TheLoopPingsTheWatchdogOnlyWhileItRunsItsTimers) {
   // systemd's side: a notify socket of the test's own, and a watchdog period of 400 ms.
   test::DatagramReceiver notify(dir_ / "notify");
-  const test::ScopedEnvironment environment({{"NOTIFY_SOCKET", dir_ / "notify"},
-                                             {"WATCHDOG_USEC", "400000"},
-                                             {"WATCHDOG_PID", std::to_string(ProcessId())}});
+  const test::ScopedEnvironment environment(
+      {{"NOTIFY_SOCKET", dir_ / "notify"}, {"WATCHDOG_USEC", "400000"}, {"WATCHDOG_PID", std::to_string(ProcessId())}});
   const auto pings = [&] {
     int count = 0;
     while (const auto datagram = notify.Receive(0)) count += *datagram == "WATCHDOG=1" ? 1 : 0;
     return count;
   };
   // One second of a free loop, then a handler that blocks it for a second.
-  std::vector<int> counts;
-  EventLoop::SourceId block = 0;
-  block = loop_.AddTimer(1000, [&] {
+  int free = -1, blocked = -1;
+  const EventLoop::SourceId block = loop_.AddTimer(1000, [&] {
     loop_.TimerEnabled(block, false);
-    counts.push_back(pings());
+    free = pings();
     std::this_thread::sleep_for(std::chrono::milliseconds(1000));
-    counts.push_back(pings());
+    blocked = pings();
   });
-  const auto end = loop_.AddTimer(2100, [&] { ::raise(SIGTERM); });
-  SystemdServiceControl control(loop_, Settings());
-  control.StartService({[&](bool& ok) {
-                          loop_.TimerEnabled(block, true);
-                          loop_.TimerEnabled(end, true);
-                          ok = true;
-                        },
-                        [](bool& ok) { ok = true; }, [](bool&) {}, [](bool&) {}});
-  loop_.Remove(block);
-  loop_.Remove(end);
+  loop_.TimerEnabled(block, true);
+  loop_.TimerEnabled(loop_.AddTimer(2100, [&] { ::raise(SIGTERM); }), true);
+  const auto done = [](bool& ok) { ok = true; };
+  SystemdServiceControl(loop_, Settings()).StartService({done, done, [](bool&) {}, [](bool&) {}});
 
-  ASSERT_EQ(2u, counts.size());
-  EXPECT_GE(counts[0], 3) << "a ping every 200 ms";
-  EXPECT_LE(counts[0], 6);
-  EXPECT_EQ(0, counts[1]) << "a blocked loop sends nothing";
+  EXPECT_GE(free, 3) << "a ping every 200 ms";
+  EXPECT_LE(free, 6);
+  EXPECT_EQ(0, blocked) << "a blocked loop sends nothing";
 }
 
 TEST_F(ServiceControlTest, AStopThatArrivesDuringTheStartIsServedOnceTheStartHasEnded) {
@@ -142,7 +132,6 @@ TEST_F(ServiceControlTest, AStopThatArrivesDuringTheStartIsServedOnceTheStartHas
 }
 
 TEST_F(ServiceControlTest, InstallFailsCleanlyAndSaysWhy) {
-  // A missing account is refused before anything is written: the packaging suite tries "-setup" with one.
   SystemdServiceControl control(loop_, Settings());
   test::WriteFile(dir_ / "fail", "");
   EXPECT_FALSE(control.Install());
@@ -156,9 +145,7 @@ TEST_F(ServiceControlTest, InstallFailsCleanlyAndSaysWhy) {
   settings.executable = dir_ / "nowhere/TWService";
   SystemdServiceControl refused(loop_, settings);
   EXPECT_FALSE(refused.Install());
-  EXPECT_EQ("systemd would not accept the unit: wtarnwick.service: Command " + (dir_ / "nowhere/TWService") +
-                " is not executable: No such file or directory",
-            refused.LastError());
+  EXPECT_TRUE(refused.LastError().starts_with("systemd would not accept the unit: ")) << refused.LastError();
   EXPECT_FALSE(refused.RetryMayHelp()) << "removing the working unit would not make this one acceptable";
   EXPECT_FALSE(control.Install());
   EXPECT_EQ("[Service]\nExecStart=/bin/true\n", test::ReadFile(Unit()));

