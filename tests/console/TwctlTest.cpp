@@ -177,8 +177,7 @@ TEST_F(TwctlTest, SettingsAreSetReadBackAndTriedAndPasswordsNeverPrinted) {
   Database(SettingsPath()).Execute("INSERT OR REPLACE INTO settings (key, value) VALUES ('mail.port', 'seventy')");
   const std::string reason = "Setting mail.port holds \"seventy\", which is not a whole number";
   EXPECT_NE(std::string::npos, Out({"config", "list"}, 1).find("(unreadable: " + reason + ")\n"));
-  ExpectFields(nlohmann::json::parse(Out({"config", "list", "--json"}, 1)),
-               {{"mail.port", {{"unreadable", reason}}}, {"mail.server", "smtp.example.org"}});
+  EXPECT_EQ(reason, nlohmann::json::parse(Out({"config", "list", "--json"}, 1))["mail.port"]["unreadable"]);
 
   secret_.reset();
   EXPECT_EQ(1, Run({"config", "set", "mail.password", "-"}).status) << "no value on standard input";
@@ -376,8 +375,7 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   EXPECT_EQ(0u, shown.find("Service: not running (last heartbeat 2024-01-30 21:00:02, 31 s ago)\n")) << shown;
   const auto json = JsonOf({"status", "--json"});
   // The time of Nightly's last outcome is the end of its last run.
-  ExpectFields(json["jobs"][0], {{"next_run", "2024-01-30T22:15:00+00:00"}, {"timed_out", true},
-                                 {"running_seconds", 4533}, {"last_outcome", "errors"},
+  ExpectFields(json["jobs"][0], {{"timed_out", true}, {"running_seconds", 4533}, {"last_outcome", "errors"},
                                  {"last_outcome_time", "2024-01-28T21:14:26+00:00"}});
   ExpectFields(json["jobs"][1],
                {{"last_outcome", "missed"}, {"last_outcome_time", "2024-01-30T09:00:02+00:00"}, {"missed_runs", 2}});
