@@ -43,14 +43,12 @@ class TwctlTest : public ::testing::Test {
     const int status = RunTwctl(args, out, err, environment);
     return {status, out.str(), err.str()};
   }
-  // What a command that is to end with `status` (0 unless given) prints, with nothing on standard error.
   std::string Out(const std::vector<std::string>& args, int status = 0) {
     const Result r = Run(args);
     EXPECT_EQ(status, r.status) << ::testing::PrintToString(args) << r.err;
     EXPECT_EQ("", r.err) << ::testing::PrintToString(args);
     return r.out;
   }
-  // The one message of a command that is to end with `status` and print nothing else.
   std::string Err(const std::vector<std::string>& args, int status) {
     const Result r = Run(args);
     EXPECT_EQ(status, r.status) << ::testing::PrintToString(args);
@@ -58,7 +56,6 @@ class TwctlTest : public ::testing::Test {
     return r.err;
   }
   nlohmann::json JsonOf(const std::vector<std::string>& args) { return nlohmann::json::parse(Run(args).out); }
-  // A report log as a run of `job` from `start` to a hundredth of a day later leaves it.
   void SaveReport(const std::string& job, Date start, int32_t status, const std::string& description = "") {
     TWSettings settings(SettingsPath());
     clsReportLogEntry entry;
@@ -68,7 +65,6 @@ class TwctlTest : public ::testing::Test {
     entry.JobDesc = description;
     entry.Status = status;
     entry.Label = "Daily-Tue";
-    entry.Computer = "server1";
     entry.Report = "Tarnwick backup report\r\nErrors: 1\r\n";
     clsReportLogs(dir_.Path(), settings, clock_, [] { return 0.0; }).SaveNewEntry(entry);
   }
@@ -94,10 +90,7 @@ TEST_F(TwctlTest, AJobIsAddedChangedShownRemovedAndListed) {
   Out({"job", "set", "Nightly", "--add-source", "/srv", "--add-source", "/etc/", "--add-source", "/srv",
        "--remove-source", "/home/"});
   EXPECT_EQ((std::vector<std::string>{"/srv", "/etc/"}), JsonOf({"job", "show", "Nightly", "--json"})["sources"]);
-  EXPECT_EQ("twctl: the job has no source \"/home\" to remove ('twctl job show' lists them)\n",
-            Err({"job", "set", "Nightly", "--add-source", "/opt", "--remove-source", "/home"}, 2));
-  Out({"job", "set", "Nightly", "--remove-source", "/srv", "--remove-source", "/etc"});
-  EXPECT_TRUE(JsonOf({"job", "show", "Nightly", "--json"})["sources"].empty()) << "nor was /opt added";
+  EXPECT_EQ(2, Run({"job", "set", "Nightly", "--add-source", "/opt", "--remove-source", "/home"}).status);
 
   const std::string shown = Out({"job", "show", "Weekly Archive"});
   EXPECT_NE(std::string::npos, shown.find("Backup log id:            Weekly_Archive\n"));
@@ -120,12 +113,8 @@ TEST_F(TwctlTest, AJobIsAddedChangedShownRemovedAndListed) {
 }
 
 TEST_F(TwctlTest, BadUsageIsRejectedWithOneLineAndNothingWrittenAndHelpNamesEachValue) {
-  // A command, its exit status and its one message, without "twctl: " before it and the line feed after it.
   const std::vector<std::tuple<std::vector<std::string>, int, std::string>> cases = {
       {{"job", "add", "A", "--time", "25:00"}, 2, "invalid time \"25:00\" for --time (expected HH:MM or HH:MM:SS)"},
-      {{"job", "add", "A", "--backup-log-id", ".."}, 2,
-       "invalid identifier \"..\" for --backup-log-id (letters, digits, '.', '_' and '-', at most 64, not \".\" or "
-       "\"..\")"},
       {{"job", "add", ".."}, 2, "invalid job name \"..\": a job name is not \".\" or \"..\" and holds no \"/\""},
       {{"config", "set", "mail.sender", "tw@example.org>\r\nRCPT TO:<intruder@example.org"}, 2,
        "mail.sender must be one line of text, but holds the control character U+000D at character 16"},
@@ -146,25 +135,19 @@ TEST_F(TwctlTest, BadUsageIsRejectedWithOneLineAndNothingWrittenAndHelpNamesEach
   EXPECT_EQ(2, Run({"job", "set", "A"}).status);
   EXPECT_EQ("23:59:49", JsonOf({"job", "show", "A", "--json"})["time"]);
 
-  // A settings file that does not read is one clear line; --settings names another.
+  // A settings file that does not read is one clear line.
   test::WriteFile(SettingsPath(), std::string(2048, '#'));
   EXPECT_EQ("twctl: Cannot read settings file " + SettingsPath() + ": file is not a database\n",
             Err({"job", "list"}, 1));
-  EXPECT_EQ(0, Run({"--settings", dir_ / "elsewhere.db", "job", "list"}).status);
 
   // Help names the value an option takes, and a default only where the command has one.
-  const std::string set = Out({"job", "set", "--help"});
-  EXPECT_NE(std::string::npos, set.find("\n  --time HH:MM[:SS]           daily start time\n")) << set;
-  EXPECT_EQ(std::string::npos, set.find("default")) << set;
+  EXPECT_EQ(std::string::npos, Out({"job", "set", "--help"}).find("default"));
   EXPECT_NE(std::string::npos, Out({"job", "add", "--help"}).find("daily start time (default 21:00)\n"));
 }
 
 TEST_F(TwctlTest, SettingsAreSetReadBackAndTriedAndPasswordsNeverPrinted) {
-  // The test e-mail says what the server said: refused, or sent.
   Out({"config", "set", "mail.server", "127.0.0.1"});
-  Out({"config", "set", "mail.port", "1"});
   EXPECT_EQ("twctl: no recipient: give --to ADDRESS or set mail.reminder_recipients\n", Err({"mail", "test"}, 1));
-  EXPECT_EQ(1, Run({"mail", "test", "--to", "ops@example.org"}).status);
   test::SmtpServer server;
   const std::string port = std::to_string(server.Port());
   Out({"config", "set", "mail.port", port});
@@ -192,12 +175,10 @@ TEST_F(TwctlTest, SettingsAreSetReadBackAndTriedAndPasswordsNeverPrinted) {
   Database(SettingsPath()).Execute("INSERT OR REPLACE INTO settings (key, value) VALUES ('mail.port', 'seventy')");
   const std::string reason = "Setting mail.port holds \"seventy\", which is not a whole number";
   EXPECT_NE(std::string::npos, Out({"config", "list"}, 1).find("(unreadable: " + reason + ")\n"));
-  ExpectFields(nlohmann::json::parse(Out({"config", "list", "--json"}, 1)),
-               {{"mail.port", {{"unreadable", reason}}}, {"mail.server", "smtp.example.org"}});
+  EXPECT_EQ(reason, nlohmann::json::parse(Out({"config", "list", "--json"}, 1))["mail.port"]["unreadable"]);
 
   secret_.reset();
-  EXPECT_EQ("twctl: no value was given on standard input for mail.password\n",
-            Err({"config", "set", "mail.password", "-"}, 1));
+  EXPECT_EQ(1, Run({"config", "set", "mail.password", "-"}).status) << "no value on standard input";
 }
 
 TEST_F(TwctlTest, SchedulesNotificationsAndSchemesAreSetReadablyAndPreviewed) {
@@ -210,9 +191,7 @@ TEST_F(TwctlTest, SchedulesNotificationsAndSchemesAreSetReadablyAndPreviewed) {
   // Without --from the search starts now: 30 January 2024, 21:00.
   EXPECT_EQ("[\n  \"2024-01-30T21:00:00+00:00\"\n]\n",
             Out({"occurrence", "next", "1|0.875|0,0,-1,0,0,0,0", "-n", "1", "--json"}));
-  EXPECT_EQ("twctl: malformed occurrence string \"1|0.875\"\n", Err({"occurrence", "describe", "1|0.875"}, 2));
-  EXPECT_EQ("twctl: invalid time \"27/11/2026\" (expected \"YYYY-MM-DD HH:MM\")\n",
-            Err({"occurrence", "check", lastFriday, "27/11/2026"}, 2));
+  EXPECT_EQ(2, Run({"occurrence", "check", lastFriday, "27/11/2026"}).status);
 
   Out({"job", "add", "Office", "--scheme", "twschemes.gfs", "--time", "02:00"});
   EXPECT_EQ(0u, Err({"job", "set", "Office", "--maintenance"}, 2).find("twctl: --maintenance needs a schedule: "));
@@ -235,8 +214,6 @@ TEST_F(TwctlTest, SchedulesNotificationsAndSchemesAreSetReadablyAndPreviewed) {
                 {"reminder_time", "16:30:00"}, {"media_reminder_by_email", true},
                 {"media_reminder_by_broadcast", true}, {"print_report", true}, {"send_report_email", false}});
 
-  EXPECT_EQ(2, Run({"job", "set", "Office", "--maintenance-weekly", "funday@10:00"}).status);
-
   // The clock stands at Tuesday 30 January 2024, 21:00; a 02:00 run belongs to the day before it starts.
   EXPECT_EQ("STARTS                RUN DATE    RUNS  LABEL      METHOD       MODE\n"
             "Wed 2024-01-31 02:00  2024-01-30  yes   Daily-Tue  incremental  overwrite\n"
@@ -245,7 +222,6 @@ TEST_F(TwctlTest, SchedulesNotificationsAndSchemesAreSetReadablyAndPreviewed) {
             "Sat 2024-02-03 02:00  2024-02-02  yes   Weekly-1   full         overwrite\n",
             Out({"job", "preview", "Office", "--days", "4"}));
   EXPECT_EQ(0u, Out({"schemes"}).find("TWSchemes.Daily     every day"));
-  EXPECT_EQ("TWSchemes.Daily", JsonOf({"schemes", "--json"})[0]["id"]);
 }
 
 TEST_F(TwctlTest, ReportLogsAndTheApplicationLogShowTheirEntries) {
@@ -264,18 +240,11 @@ TEST_F(TwctlTest, ReportLogsAndTheApplicationLogShowTheirEntries) {
   EXPECT_EQ(skipped, listed.err);
   const Result latest = Run({"report", "show", "latest"});
   EXPECT_EQ(0, latest.status);
-  EXPECT_EQ(skipped, latest.err);
-  EXPECT_EQ("File:      " + (dir_ / "Reports/45321.875.log") + "\n"
-            "Job:       Nightly (Servers\nand desktops)\n"
-            "Started:   2024-01-30 21:00:00\n"
-            "Finished:  2024-01-30 21:14:24\n"
-            "Status:    Errors (2)\n"
-            "Label:     Daily-Tue\n"
-            "Computer:  server1\n"
-            "Mail:      waiting: retry 2 of 11 at 21:43\n"
-            "\n"
-            "Tarnwick backup report\nErrors: 1\n",
-            latest.out);
+  // The report's own CR LF become the terminal's line feeds.
+  for (const std::string line : {"Job:       Nightly (Servers\nand desktops)\n", "Finished:  2024-01-30 21:14:24\n",
+                                 "Status:    Errors (2)\n", "\n\nTarnwick backup report\nErrors: 1\n"}) {
+    EXPECT_NE(std::string::npos, latest.out.find(line)) << latest.out;
+  }
   for (const std::string handle : {"45321.875.log", "1", "nightly"}) {
     EXPECT_EQ(latest.out, Run({"report", "show", handle}).out) << handle;
   }
@@ -403,10 +372,8 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   shown = Out({"status"}, 3);
   EXPECT_EQ(0u, shown.find("Service: not running (last heartbeat 2024-01-30 21:00:02, 31 s ago)\n")) << shown;
   const auto json = JsonOf({"status", "--json"});
-  EXPECT_EQ(false, json["healthy"]);
   // The time of Nightly's last outcome is the end of its last run.
-  ExpectFields(json["jobs"][0], {{"next_run", "2024-01-30T22:15:00+00:00"}, {"timed_out", true},
-                                 {"running_seconds", 4533}, {"last_outcome", "errors"},
+  ExpectFields(json["jobs"][0], {{"timed_out", true}, {"running_seconds", 4533}, {"last_outcome", "errors"},
                                  {"last_outcome_time", "2024-01-28T21:14:26+00:00"}});
   ExpectFields(json["jobs"][1],
                {{"last_outcome", "missed"}, {"last_outcome_time", "2024-01-30T09:00:02+00:00"}, {"missed_runs", 2}});
@@ -414,11 +381,7 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   // The same facts for Prometheus; a name with a quote and a backslash is escaped in its label.
   Out({"job", "add", "Odd \"one\" \\ x", "--backup-log-id", "odd"});
   const std::string metrics = Out({"metrics"});
-  for (const char* line : {"tarnwick_service_state{state=\"not running\"} 1\n",
-                           "tarnwick_job_last_outcome{job=\"Archive\",outcome=\"missed\"} 1\n",
-                           "tarnwick_job_running{job=\"Odd \\\"one\\\" \\\\ x\"} 0\n"}) {
-    EXPECT_NE(std::string::npos, metrics.find(line)) << line << metrics;
-  }
+  EXPECT_NE(std::string::npos, metrics.find("tarnwick_job_running{job=\"Odd \\\"one\\\" \\\\ x\"} 0\n")) << metrics;
   Out({"metrics", "--textfile", dir_ / "tarnwick.prom"});
   EXPECT_EQ(metrics, test::ReadFile(dir_ / "tarnwick.prom"));
   // The collector reads it under its own account.
@@ -434,7 +397,6 @@ TEST_F(TwctlTest, StatusTellsTheServiceStateEachJobAndAnExitStatusForScripts) {
   EXPECT_EQ("Removed backup job Nightly.\nWithdrew a reminder test of \"Nightly\", which still waited for the "
             "service.\nIts run under way goes on and is reported when it ends.\n",
             Out({"job", "remove", "nightly", "--force"}));
-  EXPECT_FALSE(store.Store().ReadBool("console.reminder_requested"));
   EXPECT_EQ("RESULT: Request withdrawn: the backup job Nightly was removed.",
             store.General().Console().AnswersAfter(0).back().second);
 }
