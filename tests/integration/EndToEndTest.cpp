@@ -1,7 +1,5 @@
 // The built service at work with the real executor and GNU tar and a real SMTP server; faketime
 // starts its clock at a job's scheduled minute.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
 #include "tests/support/ServiceFixture.h"
